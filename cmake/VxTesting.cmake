@@ -1,0 +1,40 @@
+# vx_add_test(NAME <name> SOURCES <files...> LIBS <targets...> [LABELS <labels...>] [TIMEOUT <s>])
+# Builds one test executable and registers it with CTest.
+# Labels in use: "gui" (needs a display: run under xvfb-run), "threads" (run
+# under TSan too), "loopback" (sends UDP over 127.0.0.1), "fuzz", "e2e".
+function(vx_add_test)
+    cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+    add_executable(${T_NAME} ${T_SOURCES})
+    target_link_libraries(${T_NAME} PRIVATE ${T_LIBS})
+    target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+    add_test(NAME ${T_NAME} COMMAND ${T_NAME})
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 300)
+    endif()
+    set_tests_properties(${T_NAME} PROPERTIES TIMEOUT ${T_TIMEOUT})
+    if(T_LABELS)
+        set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}")
+    endif()
+endfunction()
+
+# vx_object_library(<name> [EXCLUDE <files...>]): an object library of every
+# .cpp/.h/.ui/.qrc in the current folder, with the repository root on the
+# include path. Folders of the viewer each make one; vxlindral_core bundles them.
+function(vx_object_library name)
+    cmake_parse_arguments(O "" "" "EXCLUDE;LIBS" ${ARGN})
+    file(GLOB srcs CONFIGURE_DEPENDS
+        ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h
+        ${CMAKE_CURRENT_SOURCE_DIR}/*.ui ${CMAKE_CURRENT_SOURCE_DIR}/*.qrc)
+    foreach(x ${O_EXCLUDE})
+        list(REMOVE_ITEM srcs ${CMAKE_CURRENT_SOURCE_DIR}/${x})
+    endforeach()
+    if(NOT srcs)
+        # A folder whose sources are not written yet still gives a target.
+        set(stub ${CMAKE_CURRENT_BINARY_DIR}/${name}_empty.cpp)
+        file(WRITE ${stub} "// no sources yet\n")
+        set(srcs ${stub})
+    endif()
+    add_library(${name} OBJECT ${srcs})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR})
+    target_link_libraries(${name} PUBLIC ${O_LIBS})
+endfunction()

@@ -1,0 +1,80 @@
+#pragma once
+#include "stream/linetype.h"
+
+#include <QAbstractListModel>
+#include <QMutex>
+#include <QString>
+#include <atomic>
+#include <vector>
+
+namespace vxlindral {
+
+// The item model behind one port's numeric table: the newest line of the port
+// and a history of the 10 newest, shown as one row per pixel and one column
+// per field of the line's layout (decimal, hexadecimal, or in difference mode
+// the reference minus the current value).
+//
+// Ownership: the main window holds one per port by shared pointer; the
+// receiver of that port holds another reference. Lines are shared handles.
+// Threads: GUI thread for everything, except setSeries() which the receive
+// thread calls. setData() is reached by a queued call from the receiver and
+// holds the model's mutex; the read operations take no lock.
+class StreamDataModel : public QAbstractListModel
+{
+    Q_OBJECT
+public:
+    enum DISPLAY_MODE
+    {
+        DISPLAY_HEX = 0,
+        DISPLAY_DEC = 1,
+    };
+
+    explicit StreamDataModel(QObject* parent = nullptr);
+    ~StreamDataModel() override;
+
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+    QVariant headerData(int section, Qt::Orientation orientation,
+                        int role = Qt::DisplayRole) const override;
+
+    // The current line as text (header line naming the columns, one row per
+    // pixel, values separated by a blank); empty without a current line.
+    QString currentLineText() const;
+
+    // Series number of the latest raw line; written by the receive thread.
+    void setSeries(int series) { currentSeries.store(series, std::memory_order_relaxed); }
+    int series() const { return currentSeries.load(std::memory_order_relaxed); }
+
+    LineType currentLine() const { return current; }
+    bool isDifferenceMode() const { return differenceMode; }
+    DISPLAY_MODE displayMode() const { return mode; }
+    std::size_t historySize() const { return history.size(); }
+
+signals:
+    void newLine(vxlindral::LineType line);
+    void notifyStatistic(const QString& message);
+    void notifyError(const QString& message);
+
+public slots:
+    void emitStatistic(const QString& message);
+    void emitError(const QString& message);
+    void setDisplayMode(StreamDataModel::DISPLAY_MODE mode);
+    void setDifferenceMode(bool mode);
+
+protected:
+    std::atomic<int> currentSeries{-1};
+    bool differenceMode = false;
+    DISPLAY_MODE mode = DISPLAY_DEC;
+    int rows = 0;
+    int columns = 0;
+    std::vector<LineType> history;  // oldest first
+    LineType current;
+    LineType reference;
+    int reserved = 0;
+    int historyLimit = 10;
+    QMutex mutex;
+};
+
+} // namespace vxlindral

@@ -1,0 +1,100 @@
+#pragma once
+#include "scanner/linerawinfo.h"
+#include "scanner/pdata.h"
+#include "scanner/pdatas.h"
+#include "scanner/streamcounters.h"
+#include "scanner/vxsheader.h"
+#include "scanner/vxstreamdeviceinfo.h"
+
+#include <atomic>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace strmsocket {
+
+class ReceiveLoop;
+
+// One UDP receiving socket plus the receive thread that owns it.
+//
+// Connect() binds an IPv4 UDP socket and starts the receive thread, which
+// reassembles datagrams into messages (see docs/protocol.md) and dispatches
+// them to the virtual callbacks, one at a time per stream object. An exception
+// thrown by a callback is caught, counted and the loop goes on.
+//
+// Ownership: the stream owns its socket, thread and per-device file headers.
+// Threads: Connect/Disconnect/destruction from one controlling thread; the
+// callbacks run on the receive thread (or on the thread that calls
+// DeliverMessage, for the test double); `pause` and counters() from any thread.
+// Disconnect and the destructor stop and join the thread: no thread outlives
+// its stream object.
+class UDPLinedataStream
+{
+public:
+    UDPLinedataStream();
+    virtual ~UDPLinedataStream();
+    UDPLinedataStream(const UDPLinedataStream&) = delete;
+    UDPLinedataStream& operator=(const UDPLinedataStream&) = delete;
+
+    // Binds `port` on `address` (all interfaces when empty), requests a 32 MiB
+    // receive buffer and starts the receive thread. False when the port cannot
+    // be bound (in use, no permission) or the stream is already connected.
+    virtual bool Connect(int port, const std::string& address);
+    // Stops and joins the receive thread and closes the socket. `wait` is
+    // accepted for compatibility; the call always waits for the thread.
+    virtual void Disconnect(bool wait);
+    // Called on the receive thread once it runs.
+    virtual void OnConnected();
+    // The library's handling of one raw-line message: `packet` == `info` is
+    // the message, `data` the line bytes, `end` one past the message,
+    // `count` the pixel count (0 for an unknown protocol), `length` the
+    // message length. The default forwards to OnRawLine.
+    virtual void OnRAWData(const VxStreamDeviceInfo& device, const char* packet,
+                           const LineRawInfo& info, const char* data, const char* end, int count,
+                           int length);
+    // A file-header message: `buffer` holds `length` bytes of 12-byte entries
+    // (u32 key, f64 value). The default stores them as the device's
+    // VxSHeader, then calls OnRAWFileHeader.
+    virtual void OnRAWFileHeaderBuf(const VxStreamDeviceInfo& device, const char* name,
+                                    const char* buffer, int length);
+    virtual void OnRAWFileHeader(const VxStreamDeviceInfo& device, const char* name,
+                                 const VxSHeader& header);
+    virtual void OnRAWCmd(const VxStreamDeviceInfo& device, const char* command);
+    virtual void OnNewScanDetected();
+    virtual void OnFilteredLine(const vxs::PDatas<vxs::PDataDetail>& line);
+    // Once per received raw line, on the receive thread. The buffer behind
+    // `info` holds at least 128 bytes, and at least 8 zero bytes follow the
+    // declared line.
+    virtual void OnRawLine(const VxStreamDeviceInfo& device, const char* packet,
+                           const LineRawInfo& info, const char* data, int count);
+    // Incomplete messages were given up (evicted or timed out).
+    virtual void OnMessagesLost(int count);
+
+    // While set, raw lines are received and discarded (counted), not
+    // delivered or queued; file headers are still applied.
+    std::atomic<bool> pause{false};
+
+    StreamCounters counters() const;
+    bool IsConnected() const;
+    // The bound local port (useful after Connect(0, ...)); 0 when closed.
+    int LocalPort() const;
+
+    // Dispatches one complete message as if it had arrived from `sender`:
+    // the path the receive thread takes after reassembly. Used by the test
+    // double. Call from one thread at a time and not while connected.
+    void DeliverMessage(const VxStreamDeviceInfo& sender, const char* message, std::size_t length);
+
+protected:
+    // The stored file header of `device`, or null. Receive thread only.
+    VxSHeader* StoredHeader(unsigned device);
+
+private:
+    friend class ReceiveLoop;
+    std::unique_ptr<ReceiveLoop> loop;
+    std::map<unsigned, VxSHeader> headers;
+    struct Counters;
+    std::unique_ptr<Counters> stats;
+};
+
+} // namespace strmsocket

@@ -1,0 +1,46 @@
+#pragma once
+#include "scanner/rawpixel.h"
+#include "scanner/udplinedatastream.h"
+#include "scanner/vxsheader.h"
+#include "scanner/vxtrmatrix.h"
+
+#include <map>
+#include <vector>
+
+// The line-data stream: per-device file headers and the range-to-XYZ
+// conversion of the line being delivered.
+//
+// Geometry of pixel i of a device: range r (metres) decoded by vxs::RawPixel
+// and scaled by 0.001; angle theta = key 100 (angle of pixel 0, degrees) +
+// i * key 101 (increment, degrees), by default spread evenly over -30..+30
+// degrees across the line; scanner point (0, r sin theta, r cos theta); then
+// the device's 4x4 matrix from keys 320..335 (identity without them).
+//
+// Threads: GetVxSHeader, Set and XYZ0 are for the callbacks, on the thread
+// that delivers them.
+class VxLinedataStream : public strmsocket::UDPLinedataStream
+{
+public:
+    VxLinedataStream();
+    ~VxLinedataStream() override;
+
+    // Remembers the line being delivered, then calls OnRawLine.
+    void OnRAWData(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
+                   const strmsocket::LineRawInfo& info, const char* data, const char* end,
+                   int count, int length) override;
+
+    // The device's file header, or null without one.
+    VxSHeader* GetVxSHeader(unsigned device);
+    // Selects the pixel of the current line whose coordinates XYZ0 gives.
+    void Set(unsigned device, int pixel);
+    // Coordinates in metres of the pixel last selected by Set.
+    void XYZ0(unsigned device, double& x, double& y, double& z);
+
+private:
+    struct Geometry;
+    Geometry& geometryOf(unsigned device);
+    std::map<unsigned, Geometry*> geometries;
+    vxs::RawPixel current;
+    int currentCount = 0;
+    int selected = 0;
+};

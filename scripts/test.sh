@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds every variant and runs every test headless:
+#   1. ASan+UBSan build of the parts without widgets (library, reception, models)
+#   2. TSan build, threaded tests
+#   3. clang build of the libFuzzer targets, each run for a bounded time
+#   4. the plain build with every test, GUI tests included, under Xvfb
+# The last lines are CTest's summary of step 4.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+unset QT_QPA_PLATFORM
+root=$PWD
+
+echo "== ASan+UBSan build (no widgets)"
+scripts/build.sh build-asan -DCMAKE_BUILD_TYPE=Debug -DVX_SANITIZE=address -DVX_WITH_GUI=OFF
+(cd build-asan &&
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1:strict_string_checks=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --output-on-failure -LE 'fuzz|e2e')
+
+echo "== TSan build, threaded tests"
+scripts/build.sh build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVX_SANITIZE=thread -DVX_WITH_GUI=OFF
+(cd build-tsan &&
+    TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$root/tests/tsan.supp" \
+    setarch "$(uname -m)" -R ctest --output-on-failure -L threads)
+
+echo "== clang libFuzzer targets"
+CC=clang CXX=clang++ scripts/build.sh build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DVX_WITH_QT=OFF -DVX_FUZZ=ON -DVX_BUILD_BENCH=OFF
+(cd build-fuzz && ctest --output-on-failure -L fuzz)
+
+echo "== Full build, all tests under Xvfb"
+scripts/build.sh build
+cd build
+xvfb-run -a -s "-screen 0 1280x1024x24" ctest --output-on-failure

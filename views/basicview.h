@@ -1,0 +1,65 @@
+#pragma once
+#include "stream/linetype.h"
+
+#include <QMdiSubWindow>
+#include <QMutex>
+#include <QString>
+
+class QLabel;
+class QToolBar;
+
+namespace vxlindral {
+
+class MyLine;
+class MyScrollArea;
+
+// Base of every view sub-window: the port it shows, an optional tool bar, a
+// scroll area with a label for image views, the filtered-display switch, the
+// intensity range rule shared by the image views, and the signals by which a
+// view reports closing and status-bar text.
+// Ownership: the MDI area owns the view (it deletes itself on close); child
+// widgets are owned through Qt parents. Threads: GUI thread only.
+class BasicView : public QMdiSubWindow
+{
+    Q_OBJECT
+public:
+    explicit BasicView(QWidget* parent = nullptr);
+    ~BasicView() override;
+
+    virtual void createContent();
+    virtual QToolBar* toolBar();
+
+    // Stores the port and appends " : Port <port>" to the current title.
+    void setPort(int port);
+    int getPort() const { return port; }
+
+signals:
+    void closed(const QString name);
+    void updateStatusBar(const QString& message);
+
+public slots:
+    virtual void updateNewLine(vxlindral::LineType newLine) = 0;
+    virtual void updateStatistic(const QString& message);
+    // Narrows [minI, maxI] to the bulk of the line's intensities (mean - 2s ..
+    // mean + 3s); a degenerate result becomes 0 .. 65535. Throws
+    // std::out_of_range when the pixel count exceeds the points.
+    void calculateRanges(const vxlindral::MyLine* ln, int& minI, int& maxI);
+    bool isFilteredDisplayed();
+    void setDisplayFiltered(bool filtered);
+    // Re-reads the view's settings; the base does nothing.
+    virtual void handleConfigChanged();
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+    int port = 0;
+    MyScrollArea* scrollArea = nullptr;
+    bool firstLine = true;
+    QMutex mutex;
+    QToolBar* toolBarWidget = nullptr;
+    bool displayFiltered = false;
+    QLabel* label = nullptr;
+};
+
+} // namespace vxlindral
