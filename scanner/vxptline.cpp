@@ -1,0 +1,7 @@
+#include "scanner/vxptline.h"
+
+namespace vxs {
+
+VxPtLine::~VxPtLine() = default;
+
+} // namespace vxs
