@@ -1,0 +1,112 @@
+#include "views/basicview.h"
+
+#include "stream/myline.h"
+#include "views/myscrollarea.h"
+
+#include <QCloseEvent>
+#include <QIcon>
+#include <QLabel>
+#include <QLayout>
+#include <QPixmap>
+#include <QToolBar>
+#include <cmath>
+
+namespace vxlindral {
+
+BasicView::BasicView(QWidget* parent) : QMdiSubWindow(parent)
+{
+    registerLineType();
+    // A 1x1 icon keeps the application icon out of the sub-window's title bar.
+    QPixmap blank(1, 1);
+    blank.fill(Qt::transparent);
+    setWindowIcon(QIcon(blank));
+}
+
+BasicView::~BasicView() = default;
+
+void BasicView::createContent()
+{
+    setAttribute(Qt::WA_DeleteOnClose);
+    scrollArea = new MyScrollArea(this);
+    scrollArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scrollArea->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    scrollArea->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    label = new QLabel(scrollArea);
+    label->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+    scrollArea->setWidget(label);
+    layout()->addWidget(scrollArea);
+}
+
+QToolBar* BasicView::toolBar()
+{
+    return toolBarWidget;
+}
+
+void BasicView::setPort(int p)
+{
+    port = p;
+    setWindowTitle(windowTitle() + QStringLiteral(" : Port %1").arg(p));
+}
+
+void BasicView::updateStatistic(const QString&) {}
+
+void BasicView::calculateRanges(const MyLine* ln, int& minI, int& maxI)
+{
+    const int n = ln->pixel;
+    double lower = 0.0;
+    double upper = 0.0;
+    if (n > 0) {
+        double sum = 0.0;
+        double sumsq = 0.0;
+        for (int i = 0; i < n; ++i) {
+            const int v = static_cast<int>(ln->points.at(static_cast<std::size_t>(i)).intensity);
+            if (v < minI)
+                minI = v;
+            if (v > maxI)
+                maxI = v;
+            const double d = v;
+            sum += d;
+            sumsq += d * d;
+        }
+        if (n != 1) {
+            const double mean = sum / n;
+            const double variance = (sumsq - sum * sum / n) / (n - 1);
+            const double s = std::sqrt(variance);
+            lower = mean - 2.0 * s;
+            upper = mean + 3.0 * s;
+        }
+    }
+    if (lower > minI)
+        minI = static_cast<int>(lower);
+    if (maxI > upper)
+        maxI = static_cast<int>(upper);
+    if (minI == maxI) {
+        minI = 0;
+        maxI = 65535;
+    }
+}
+
+bool BasicView::isFilteredDisplayed()
+{
+    return displayFiltered;
+}
+
+void BasicView::setDisplayFiltered(bool filtered)
+{
+    displayFiltered = filtered;
+}
+
+void BasicView::handleConfigChanged() {}
+
+void BasicView::resizeEvent(QResizeEvent* event)
+{
+    QMdiSubWindow::resizeEvent(event);
+}
+
+void BasicView::closeEvent(QCloseEvent* event)
+{
+    emit closed(objectName());
+    event->accept();
+}
+
+} // namespace vxlindral

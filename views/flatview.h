@@ -1,0 +1,62 @@
+#pragma once
+#include "views/basicview.h"
+
+#include <QPixmap>
+
+class QAction;
+class QThread;
+
+namespace vxlindral {
+
+// The gray-value view: each line becomes a new row (waterfall, scrolling up by
+// 2 pixels) or a new column (right to left, scrolling left by 1 pixel) of gray
+// values following the intensities; a flip mirrors the new lines.
+// Ownership: its pixmap and actions; the never-started thread object is owned
+// by the view. Threads: GUI thread only; the base mutex guards the pixmap
+// while it scrolls, is drawn into, or is resized.
+class FlatView : public BasicView
+{
+    Q_OBJECT
+public:
+    explicit FlatView(QWidget* parent = nullptr);
+    ~FlatView() override;
+
+    QToolBar* toolBar() override;
+
+    int getDisplayMode() const { return displayMode; }
+    int getDirection() const { return direction; }
+    const QPixmap& image() const { return pixmap; }
+
+    // Gray value of an intensity for the range minI .. maxI with
+    // r = (maxI - minI) / 210: 45 at minI, 255 at maxI and white outside
+    // (the difference is unsigned, so values below minI wrap to white).
+    static int grayValue(uint32_t intensity, int minI, double r);
+
+signals:
+    void signalNewImage();
+
+public slots:
+    void updateNewLine(vxlindral::LineType line) override;
+    void setImage();
+    void updateImage();
+    void handleDisplayMode();
+    void handleMirrow();
+    void handleConfigChanged() override;
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void drawRow(const MyLine& line, int w, int h);
+    void drawColumn(const MyLine& line, int w, int h);
+
+    QPixmap pixmap;
+    bool initPending = true;
+    int direction = 1;
+    int displayMode = 1;
+    QAction* modeAction = nullptr;
+    QAction* flipAction = nullptr;
+    QThread* idleThread = nullptr;
+};
+
+} // namespace vxlindral

@@ -1,0 +1,73 @@
+#pragma once
+#include "models/streamdatamodel.h"
+#include "views/basicview.h"
+
+class QAbstractItemModel;
+class QAction;
+class QTableView;
+
+namespace vxlindral {
+
+class PreciseHintTableView;
+class FontScrollTableView;
+
+// The numeric view: the decoded line header, the per-field statistics and the
+// raw value table of a port, or instead the transposed statistics in large
+// print. It owns no data; its tool bar relays hex display, difference mode and
+// header expansion to the models through its three signals.
+// Ownership: the tables and actions are children of the view; the models it is
+// given are owned elsewhere (the view management parents three of them to the
+// view). Threads: GUI thread only.
+class NumericView : public BasicView
+{
+    Q_OBJECT
+public:
+    explicit NumericView(QWidget* parent = nullptr);
+    ~NumericView() override;
+
+    void createContent() override;
+    QToolBar* toolBar() override;
+
+    // Keeps the header and average tables exactly as tall as their rows.
+    void fixHeights();
+
+    bool isHex() const { return hex; }
+    bool isHeaderExpanded() const { return expandHeader; }
+    bool isBigAverage() const { return bigAverage; }
+    bool isDifference() const { return difference; }
+
+signals:
+    void changeDisplayMode(StreamDataModel::DISPLAY_MODE mode);
+    void changeDifferenceMode(bool mode);
+    void changeHeaderMode(bool expand);
+
+public slots:
+    void handleAvr(bool big);
+    void handleDiv();
+    void handleHex();
+    void handleHeader(bool expand);
+    void setHeaderModel(QAbstractItemModel* model);
+    void setAverageModel(QAbstractItemModel* model);
+    void setBigAverageModel(QAbstractItemModel* model);
+    void setDataModel(QAbstractItemModel* model);
+    void updateNewLine(vxlindral::LineType newLine) override;
+    void handleConfigChanged() override;
+
+private:
+    bool hex = false;
+    bool expandHeader = false;
+    bool bigAverage = false;
+    bool difference = false;
+
+    QAction* headerAction = nullptr;
+    QAction* averageAction = nullptr;
+    QAction* hexAction = nullptr;
+    QAction* differenceAction = nullptr;
+
+    PreciseHintTableView* headerTable = nullptr;
+    PreciseHintTableView* averageTable = nullptr;
+    FontScrollTableView* bigAverageTable = nullptr;
+    QTableView* dataTable = nullptr;
+};
+
+} // namespace vxlindral
