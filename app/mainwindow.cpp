@@ -1,0 +1,561 @@
+#include "app/mainwindow.h"
+#include "ui_mainwindow.h"
+
+#include "dialogs/aboutdialog.h"
+#include "dialogs/dlgpropertiesimpl.h"
+#include "dialogs/dlgsettings.h"
+#include "models/streamaveragedatamodel.h"
+#include "models/streamdatamodel.h"
+#include "models/streamdiffaveragedatamodel.h"
+#include "models/streamheaderdatamodel.h"
+#include "stream/streamdatacontroller.h"
+#include "views/basicview.h"
+#include "views/cutview.h"
+#include "views/flatview.h"
+#include "views/numericview.h"
+#include "views/statisticview.h"
+#include "views/threedview.h"
+
+#include <QCloseEvent>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QMdiSubWindow>
+#include <QMessageBox>
+#include <QTextStream>
+#include <QTimer>
+#include <stdexcept>
+
+using vxlindral::BasicView;
+using vxlindral::StreamDataController;
+using vxlindral::StreamDataModel;
+
+namespace {
+
+// Object names by view kind. The info view is named "_cut", the cut view
+// "_3d" and the 3D view "_info": the names are only ever formed through this
+// table, so the pairing is consistent, and it is what `closed` reports.
+const char* const viewNames[] = {"%1_cut", "%1_num", "%1_3d", "%1_gray", "%1_info"};
+
+constexpr int defaultLinePort = 6101;
+constexpr int defaultStatusPort = 6102;
+const char* const versionText = "11.0.2503";
+
+} // namespace
+
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent, Qt::WindowFlags()), settings(), ui(new Ui_MainWindow)
+{
+    ui->setupUi(this);
+    installEventFilter(this);
+
+    connect(ui->actionExportLine, &QAction::triggered, this, &MainWindow::handleExport);
+    connect(ui->actionExportLines, &QAction::triggered, this, &MainWindow::handleExportLines);
+    connect(ui->actionFreeze, &QAction::triggered, this, &MainWindow::handlePause);
+    connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::handleConnect);
+    connect(ui->actionFilterDisplay, &QAction::triggered, this, &MainWindow::handleFilterDisplay);
+    connect(ui->actionClose, &QAction::triggered, this, &MainWindow::handleClose);
+    connect(ui->actionSettings, &QAction::triggered, this, &MainWindow::handleSettings);
+    connect(ui->actionAbout, &QAction::triggered, this, &MainWindow::handleAbout);
+    connect(ui->actionRealign, &QAction::triggered, this, &MainWindow::handleRealign);
+    // The view buttons act on the current port (-1), not on the check state.
+    connect(ui->actionNumeric, &QAction::triggered, this, [this] { toggleNumericView(); });
+    connect(ui->actionCut, &QAction::triggered, this, [this] { toggleCutView(); });
+    connect(ui->actionInfo, &QAction::triggered, this, [this] { toggleStaticView(); });
+    connect(ui->action3D, &QAction::triggered, this, [this] { toggle3DView(); });
+    connect(ui->actionGray, &QAction::triggered, this, [this] { toggleGrayView(); });
+    // Activating a sub-window triggers nothing on purpose: freezing, filtering
+    // and export look the view up when they run.
+
+    // Always the fixed default ports; "Ports/Line" and "Ports/Status" are only
+    // what the connection dialog offers.
+    openStream(defaultLinePort, defaultStatusPort);
+}
+
+MainWindow::~MainWindow()
+{
+    recordingStopped = true;
+    ui->labelStatus->setText(QString());
+    delete recordTimer;
+    recordTimer = nullptr;
+    ui->mdiArea->closeAllSubWindows();
+    delete ui;
+    ui = nullptr;
+    // The maps then release the controllers (closing their receivers) before
+    // the models, and `settings` writes what is pending.
+}
+
+// ---- streams -------------------------------------------------------------
+
+void MainWindow::openStream(int portLine, int portStatus)
+{
+    // Entries are never erased (and look-ups add empty ones), so this allows at
+    // most three distinct line ports per run.
+    if (dataModels.size() > 2) {
+        QMessageBox::warning(nullptr, windowTitle(), tr("Socket already connected."),
+                             QMessageBox::Ok);
+        return;
+    }
+    std::shared_ptr<StreamDataModel>& model = dataModels[portLine];
+    if (model) {
+        QMessageBox::warning(nullptr, windowTitle(), tr("Socket already connected."),
+                             QMessageBox::Ok);
+        return;
+    }
+    model = std::make_shared<StreamDataModel>();
+    std::shared_ptr<StreamDataController>& controller = controllers[portLine];
+    controller = std::make_shared<StreamDataController>(model);
+
+    // The default views. A new stream opens the 3D view and no cut view unless
+    // the settings say otherwise (the settings dialog uses other defaults).
+    if (settings.value("View/Gray", false).toBool())
+        toggleGrayView(portLine);
+    if (settings.value("View/Statistic", false).toBool())
+        toggleStaticView(portLine);
+    if (settings.value("View/Numeric", false).toBool())
+        toggleNumericView(portLine);
+    if (settings.value("View/Cut", false).toBool())
+        toggleCutView(portLine);
+    if (settings.value("View/ThreeD", true).toBool())
+        toggle3DView(portLine);
+    ui->mdiArea->tileSubWindows();
+
+    // The model and controller stay in the maps when the socket fails, so a
+    // second attempt on this port is refused as already connected.
+    if (!controller->startStream(portLine, portStatus)) {
+        QMessageBox::warning(nullptr, windowTitle(), tr("Problem installing socket"),
+                             QMessageBox::Ok);
+    }
+
+    if (QMdiSubWindow* current = ui->mdiArea->currentSubWindow())
+        current->showMaximized();
+    adjustSize();
+}
+
+void MainWindow::handleConnect(bool)
+{
+    DlgPropertiesImpl dialog(this);
+    dialog.lineEditPortLine->setText(
+        QString("%1").arg(settings.value("Ports/Line", defaultLinePort).toUInt()));
+    dialog.lineEditPortStatus->setText(
+        QString("%1").arg(settings.value("Ports/Status", defaultStatusPort).toUInt()));
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+
+    // Decimal, unchecked: text that does not parse becomes port 0.
+    const uint portLine = dialog.lineEditPortLine->text().toUInt(nullptr, 10);
+    const uint portStatus = dialog.lineEditPortStatus->text().toUInt(nullptr, 10);
+    settings.setValue("Ports/Line", portLine);
+    settings.setValue("Ports/Status", portStatus);
+    openStream(static_cast<int>(portLine), static_cast<int>(portStatus));
+}
+
+void MainWindow::handlePause(bool pause)
+{
+    BasicView* view = currentView();
+    if (!view)
+        return; // the action keeps the check state the click gave it
+    if (const std::shared_ptr<StreamDataController>& controller = controllers[view->getPort()])
+        controller->pauseStream(pause);
+    ui->actionFreeze->setChecked(pause);
+}
+
+void MainWindow::handleStopStream()
+{
+    const int port = currentPort();
+    if (port == 0)
+        return;
+    std::shared_ptr<StreamDataController>& controller = controllers[port];
+    if (controller)
+        controller->stopStream();
+    controller.reset();
+    dataModels[port].reset();
+}
+
+// The action's check state is neither read nor kept in step: each view has
+// its own flag, and the button simply flips the flag of the active view.
+void MainWindow::handleFilterDisplay()
+{
+    if (BasicView* view = currentView())
+        view->setDisplayFiltered(!view->isFilteredDisplayed());
+}
+
+void MainWindow::handleSettings(bool)
+{
+    DlgSettings dialog(this, settings);
+    if (dialog.exec() == QDialog::Accepted) {
+        dialog.saveSettings(settings);
+        emit configChanged();
+    }
+}
+
+void MainWindow::handleAbout()
+{
+    AboutDialog* dialog = new AboutDialog();
+    dialog->setupUi(dialog);
+    dialog->adjustSize();
+    AboutDialog::shown = dialog;
+    dialog->copyrightLabel->setText(tr("Copyright (C) 2026 the Vx Lindral developers"));
+    dialog->applicationName->setText(tr("Vx Lindral %1").arg(versionText));
+    connect(dialog->ok, &QPushButton::clicked, dialog, &AboutDialog::closeDialog);
+    dialog->setWindowTitle(tr("About "));
+    dialog->exec();
+    AboutDialog::shown = nullptr;
+    delete dialog;
+}
+
+void MainWindow::handleRealign()
+{
+    ui->mdiArea->tileSubWindows();
+}
+
+void MainWindow::handleClose()
+{
+    close();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    for (auto& entry : controllers) {
+        if (entry.second)
+            entry.second->stopStream();
+    }
+    QMainWindow::closeEvent(event);
+}
+
+bool MainWindow::eventFilter(QObject* watched, QEvent* event)
+{
+    return QObject::eventFilter(watched, event);
+}
+
+std::shared_ptr<StreamDataModel> MainWindow::dataModel(int port) const
+{
+    auto it = dataModels.find(port);
+    return it == dataModels.end() ? nullptr : it->second;
+}
+
+std::shared_ptr<StreamDataController> MainWindow::controller(int port) const
+{
+    auto it = controllers.find(port);
+    return it == controllers.end() ? nullptr : it->second;
+}
+
+BasicView* MainWindow::currentView() const
+{
+    return qobject_cast<BasicView*>(ui->mdiArea->currentSubWindow());
+}
+
+// ---- views ---------------------------------------------------------------
+
+QString MainWindow::viewNamePattern(int kind)
+{
+    if (kind < Info || kind > ThreeD)
+        throw std::invalid_argument("view is out of range");
+    return QString::fromLatin1(viewNames[kind]);
+}
+
+BasicView* MainWindow::createView(int kind, int port, MainWindow* parent)
+{
+    BasicView* view = nullptr;
+    switch (kind) {
+    case Info:
+        view = new vxlindral::StatisticView(parent);
+        break;
+    case Cut:
+        view = new vxlindral::CutView(parent);
+        break;
+    case Gray:
+        view = new vxlindral::FlatView(parent);
+        break;
+    case ThreeD:
+        view = new vxlindral::ThreeDView(parent);
+        break;
+    case Numeric:
+    default:
+        // An unknown kind still gets a numeric view built (it stays a child
+        // of the parent) before the error is reported.
+        view = new vxlindral::NumericView(parent);
+        break;
+    }
+    if (kind < Info || kind > ThreeD)
+        throw std::invalid_argument("view is out of range");
+    view->setPort(port);
+    view->setObjectName(viewNamePattern(kind).arg(port));
+    return view;
+}
+
+int MainWindow::currentPort()
+{
+    // The first view in child order, which need not be the active one.
+    if (BasicView* view = findChild<BasicView*>(QString(), Qt::FindChildrenRecursively))
+        return view->getPort();
+    return defaultLinePort;
+}
+
+int MainWindow::resolvePort(int portLine)
+{
+    if (portLine > 0)
+        return portLine;
+    BasicView* view = findChild<BasicView*>(QString(), Qt::FindChildrenRecursively);
+    if (!view)
+        return defaultLinePort;
+    const int port = view->getPort();
+    if (port > 0)
+        return port;
+    QMessageBox::warning(nullptr, windowTitle(),
+                         tr("No current port. Connect stream or select an active window."),
+                         QMessageBox::Ok);
+    return port;
+}
+
+void MainWindow::toggleCutView(int portLine)
+{
+    toggleView(Cut, ui->actionCut, portLine);
+}
+
+void MainWindow::toggleNumericView(int portLine)
+{
+    toggleView(Numeric, ui->actionNumeric, portLine);
+}
+
+void MainWindow::toggleStaticView(int portLine)
+{
+    toggleView(Info, ui->actionInfo, portLine);
+}
+
+void MainWindow::toggle3DView(int portLine)
+{
+    toggleView(ThreeD, ui->action3D, portLine);
+}
+
+void MainWindow::toggleGrayView(int portLine)
+{
+    toggleView(Gray, ui->actionGray, portLine);
+}
+
+void MainWindow::toggleView(int kind, QAction* action, int portLine)
+{
+    const int port = resolvePort(portLine);
+    if (port < 1)
+        return;
+    const QString name = viewNamePattern(kind).arg(port);
+    if (BasicView* view = findChild<BasicView*>(name, Qt::FindChildrenRecursively)) {
+        toggleVisibility(action, view);
+        return;
+    }
+    BasicView* view = createView(kind, port, this);
+    connect(this, &MainWindow::configChanged, view, &BasicView::handleConfigChanged);
+    connectView(kind, view, port);
+    addView(action, view);
+}
+
+void MainWindow::connectView(int kind, BasicView* view, int port)
+{
+    using namespace vxlindral;
+    // Insert-if-missing, like every look-up of the maps. Without a model (the
+    // port was stopped or never opened) the view is built but gets no lines.
+    StreamDataModel* model = dataModels[port].get();
+    const auto queued = Qt::QueuedConnection;
+
+    switch (kind) {
+    case Numeric: {
+        auto* numeric = static_cast<NumericView*>(view);
+        if (model)
+            numeric->setDataModel(model);
+
+        auto* average = new StreamAverageDataModel(numeric);
+        if (model)
+            connect(model, &StreamDataModel::newLine, average,
+                    &StreamAverageDataModel::updateNewLine, queued);
+        connect(numeric, &NumericView::changeDisplayMode, average,
+                &StreamDataModel::setDisplayMode);
+        numeric->setAverageModel(average);
+
+        auto* bigAverage = new StreamDiffAverageDataModel(numeric);
+        if (model)
+            connect(model, &StreamDataModel::newLine, bigAverage,
+                    &StreamDiffAverageDataModel::updateNewLine, queued);
+        connect(numeric, &NumericView::changeDisplayMode, bigAverage,
+                &StreamDataModel::setDisplayMode);
+        // Every toggle, on or off, takes the current line as the new reference.
+        connect(numeric, &NumericView::changeDifferenceMode, bigAverage,
+                &StreamDiffAverageDataModel::setDiff);
+        numeric->setBigAverageModel(bigAverage);
+
+        auto* header = new StreamHeaderDataModel(numeric);
+        if (model)
+            connect(model, &StreamDataModel::newLine, header, &StreamHeaderDataModel::updateNewLine,
+                    queued);
+        connect(numeric, &NumericView::changeHeaderMode, header,
+                &StreamHeaderDataModel::setExpandHeader);
+        numeric->setHeaderModel(header);
+        header->setExpandHeader(false);
+
+        if (model) {
+            connect(numeric, &NumericView::changeDisplayMode, model,
+                    &StreamDataModel::setDisplayMode);
+            connect(numeric, &NumericView::changeDifferenceMode, model,
+                    &StreamDataModel::setDifferenceMode);
+            connect(model, &StreamDataModel::newLine, numeric, &NumericView::updateNewLine, queued);
+        }
+        break;
+    }
+    case Cut:
+        // The cut view's cursor readout goes to the status line.
+        connect(view, &BasicView::updateStatusBar, this,
+                [this](const QString& message) { ui->labelStatus->setText(message); });
+        if (model)
+            connect(model, &StreamDataModel::newLine, view, &BasicView::updateNewLine, queued);
+        break;
+    case Info:
+        // Error texts take the place of the statistics; no lines.
+        if (model) {
+            connect(model, &StreamDataModel::notifyStatistic, view, &BasicView::updateStatistic,
+                    queued);
+            connect(model, &StreamDataModel::notifyError, view, &BasicView::updateStatistic,
+                    queued);
+        }
+        break;
+    case ThreeD:
+    case Gray:
+        if (model)
+            connect(model, &StreamDataModel::newLine, view, &BasicView::updateNewLine, queued);
+        break;
+    default:
+        break;
+    }
+}
+
+void MainWindow::addView(QAction*, BasicView* view)
+{
+    QMdiSubWindow* current = ui->mdiArea->currentSubWindow();
+    const bool maximised = current && current->isMaximized();
+    ui->mdiArea->addSubWindow(view, Qt::WindowFlags());
+    view->setVisible(true);
+    if (maximised)
+        view->setWindowState(Qt::WindowMaximized);
+    else
+        ui->mdiArea->tileSubWindows();
+    // Queued: the closing view is gone by the time the rest is tiled again.
+    connect(view, &BasicView::closed, this, &MainWindow::handleRealign, Qt::QueuedConnection);
+}
+
+void MainWindow::toggleVisibility(QAction*, BasicView* view)
+{
+    QMdiSubWindow* current = ui->mdiArea->currentSubWindow();
+    if (current && current->isMaximized()) {
+        // Bring a hidden view back in front, in the maximised layout.
+        view->setVisible(true);
+        view->setWindowState(Qt::WindowMaximized);
+        return;
+    }
+    view->setVisible(!view->isVisible());
+    ui->mdiArea->tileSubWindows();
+}
+
+// ---- export and recording -------------------------------------------------
+
+QString MainWindow::lineText(int port)
+{
+    const std::shared_ptr<StreamDataModel>& model = dataModels[port];
+    return model ? model->currentLineText() : QString();
+}
+
+void MainWindow::handleExport()
+{
+    const int port = currentPort();
+    if (port == 0)
+        return;
+    // Taken now: the exported line is the one current when the command was
+    // given, not when the file was chosen.
+    const QString text = lineText(port);
+
+    const QString fileName = QFileDialog::getSaveFileName(
+        this, tr("Save line to file"), settings.value("Path/Last", "/").toString(), QString(),
+        nullptr, QFileDialog::Options());
+    if (fileName.isEmpty())
+        return;
+    QFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly)) {
+        QMessageBox::warning(this, tr("Export failed"), tr("Could not open file for writing"),
+                             QMessageBox::Ok);
+        return;
+    }
+    settings.setValue("Path/Last", QFileInfo(file).absoluteFilePath());
+    QTextStream out(&file);
+    out << text;
+    out.flush();
+    file.close();
+}
+
+void MainWindow::handleExportLines()
+{
+    if (!ui->actionExportLines->isChecked()) {
+        stopRecording();
+        return;
+    }
+    const int port = currentPort();
+    if (port == 0)
+        return;
+    lineText(port); // read like an export; the recording ticks take their own
+
+    // Cancelling the file dialog leaves the action checked: the next trigger
+    // unchecks it and only clears the status line.
+    const QString fileName =
+        QFileDialog::getSaveFileName(this, tr("Save lines to file (startfile)"),
+                                     settings.value("Path/Recording", "/").toString(), QString(),
+                                     nullptr, QFileDialog::Options());
+    if (fileName.isEmpty())
+        return;
+    bool ok = false;
+    const int interval = QInputDialog::getInt(this, tr("Recording"), tr("Time between lines [ms]"),
+                                              200, 0, 60000, 1, &ok);
+    if (!ok) {
+        ui->actionExportLines->setChecked(false);
+        return;
+    }
+    settings.setValue("Path/Recording", QFileInfo(fileName).absoluteFilePath());
+
+    recordingStopped = false;
+    recordPart = 1;
+    recordFileName = fileName;
+    recordInterval = interval;
+
+    delete recordTimer; // only reachable through the meta-object system
+    recordTimer = new QTimer(this);
+    connect(recordTimer, &QTimer::timeout, this, &MainWindow::recording);
+    recordTimer->start(recordInterval);
+}
+
+void MainWindow::recording()
+{
+    if (recordingStopped)
+        return;
+    const int port = currentPort();
+    if (port == 0)
+        return;
+    const QString text = lineText(port);
+    ui->labelStatus->setText(tr("Recording %1").arg(recordPart));
+
+    // One file per tick, whatever line is current; a file that cannot be
+    // opened is skipped and its number used up.
+    QFile file(recordFileName + QString("-part%1.cvs").arg(recordPart));
+    if (file.open(QIODevice::WriteOnly)) {
+        QTextStream out(&file);
+        out << text;
+        out.flush();
+        file.close();
+    }
+    ++recordPart;
+    if (recordTimer)
+        recordTimer->start(recordInterval);
+}
+
+void MainWindow::stopRecording()
+{
+    recordingStopped = true;
+    ui->labelStatus->setText(QString());
+    delete recordTimer;
+    recordTimer = nullptr;
+}

@@ -1,0 +1,114 @@
+#pragma once
+#include <QMainWindow>
+#include <QSettings>
+#include <QString>
+#include <cstdint>
+#include <map>
+#include <memory>
+
+class QAction;
+class QMdiSubWindow;
+class QTimer;
+class Ui_MainWindow;
+
+namespace vxlindral {
+class BasicView;
+class StreamDataController;
+class StreamDataModel;
+} // namespace vxlindral
+
+// The one top-level window: an MDI area with one sub-window per view and port,
+// a status line, the actions, and per line port one model and one controller.
+// It opens line port 6101 (status port 6102) with its default views when it
+// is built; views are found again by their object name.
+//
+// Ownership: the window owns its form, the per-port models and controllers
+// (shared pointers in maps whose entries are never erased), the recording
+// timer, and the views through the MDI area (each view deletes itself when
+// closed). Threads: GUI thread only; lines reach the models and views through
+// queued connections.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    // View kinds as the factory takes them.
+    enum ViewKind
+    {
+        Info = 0,
+        Numeric = 1,
+        Cut = 2,
+        Gray = 3,
+        ThreeD = 4,
+    };
+
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // Opens a line port with its model, controller and default views; at most
+    // three distinct line ports can be used in one run.
+    void openStream(int portLine, int portStatus);
+    // Port of the first view among the window's descendants; 6101 without views.
+    int currentPort();
+    // `portLine` when positive, else the current port; warns when that is not
+    // usable.
+    int resolvePort(int portLine);
+    void stopRecording();
+
+    // The view factory: builds the view of `kind` for `port`, parented to
+    // `parent`, and names it. Throws std::invalid_argument for an unknown kind.
+    static vxlindral::BasicView* createView(int kind, int port, MainWindow* parent);
+    // Object-name pattern of a view kind ("%1" is the line port).
+    static QString viewNamePattern(int kind);
+
+    // Read-only look-ups (they add no map entry), for tests and benchmarks.
+    std::shared_ptr<vxlindral::StreamDataModel> dataModel(int port) const;
+    std::shared_ptr<vxlindral::StreamDataController> controller(int port) const;
+    int portEntries() const { return static_cast<int>(dataModels.size()); }
+    bool isRecording() const { return recordTimer != nullptr; }
+
+signals:
+    void configChanged();
+
+public slots:
+    void toggleVisibility(QAction* a, vxlindral::BasicView* view);
+    void addView(QAction* action, vxlindral::BasicView* view);
+    void toggleCutView(int portLine = -1);
+    void toggleNumericView(int portLine = -1);
+    void toggleStaticView(int portLine = -1);
+    void toggle3DView(int portLine = -1);
+    void toggleGrayView(int portLine = -1);
+    void handleConnect(bool);
+    void handleSettings(bool);
+    void handlePause(bool pause);
+    void handleFilterDisplay();
+    void handleExport();
+    void handleExportLines();
+    void handleStopStream();
+    void handleClose();
+    void handleAbout();
+    void handleRealign();
+    void recording();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    // Common body of the five toggle slots.
+    void toggleView(int kind, QAction* action, int portLine);
+    // Wires a new view to the port's model (queued for lines) and the window.
+    void connectView(int kind, vxlindral::BasicView* view, int port);
+    // The text of the port's current line; empty when the port has no model.
+    QString lineText(int port);
+    vxlindral::BasicView* currentView() const;
+
+    QSettings settings;
+    Ui_MainWindow* ui;
+    std::map<int32_t, std::shared_ptr<vxlindral::StreamDataModel>> dataModels;
+    std::map<int32_t, std::shared_ptr<vxlindral::StreamDataController>> controllers;
+    QTimer* recordTimer = nullptr;
+    int32_t recordInterval = 0;
+    bool recordingStopped = false;
+    int32_t recordPart = 0;
+    QString recordFileName;
+};

@@ -1,0 +1,14 @@
+#pragma once
+#include "ui_dlgproperties.h"
+
+#include <QDialog>
+
+// The connection dialog: asks for the line-data and the status port. The main
+// window presets and reads the two line edits itself.
+// Ownership: lives on the stack of the slot that shows it. Threads: GUI only.
+class DlgPropertiesImpl : public QDialog, public Ui::DlgProperties
+{
+    Q_OBJECT
+public:
+    explicit DlgPropertiesImpl(QWidget* parent);
+};
