@@ -64,12 +64,34 @@ public slots:
     void setDifferenceMode(bool mode);
 
 protected:
+    // Text of statistic value `v` for a field `bits` wide: fixed-point with
+    // two decimals, or in hexadecimal its low `bits` bits, bits / 4 digits.
+    static QString formatStatistic(double v, DISPLAY_MODE mode, int bits);
+    // Writes the raw value (row, col) of `line` into `buffer` (80 bytes,
+    // zeroed first); leaves it empty when the line has no such value.
+    static void rawValueText(char* buffer, const LineType& line, int row, int col, bool hex);
+    // Statistic `index` of `line` (0 mean, 1 standard deviation, 2 minimum,
+    // 3 maximum); throws std::invalid_argument for any other index.
+    static const std::vector<double>& statistic(const MyLine& line, int index);
+    // Entry `field` of a statistic; 0 for a field the line has no entry for.
+    static double statisticEntry(const std::vector<double>& values, int field);
+    // "%1" filled with the name of column `section` of the line's layout.
+    static QString fieldName(const LineType& line, int section);
+    // Bit width of column `section` of the line's layout (0 without one).
+    static int fieldBits(const LineType& line, int section);
+    // Intake of the statistics models: the line goes through setData(); the
+    // first line since creation also sets the stored row count to 4 and
+    // announces the new headers and layout.
+    void takeStatisticsLine(const LineType& line);
+    // The newest line of the history, or null.
+    LineType newestLine() const { return history.empty() ? LineType() : history.back(); }
+
     std::atomic<int> currentSeries{-1};
     bool differenceMode = false;
     DISPLAY_MODE mode = DISPLAY_DEC;
     int rows = 0;
     int columns = 0;
-    std::vector<LineType> history;  // oldest first
+    std::vector<LineType> history; // oldest first
     LineType current;
     LineType reference;
     int reserved = 0;
