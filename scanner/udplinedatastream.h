@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace strmsocket {
 
@@ -85,14 +86,28 @@ public:
     // double. Call from one thread at a time and not while connected.
     void DeliverMessage(const VxStreamDeviceInfo& sender, const char* message, std::size_t length);
 
+    // Devices whose file headers are kept; a header for a further device is
+    // still passed to OnRAWFileHeader but not stored.
+    static constexpr std::size_t kMaxStoredHeaders = 256;
+
 protected:
     // The stored file header of `device`, or null. Receive thread only.
     VxSHeader* StoredHeader(unsigned device);
+    // Grows by one whenever a stored file header changes. Receive thread only.
+    uint64_t HeaderGeneration() const { return headerGeneration; }
 
 private:
     friend class ReceiveLoop;
+    // Dispatches one complete message. The buffer holds at least 128 bytes
+    // and at least 8 zero bytes behind `length`.
+    void Dispatch(const VxStreamDeviceInfo& sender, const char* message, std::size_t length);
+    void DispatchRawLine(VxStreamDeviceInfo sender, const char* message, std::size_t length);
+    void DispatchFileHeader(VxStreamDeviceInfo sender, const char* message, std::size_t length);
+
     std::unique_ptr<ReceiveLoop> loop;
     std::map<unsigned, VxSHeader> headers;
+    uint64_t headerGeneration = 0;
+    std::vector<char> playBuffer; // DeliverMessage's padded copy, reused
     struct Counters;
     std::unique_ptr<Counters> stats;
 };

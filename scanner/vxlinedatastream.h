@@ -36,10 +36,17 @@ public:
     // Coordinates in metres of the pixel last selected by Set.
     void XYZ0(unsigned device, double& x, double& y, double& z);
 
+    // Devices whose geometry is cached at once; beyond, the cache starts over.
+    static constexpr std::size_t kMaxGeometries = 64;
+
 private:
     struct Geometry;
     Geometry& geometryOf(unsigned device);
+    void refresh(Geometry& g, unsigned device);
     std::map<unsigned, Geometry*> geometries;
+    Geometry* lastGeometry = nullptr; // the one XYZ0 used last
+    unsigned lastDevice = 0;
+    uint64_t seenGeneration = 0; // header generation the cache was built for
     vxs::RawPixel current;
     int currentCount = 0;
     int selected = 0;

@@ -1,0 +1,382 @@
+#include "scanner/udplinedatastream.h"
+
+#include "scanner/messageassembler.h"
+#include "scanner/udpsocket.h"
+#include "scanner/wireformat.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+
+namespace strmsocket {
+
+namespace {
+
+constexpr std::size_t kReceiveBuffer = 32u * 1024u * 1024u;
+constexpr int kIdlePollMs = 100;
+// Datagrams read per wake-up before the stop flag is looked at again.
+constexpr int kDrainBatch = 256;
+
+uint32_t rd32(const char* p)
+{
+    uint32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+} // namespace
+
+struct UDPLinedataStream::Counters
+{
+    std::atomic<uint64_t> datagrams{0};
+    std::atomic<uint64_t> bytes{0};
+    std::atomic<uint64_t> messages{0};
+    std::atomic<uint64_t> rawLines{0};
+    std::atomic<uint64_t> pausedDiscards{0};
+    std::atomic<uint64_t> malformedDatagrams{0};
+    std::atomic<uint64_t> truncatedMessages{0};
+    std::atomic<uint64_t> incompleteMessages{0};
+    std::atomic<uint64_t> unknownKinds{0};
+    std::atomic<uint64_t> callbackErrors{0};
+    std::atomic<uint64_t> kernelDrops{0};
+    std::atomic<int64_t> receiveBufferSize{0};
+    std::atomic<int> localPort{0};
+
+    static void inc(std::atomic<uint64_t>& c, uint64_t n = 1)
+    {
+        c.fetch_add(n, std::memory_order_relaxed);
+    }
+};
+
+// The receive thread of one stream: owns the socket, the reassembly state and
+// the receive buffer. Created by Connect, destroyed by Disconnect.
+class ReceiveLoop
+{
+public:
+    explicit ReceiveLoop(UDPLinedataStream& s) : stream(s) {}
+    ~ReceiveLoop() { stop(); }
+
+    bool start(int port, const std::string& address)
+    {
+        if (!socket.open(port, address, kReceiveBuffer, true))
+            return false;
+        buffer.resize(65536 + MessageAssembler::kTail);
+        thread = std::thread([this] { run(); });
+        return true;
+    }
+
+    void stop()
+    {
+        stopping.store(true, std::memory_order_release);
+        socket.wake();
+        if (thread.joinable())
+            thread.join();
+        socket.close();
+    }
+
+    UdpSocket socket;
+
+private:
+    template <typename F> void guarded(F&& f)
+    {
+        try {
+            f();
+        } catch (...) {
+            UDPLinedataStream::Counters::inc(stream.stats->callbackErrors);
+        }
+    }
+
+    void lost(int n)
+    {
+        if (n <= 0)
+            return;
+        UDPLinedataStream::Counters::inc(stream.stats->incompleteMessages, uint64_t(n));
+        guarded([&] { stream.OnMessagesLost(n); });
+    }
+
+    void run()
+    {
+        guarded([&] { stream.OnConnected(); });
+        while (!stopping.load(std::memory_order_acquire)) {
+            const int w = socket.wait(kIdlePollMs);
+            if (w < 0)
+                break;
+            if (w == 0) {
+                lost(assembler.expire());
+                continue;
+            }
+            drain();
+        }
+        assembler.clear();
+    }
+
+    void drain()
+    {
+        auto& st = *stream.stats;
+        for (int k = 0; k < kDrainBatch && !stopping.load(std::memory_order_relaxed); ++k) {
+            sockaddr_in from{};
+            iovec iov{buffer.data(), buffer.size() - MessageAssembler::kTail};
+            alignas(cmsghdr) char control[CMSG_SPACE(sizeof(uint32_t)) * 2];
+            msghdr mh{};
+            mh.msg_name = &from;
+            mh.msg_namelen = sizeof from;
+            mh.msg_iov = &iov;
+            mh.msg_iovlen = 1;
+            mh.msg_control = control;
+            mh.msg_controllen = sizeof control;
+            const ssize_t n = ::recvmsg(socket.fd(), &mh, MSG_DONTWAIT);
+            if (n < 0) {
+                if (errno == EINTR)
+                    continue;
+                return; // EAGAIN: drained; other errors: poll again
+            }
+            for (cmsghdr* c = CMSG_FIRSTHDR(&mh); c; c = CMSG_NXTHDR(&mh, c)) {
+                if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
+                    uint32_t drops;
+                    std::memcpy(&drops, CMSG_DATA(c), sizeof drops);
+                    st.kernelDrops.store(drops, std::memory_order_relaxed);
+                }
+            }
+            UDPLinedataStream::Counters::inc(st.datagrams);
+            UDPLinedataStream::Counters::inc(st.bytes, uint64_t(n));
+            const uint32_t addr = ntohl(from.sin_addr.s_addr);
+            const MessageAssembler::Result r =
+                assembler.feed(addr, buffer.data(), static_cast<std::size_t>(n), buffer.size());
+            if (r.malformed)
+                UDPLinedataStream::Counters::inc(st.malformedDatagrams);
+            lost(r.lost);
+            if (r.message) {
+                if (addr != senderAddr || sender.ip[0] == '\0') {
+                    senderAddr = addr;
+                    inet_ntop(AF_INET, &from.sin_addr, sender.ip, sizeof sender.ip);
+                }
+                sender.port = ntohs(from.sin_port);
+                stream.Dispatch(sender, r.message, r.length);
+            }
+        }
+    }
+
+    UDPLinedataStream& stream;
+    std::thread thread;
+    std::atomic<bool> stopping{false};
+    MessageAssembler assembler;
+    std::vector<char> buffer;
+    VxStreamDeviceInfo sender;
+    uint32_t senderAddr = 0;
+};
+
+UDPLinedataStream::UDPLinedataStream() : stats(new Counters) {}
+
+UDPLinedataStream::~UDPLinedataStream()
+{
+    Disconnect(true);
+}
+
+bool UDPLinedataStream::Connect(int port, const std::string& address)
+{
+    if (loop)
+        return false;
+    std::unique_ptr<ReceiveLoop> l(new ReceiveLoop(*this));
+    if (!l->start(port, address))
+        return false;
+    stats->receiveBufferSize.store(l->socket.receiveBufferSize(), std::memory_order_relaxed);
+    stats->localPort.store(l->socket.localPort(), std::memory_order_relaxed);
+    loop = std::move(l);
+    return true;
+}
+
+void UDPLinedataStream::Disconnect(bool)
+{
+    if (!loop)
+        return;
+    loop->stop();
+    loop.reset();
+    stats->localPort.store(0, std::memory_order_relaxed);
+}
+
+bool UDPLinedataStream::IsConnected() const
+{
+    return loop != nullptr;
+}
+
+int UDPLinedataStream::LocalPort() const
+{
+    return stats->localPort.load(std::memory_order_relaxed);
+}
+
+StreamCounters UDPLinedataStream::counters() const
+{
+    const auto ld = [](const std::atomic<uint64_t>& a) {
+        return a.load(std::memory_order_relaxed);
+    };
+    StreamCounters c;
+    c.datagrams = ld(stats->datagrams);
+    c.bytes = ld(stats->bytes);
+    c.messages = ld(stats->messages);
+    c.rawLines = ld(stats->rawLines);
+    c.pausedDiscards = ld(stats->pausedDiscards);
+    c.malformedDatagrams = ld(stats->malformedDatagrams);
+    c.truncatedMessages = ld(stats->truncatedMessages);
+    c.incompleteMessages = ld(stats->incompleteMessages);
+    c.unknownKinds = ld(stats->unknownKinds);
+    c.callbackErrors = ld(stats->callbackErrors);
+    c.kernelDrops = ld(stats->kernelDrops);
+    c.receiveBufferSize = stats->receiveBufferSize.load(std::memory_order_relaxed);
+    return c;
+}
+
+void UDPLinedataStream::DeliverMessage(const VxStreamDeviceInfo& sender, const char* message,
+                                       std::size_t length)
+{
+    // Same guarantees as the receive path: a copy with at least 128 bytes and
+    // zero padding behind the message.
+    const std::size_t need =
+        std::max(length + MessageAssembler::kPadding, MessageAssembler::kMinBuffer);
+    playBuffer.assign(need, 0);
+    if (length)
+        std::memcpy(playBuffer.data(), message, length);
+    Dispatch(sender, playBuffer.data(), length);
+}
+
+void UDPLinedataStream::Dispatch(const VxStreamDeviceInfo& sender, const char* message,
+                                 std::size_t length)
+{
+    Counters::inc(stats->messages);
+    // A message shorter than its kind field reads as kind 0 from the padding.
+    switch (rd32(message)) {
+    case WireFormat::kRawLine:
+        DispatchRawLine(sender, message, length);
+        break;
+    case WireFormat::kFileHeader:
+        DispatchFileHeader(sender, message, length);
+        break;
+    default:
+        Counters::inc(stats->unknownKinds);
+        break;
+    }
+}
+
+void UDPLinedataStream::DispatchRawLine(VxStreamDeviceInfo sender, const char* message,
+                                        std::size_t length)
+{
+    const auto& info = *reinterpret_cast<const LineRawInfo*>(message);
+    const uint32_t protocol = info.u32(8), sub = info.u32(12);
+    const bool known = protocol == 1 && sub >= 1 && sub <= 3;
+    const std::size_t offset =
+        known && sub == 1 ? LineRawInfo::kDataOffset11 : LineRawInfo::kDataOffset12;
+    int count = 0;
+    if (known) {
+        // The declared line must lie inside the message, so that every pixel
+        // read (plus the 8 zero bytes behind) stays in the buffer.
+        const int32_t lineheadersize = static_cast<int32_t>(info.word(2));
+        const uint64_t bpp = info.word(3), pixel = info.word(4);
+        if (lineheadersize < 0 ||
+            uint64_t(offset) + uint64_t(lineheadersize) + pixel * bpp > uint64_t(length)) {
+            Counters::inc(stats->truncatedMessages);
+            return;
+        }
+        count = pixel > uint64_t(INT_MAX) ? INT_MAX : static_cast<int>(pixel);
+    }
+    if (pause.load(std::memory_order_relaxed)) {
+        Counters::inc(stats->pausedDiscards);
+        return;
+    }
+    sender.device = info.u32(16);
+    Counters::inc(stats->rawLines);
+    try {
+        OnRAWData(sender, message, info, message + offset, message + length, count,
+                  static_cast<int>(length));
+    } catch (...) {
+        Counters::inc(stats->callbackErrors);
+    }
+}
+
+void UDPLinedataStream::DispatchFileHeader(VxStreamDeviceInfo sender, const char* message,
+                                           std::size_t length)
+{
+    // kind, reserved, device, name length N (<= 255), name, 12-byte entries.
+    const uint32_t nameLength = rd32(message + 12);
+    if (length < 16 || nameLength > 255 || 16u + nameLength > length) {
+        Counters::inc(stats->truncatedMessages);
+        return;
+    }
+    sender.device = rd32(message + 8);
+    const std::string name(message + 16, nameLength);
+    const std::size_t entries = (length - 16 - nameLength) / 12; // a partial entry is ignored
+    try {
+        OnRAWFileHeaderBuf(sender, name.c_str(), message + 16 + nameLength,
+                           static_cast<int>(entries * 12));
+    } catch (...) {
+        Counters::inc(stats->callbackErrors);
+    }
+}
+
+void UDPLinedataStream::OnConnected() {}
+
+void UDPLinedataStream::OnRAWData(const VxStreamDeviceInfo& device, const char* packet,
+                                  const LineRawInfo& info, const char* data, const char*, int count,
+                                  int)
+{
+    OnRawLine(device, packet, info, data, count);
+}
+
+void UDPLinedataStream::OnRAWFileHeaderBuf(const VxStreamDeviceInfo& device, const char* name,
+                                           const char* buffer, int length)
+{
+    auto it = headers.find(device.device);
+    VxSHeader scratch;
+    VxSHeader* h = &scratch;
+    if (it != headers.end())
+        h = &it->second;
+    else if (headers.size() < kMaxStoredHeaders)
+        h = &headers[device.device];
+    h->Clear();
+    h->name = name ? name : "";
+    h->device = device.device;
+    if (buffer && length > 0) {
+        // Sorted first, so that inserting stays linear for any key order; for
+        // a repeated key the later entry wins (stable sort, then Set
+        // overwrites).
+        const std::size_t n = static_cast<std::size_t>(length) / 12;
+        std::vector<std::pair<int, double>> e(n);
+        for (std::size_t i = 0; i < n; ++i) {
+            e[i].first = static_cast<int>(rd32(buffer + 12 * i));
+            std::memcpy(&e[i].second, buffer + 12 * i + 4, sizeof(double));
+        }
+        std::stable_sort(e.begin(), e.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (const auto& kv : e)
+            h->Set(kv.first, kv.second);
+    }
+    if (h != &scratch)
+        ++headerGeneration;
+    OnRAWFileHeader(device, name, *h);
+}
+
+void UDPLinedataStream::OnRAWFileHeader(const VxStreamDeviceInfo&, const char*, const VxSHeader&) {}
+
+void UDPLinedataStream::OnRAWCmd(const VxStreamDeviceInfo&, const char*) {}
+
+void UDPLinedataStream::OnNewScanDetected() {}
+
+void UDPLinedataStream::OnFilteredLine(const vxs::PDatas<vxs::PDataDetail>&) {}
+
+void UDPLinedataStream::OnRawLine(const VxStreamDeviceInfo&, const char*, const LineRawInfo&,
+                                  const char*, int)
+{
+}
+
+void UDPLinedataStream::OnMessagesLost(int) {}
+
+VxSHeader* UDPLinedataStream::StoredHeader(unsigned device)
+{
+    auto it = headers.find(device);
+    return it == headers.end() ? nullptr : &it->second;
+}
+
+} // namespace strmsocket
