@@ -1,0 +1,74 @@
+#include "tools/pcapio/datagramextractor.h"
+
+#include "tools/pcapio/netbytes.h"
+
+namespace vxrec {
+
+DatagramExtractor::DatagramExtractor(Filter filter) : filter(filter) {}
+
+bool DatagramExtractor::open(const std::string& path)
+{
+    finished = false;
+    firstNs = 0;
+    if (!reader.open(path)) {
+        message = reader.error();
+        return false;
+    }
+    link = LinkDecoder(reader.linkType());
+    if (!link.supported()) {
+        message = "unsupported link type " + link.linkName() +
+                  " (Ethernet, Linux cooked v1/v2 and raw IPv4 are read)";
+        reader.close();
+        return false;
+    }
+    return true;
+}
+
+DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
+{
+    if (finished)
+        return Status::End;
+    PcapReader::Frame frame;
+    for (;;) {
+        const PcapReader::Status s = reader.next(frame);
+        if (s != PcapReader::Status::Frame) {
+            // What is still in pieces at the end will never be complete.
+            reassembler.finish();
+            finished = true;
+            if (s == PcapReader::Status::End)
+                return Status::End;
+            message = reader.error();
+            return Status::Error;
+        }
+        if (reader.framesRead() == 1)
+            firstNs = frame.timeNs;
+        const LinkDecoder::Result ip = link.decode(frame.data, frame.capturedLength);
+        if (!ip.ok) {
+            skips.add(ip.skip);
+            continue;
+        }
+        Ipv4Reassembler::Packet packet;
+        if (!reassembler.push(frame.timeNs, ip.packet, ip.length, packet))
+            continue;
+        const std::size_t udpLength = packet.length >= 8 ? be16(packet.payload + 4) : 0;
+        if (udpLength < 8 || udpLength > packet.length) {
+            skips.add(SkipKind::BadUdpHeader);
+            continue;
+        }
+        out.sourcePort = be16(packet.payload);
+        out.destinationPort = be16(packet.payload + 2);
+        if (out.destinationPort != filter.port ||
+            (filter.sourcePort >= 0 && out.sourcePort != filter.sourcePort)) {
+            skips.add(SkipKind::OtherPort);
+            continue;
+        }
+        out.timeNs = frame.timeNs;
+        out.source = packet.source;
+        out.destination = packet.destination;
+        out.data = packet.payload + 8;
+        out.length = udpLength - 8;
+        return Status::Datagram;
+    }
+}
+
+} // namespace vxrec

@@ -1,0 +1,58 @@
+#pragma once
+#include "tools/pcapio/ipv4reassembler.h"
+#include "tools/pcapio/linkdecoder.h"
+#include "tools/pcapio/pcapreader.h"
+#include "tools/pcapio/skipcounters.h"
+#include "tools/pcapio/udpdatagram.h"
+
+#include <string>
+
+namespace vxrec {
+
+// Reads a capture file down to the UDP datagrams sent to one port (and,
+// optionally, from one source port): link layer, IPv4 with reassembly of
+// fragments, UDP. Everything else is skipped and counted by kind.
+//
+// Ownership: owns the reader and the reassembler. Threads: one thread at a
+// time.
+class DatagramExtractor
+{
+public:
+    struct Filter
+    {
+        uint16_t port = 6101;
+        int sourcePort = -1; // -1: any
+    };
+    enum class Status
+    {
+        Datagram, // `out` holds the next matching datagram
+        End,      // the file ended cleanly
+        Error,    // open failed, unsupported link type, or a damaged file
+    };
+
+    explicit DatagramExtractor(Filter filter);
+
+    // False when the file cannot be read or its link type is not supported;
+    // error() says why.
+    bool open(const std::string& path);
+    // `out.data` stays valid until the next call.
+    Status next(UdpDatagram& out);
+
+    const SkipCounters& skipped() const { return skips; }
+    // Capture time of the file's first frame (0 before one was read).
+    int64_t firstFrameNs() const { return firstNs; }
+    uint64_t framesRead() const { return reader.framesRead(); }
+    const std::string& error() const { return message; }
+
+private:
+    Filter filter;
+    PcapReader reader;
+    LinkDecoder link{-1};
+    SkipCounters skips;
+    Ipv4Reassembler reassembler{skips};
+    int64_t firstNs = 0;
+    bool finished = false;
+    std::string message;
+};
+
+} // namespace vxrec
