@@ -20,7 +20,8 @@ QVariant StreamAverageDataModel::data(const QModelIndex& index, int role) const
 {
     if (role == Qt::TextAlignmentRole)
         return int(Qt::AlignRight);
-    if (role != Qt::DisplayRole || index.row() >= rows)
+    // An index of no model (e.g. from index() outside the table) shows nothing.
+    if (role != Qt::DisplayRole || !index.model() || index.row() >= rows)
         return QVariant();
     const LineType line = newestLine();
     if (!line)

@@ -23,7 +23,7 @@ QVariant StreamDiffAverageDataModel::data(const QModelIndex& index, int role) co
     if (role == Qt::TextAlignmentRole)
         return int(Qt::AlignRight);
     const LineType line = current;
-    if (role != Qt::DisplayRole || !line)
+    if (role != Qt::DisplayRole || !line || !index.model())
         return QVariant();
 
     // Columns 0 and 1 show mean and standard deviation; from column 2 on the
