@@ -1,0 +1,75 @@
+#pragma once
+#include "tools/capture/captureoptions.h"
+#include "tools/pcapio/pcapwriter.h"
+
+#include <csignal>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace vxrec {
+
+// Receives the datagrams of one UDP port and writes each to a pcap file with
+// the sender's address and port, the local address it arrived on (from
+// IP_PKTINFO) and the kernel's receive time, until a limit is reached or it
+// is told to stop. On stopping it first writes what the socket has already
+// queued (within the limits) and then closes the file, so that nothing
+// received is lost.
+//
+// Ownership: owns the socket and the writer. Threads: one thread; `stop`
+// may be set by a signal handler.
+class UdpCapture
+{
+public:
+    enum class StopReason
+    {
+        Count,
+        Duration,
+        MaxBytes,
+        Stopped, // Ctrl+C / SIGTERM
+        Error,
+    };
+
+    explicit UdpCapture(const CaptureOptions& options);
+    ~UdpCapture();
+    UdpCapture(const UdpCapture&) = delete;
+    UdpCapture& operator=(const UdpCapture&) = delete;
+
+    // Binds the port and creates the file. False with error() on failure.
+    bool open();
+    int localPort() const { return boundPort; }
+    StopReason run(const volatile std::sig_atomic_t* stop);
+
+    uint64_t datagrams() const { return count; }
+    uint64_t payloadBytes() const { return bytes; }
+    uint64_t fileBytes() const { return writer.fileBytes(); }
+    std::size_t senders() const { return senderSet.size(); }
+    const std::string& error() const { return message; }
+    static const char* describe(StopReason reason);
+
+private:
+    enum class Got
+    {
+        Datagram,
+        Nothing,
+        Error
+    };
+    // Reads one queued datagram without waiting and writes it.
+    Got receiveOne();
+    bool limitReached(StopReason& reason) const;
+
+    const CaptureOptions& options;
+    int fd = -1;
+    int boundPort = 0;
+    PcapWriter writer;
+    std::vector<uint8_t> buffer;
+    std::set<uint64_t> senderSet;
+    uint64_t count = 0;
+    uint64_t bytes = 0;
+    bool sizeLimitHit = false;
+    int64_t deadlineNs = 0;
+    std::string message;
+};
+
+} // namespace vxrec
