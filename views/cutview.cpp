@@ -1,65 +1,274 @@
 #include "views/cutview.h"
 
+#include "stream/myline.h"
 #include "views/drawcut.h"
+#include "views/myscrollarea.h"
+
+#include <QAction>
+#include <QIcon>
+#include <QLabel>
+#include <QLayout>
+#include <QMouseEvent>
+#include <QToolBar>
+#include <QWheelEvent>
+#include <cmath>
 
 namespace vxlindral {
 
-CutView::CutView(QWidget* parent) : BasicView(parent) {}
+namespace {
+
+const float kHomeScale = 35.0f;
+
+int roundHalfAway(float v)
+{
+    return static_cast<int>(std::lround(v));
+}
+
+} // namespace
+
+CutView::CutView(QWidget* parent) : BasicView(parent)
+{
+    setWindowTitle(tr("Cut"));
+    setWindowIcon(QIcon(QStringLiteral(":/PixMaps/topview.svg")));
+    createContent();
+}
+
 CutView::~CutView() = default;
-void CutView::createContent()
-{
-    BasicView::createContent();
-}
-QToolBar* CutView::toolBar()
-{
-    return toolBarWidget;
-}
-void CutView::updateNewLine(vxlindral::LineType newLine)
-{
-    currentLine = newLine;
-}
-void CutView::handleCenter() {}
-void CutView::handleZoomIn() {}
-void CutView::handleZoomOut() {}
-void CutView::handleZoomHome() {}
-void CutView::handlePointSize() {}
-void CutView::handleGrid() {}
-void CutView::handleDrawMode() {}
-void CutView::updateImage() {}
-void CutView::updateImageLabel() {}
-void CutView::handleConfigChanged() {}
-void CutView::resizeEvent(QResizeEvent* e)
-{
-    BasicView::resizeEvent(e);
-}
-void CutView::wheelEvent(QWheelEvent* e)
-{
-    BasicView::wheelEvent(e);
-}
-void CutView::mousePressEvent(QMouseEvent* e)
-{
-    BasicView::mousePressEvent(e);
-}
-void CutView::mouseMoveEvent(QMouseEvent* e)
-{
-    BasicView::mouseMoveEvent(e);
-}
-void CutView::mouseDoubleClickEvent(QMouseEvent* e)
-{
-    BasicView::mouseDoubleClickEvent(e);
-}
-void CutView::mouseReleaseEvent(QMouseEvent* e)
-{
-    BasicView::mouseReleaseEvent(e);
-}
-QPoint CutView::labelCentre() const
-{
-    return {};
-}
-void CutView::applyClickPoint() {}
+
 QSize CutView::viewSize() const
 {
-    return {};
+    // right - left and bottom - top: one pixel less than the widget's size.
+    const QRect g = geometry();
+    return {g.right() - g.left(), g.bottom() - g.top()};
+}
+
+void CutView::createContent()
+{
+    if (QToolBar* bar = toolBar()) {
+        bar->setParent(this);
+        layout()->addWidget(bar);
+    }
+    BasicView::createContent();
+    cutParams.scale = kHomeScale;
+    pan = QPoint(0, 0);
+    if (pixmap.isNull())
+        pixmap = QPixmap(viewSize());
+}
+
+QToolBar* CutView::toolBar()
+{
+    if (toolBarWidget)
+        return toolBarWidget;
+    toolBarWidget = new QToolBar(this);
+
+    auto make = [this](const QString& text, const char* icon, const QKeySequence& key) {
+        auto* a = new QAction(QIcon(QString::fromLatin1(icon)), text, this);
+        a->setShortcut(key);
+        toolBarWidget->addAction(a);
+        return a;
+    };
+    zoomInAction = make(tr("Zoom In"), ":/PixMaps/zoom_plus.svg", QKeySequence(Qt::Key_Plus));
+    zoomOutAction = make(tr("Zoom out"), ":/PixMaps/zoom_minus.svg", QKeySequence(Qt::Key_Minus));
+    homeAction = make(tr("Home"), ":/PixMaps/zoom_home.svg", QKeySequence(Qt::CTRL | Qt::Key_H));
+    pointSizeAction = make(tr("Increase point size"), ":/PixMaps/pointsize1.svg",
+                           QKeySequence(Qt::CTRL | Qt::Key_P));
+    drawLinesAction =
+        make(tr("Draw lines"), ":/PixMaps/line.png", QKeySequence(Qt::CTRL | Qt::Key_L));
+    drawLinesAction->setCheckable(true);
+    drawLinesAction->setChecked(cutParams.drawLines);
+    gridAction = make(tr("Show grid"), ":/PixMaps/grid.svg", QKeySequence(Qt::CTRL | Qt::Key_G));
+    gridAction->setCheckable(true);
+    gridAction->setChecked(cutParams.grid);
+
+    connect(zoomInAction, &QAction::triggered, this, &CutView::handleZoomIn);
+    connect(zoomOutAction, &QAction::triggered, this, &CutView::handleZoomOut);
+    connect(homeAction, &QAction::triggered, this, &CutView::handleZoomHome);
+    connect(pointSizeAction, &QAction::triggered, this, &CutView::handlePointSize);
+    connect(drawLinesAction, &QAction::triggered, this, &CutView::handleDrawMode);
+    connect(gridAction, &QAction::triggered, this, &CutView::handleGrid);
+    return toolBarWidget;
+}
+
+void CutView::updateNewLine(vxlindral::LineType newLine)
+{
+    currentLine = std::move(newLine);
+    if (firstLine) {
+        firstLine = false;
+        cutParams.scale = kHomeScale;
+        pan = QPoint(0, 0);
+        updateImage();
+    }
+    if (!currentLine)
+        return;
+    cutParams.offsetX = pan.x();
+    cutParams.offsetY = pan.y();
+    cutParams.displayFiltered = isFilteredDisplayed();
+    drawCut(*currentLine, cutParams, pixmap);
+    updateImageLabel();
+}
+
+QPoint CutView::labelCentre() const
+{
+    const QRect g = label ? label->geometry() : QRect();
+    return {(g.left() + g.right()) / 2, (g.top() + g.bottom()) / 2};
+}
+
+void CutView::applyClickPoint()
+{
+    if (clickPoint.isNull())
+        return;
+    pan += labelCentre() - clickPoint;
+    clickPoint = QPoint(0, 0);
+}
+
+void CutView::handleCenter()
+{
+    applyClickPoint();
+}
+
+void CutView::handleZoomIn()
+{
+    // The limit is tested before the step, so the scale may end one step
+    // beyond it.
+    if (cutParams.scale > minScale) {
+        cutParams.scale *= 0.8f;
+        pan = QPoint(roundHalfAway(pan.x() * 1.25f), roundHalfAway(pan.y() * 1.25f));
+    }
+    applyClickPoint();
+    updateImage();
+}
+
+void CutView::handleZoomOut()
+{
+    if (maxScale > cutParams.scale) {
+        cutParams.scale *= 1.25f;
+        pan = QPoint(roundHalfAway(pan.x() * 0.8f), roundHalfAway(pan.y() * 0.8f));
+    }
+    applyClickPoint();
+    updateImage();
+}
+
+void CutView::handleZoomHome()
+{
+    cutParams.scale = kHomeScale;
+    pan = QPoint(0, 0);
+    updateImage();
+}
+
+void CutView::handlePointSize()
+{
+    cutParams.pointSize = cutParams.pointSize + 1 < 6 ? cutParams.pointSize + 1 : 1;
+    if (pointSizeAction)
+        pointSizeAction->setIcon(
+            QIcon(QStringLiteral(":/PixMaps/pointsize%1.svg").arg(cutParams.pointSize)));
+}
+
+void CutView::handleGrid()
+{
+    cutParams.grid = !cutParams.grid;
+    if (gridAction)
+        gridAction->setChecked(cutParams.grid);
+}
+
+void CutView::handleDrawMode()
+{
+    cutParams.drawLines = !cutParams.drawLines;
+    if (drawLinesAction)
+        drawLinesAction->setChecked(cutParams.drawLines);
+}
+
+void CutView::updateImage()
+{
+    if (pixmap.isNull())
+        pixmap = QPixmap(viewSize());
+    if (currentLine)
+        updateNewLine(currentLine);
+}
+
+void CutView::updateImageLabel()
+{
+    if (!label)
+        return;
+    label->setPixmap(pixmap);
+    label->adjustSize();
+}
+
+void CutView::handleConfigChanged() {}
+
+void CutView::resizeEvent(QResizeEvent* event)
+{
+    QMdiSubWindow::resizeEvent(event);
+    pixmap = QPixmap(viewSize());
+}
+
+void CutView::wheelEvent(QWheelEvent* event)
+{
+    // The single legacy delta: the dominant axis of the angle delta.
+    const QPoint a = event->angleDelta();
+    const int delta = qAbs(a.x()) > qAbs(a.y()) ? a.x() : a.y();
+    if (delta >= 1)
+        handleZoomIn();
+    else
+        handleZoomOut();
+    event->accept();
+}
+
+void CutView::mousePressEvent(QMouseEvent* event)
+{
+    const QPoint pos = event->localPos().toPoint();
+    dragAnchor = pos;
+    const QPoint p = scrollArea ? scrollArea->mapFrom(this, pos) : pos;
+    clickPoint = p;
+    QMdiSubWindow::mousePressEvent(event);
+
+    const QPoint centre = labelCentre();
+    const int u = p.x() - pan.x() - centre.x();
+    const int v = p.y() - pan.y() - centre.y();
+    // The readout divides by a fixed 500.0 and ignores the orientation flags.
+    const double x = static_cast<float>(u) * cutParams.scale / 500.0;
+    const double y = static_cast<float>(v) * cutParams.scale / 500.0;
+    double a = std::atan2(x, y) * 180.0 / M_PI;
+    if (a < 0)
+        a += 360.0;
+    a += 180.0;
+    if (a > 360.0)
+        a -= 360.0;
+    if (a < 0)
+        a += 360.0;
+    if (a >= 360.0)
+        a = 0.0;
+    emit updateStatusBar(QStringLiteral("u: %1 v: %2 x: %3m y: %4m a: %5deg")
+                             .arg(u)
+                             .arg(v)
+                             .arg(x, 0, 'g')
+                             .arg(y, 0, 'g')
+                             .arg(a, 0, 'g'));
+}
+
+void CutView::mouseMoveEvent(QMouseEvent* event)
+{
+    if (event->buttons() & Qt::LeftButton) {
+        const QPoint q = event->localPos().toPoint();
+        pan += q - dragAnchor;
+        dragAnchor = q;
+    }
+    QMdiSubWindow::mouseMoveEvent(event);
+}
+
+void CutView::mouseDoubleClickEvent(QMouseEvent* event)
+{
+    const QPoint pos = event->localPos().toPoint();
+    const QPoint p = scrollArea ? scrollArea->mapFrom(this, pos) : pos;
+    clickPoint = p;
+    if (p.isNull())
+        return;
+    pan += labelCentre() - p;
+    clickPoint = QPoint(0, 0);
+}
+
+void CutView::mouseReleaseEvent(QMouseEvent* event)
+{
+    QMdiSubWindow::mouseReleaseEvent(event);
 }
 
 } // namespace vxlindral

@@ -2,15 +2,161 @@
 
 #include "stream/myline.h"
 
+#include <QMutex>
+#include <QMutexLocker>
+#include <QPainter>
 #include <QPixmap>
+#include <QPoint>
+#include <cmath>
+#include <vector>
 
 namespace vxlindral {
 
-void drawCut(const MyLine&, const CutParams&, QPixmap&) {}
-void cutGridStep(float, double& stepMetres, int& unit)
+namespace {
+
+// One lock for every cut view's drawing; it also guards the scratch buffer.
+QMutex drawMutex;
+std::vector<QPoint> scratch;
+
+// Draws one run of grid lines from the axis outward, at most 499 of them.
+template <typename Draw> void gridRun(int start, int step, int limit, bool forward, Draw draw)
 {
-    stepMetres = 1.0;
-    unit = 1000;
+    int pos = start;
+    for (int n = 0; n < 499; ++n) {
+        pos += forward ? step : -step;
+        if (forward ? pos >= limit : pos < 1)
+            break;
+        draw(pos);
+    }
+}
+
+void flush(QPainter& painter, bool lines)
+{
+    if (lines) {
+        if (scratch.size() > 1)
+            painter.drawPolyline(scratch.data(), static_cast<int>(scratch.size()));
+    } else if (!scratch.empty()) {
+        painter.drawPoints(scratch.data(), static_cast<int>(scratch.size()));
+    }
+}
+
+} // namespace
+
+void cutGridStep(float scale, double& stepMetres, int& unit)
+{
+    struct Step
+    {
+        float below;
+        double metres;
+        int unit;
+    };
+    static const Step steps[] = {{0.5f, 0.01, 10},    {5.0f, 0.1, 100},     {10.0f, 0.25, 250},
+                                 {25.0f, 0.5, 500},   {50.0f, 1.0, 1000},   {100.0f, 2.0, 2000},
+                                 {200.0f, 4.0, 4000}, {500.0f, 10.0, 10000}};
+    for (const Step& s : steps) {
+        if (scale < s.below) {
+            stepMetres = s.metres;
+            unit = s.unit;
+            return;
+        }
+    }
+    stepMetres = 100.0;
+    unit = 100000;
+}
+
+void drawCut(const MyLine& line, const CutParams& params, QPixmap& pixmap)
+{
+    QMutexLocker locker(&drawMutex);
+    if (pixmap.isNull())
+        return;
+    pixmap.fill(Qt::white);
+    if (!(line.flags & 8))
+        return;
+
+    const int w = pixmap.width();
+    const int h = pixmap.height();
+    const int cx = w / 2;
+    const int cy = h / 2;
+    const float s = params.scale;
+    QPainter painter(&pixmap);
+
+    if (params.grid) {
+        double step = 0.0;
+        int unit = 0;
+        cutGridStep(s, step, unit);
+        painter.setPen(QPen(QColor(0, 0, 0, 80), 1));
+        painter.drawText(QPointF(5.0, 10.0), QStringLiteral("Grid: %1m").arg(step, 0, 'g', 2));
+        const int x0 = cx + params.offsetX;
+        painter.drawLine(x0, 0, x0, h - 1);
+        const int y0 = cy + params.offsetY;
+        painter.drawLine(0, y0, w - 1, y0);
+
+        // The spacing takes the step in millimetres over the scale, which is
+        // one step in pixels only for a half-width of 1000 pixels; the points
+        // below use the real half-width.
+        const int d = static_cast<int>(static_cast<float>(unit) / s);
+        painter.setPen(QPen(QColor(0, 0, 0, 40), 1));
+        auto vertical = [&](int x) { painter.drawLine(x, 0, x, h - 1); };
+        auto horizontal = [&](int y) { painter.drawLine(0, y, w - 1, y); };
+        gridRun(x0, d, w, true, vertical);
+        gridRun(x0, d, w, false, vertical);
+        // The downward run is bounded by the width, not the height.
+        gridRun(y0, d, w, true, horizontal);
+        gridRun(y0, d, w, false, horizontal);
+    }
+
+    const double k = static_cast<float>(cx) / s;
+    const double fx = params.orientX ? k : -k;
+    const double fy = params.orientY ? k : -k;
+    const QPen goodPen(QColor(0, 0, 200), params.pointSize);
+    const QPen rejectPen(QColor(192, 0, 0), params.pointSize);
+    const bool lines = params.drawLines;
+
+    // Consecutive points of one pen are drawn in one call; a pen change
+    // flushes the run so the drawing order stays that of the points.
+    scratch.clear();
+    scratch.reserve(line.points.size() + 1);
+    int currentPen = -1; // 0 good, 1 reject
+    bool havePrevious = false;
+    QPoint previous;
+    for (const vxs::VxPt& pt : line.points) {
+        const bool good = pt.valid != 0 && pt.reject == 0;
+        if (!params.displayFiltered && !good)
+            continue;
+        const double y = pt.y;
+        const double z = pt.z;
+        const int px = static_cast<int>(std::lround(fx * y + cx)) + params.offsetX;
+        const int py = static_cast<int>(std::lround(cy - fy * z)) + params.offsetY;
+        const QPoint screen(px, py);
+        const int pen = good ? 0 : 1;
+        if (lines) {
+            if (pen != currentPen) {
+                flush(painter, true);
+                scratch.clear();
+                if (havePrevious)
+                    scratch.push_back(previous);
+                painter.setPen(pen == 0 ? goodPen : rejectPen);
+                currentPen = pen;
+            }
+            scratch.push_back(screen);
+            previous = screen;
+            havePrevious = true;
+        } else {
+            // Only the far edges are tested; Qt clips anything left of or
+            // above the pixmap.
+            if (px >= w || py >= h)
+                continue;
+            if (pen != currentPen) {
+                flush(painter, false);
+                scratch.clear();
+                painter.setPen(pen == 0 ? goodPen : rejectPen);
+                currentPen = pen;
+            }
+            scratch.push_back(screen);
+        }
+    }
+    flush(painter, lines);
+    painter.end();
 }
 
 } // namespace vxlindral

@@ -65,6 +65,7 @@ protected:
 private:
     void teardownGL();
     void uploadVertices();
+    void writeBuffer();
 
     QOpenGLBuffer vertexBuffer{QOpenGLBuffer::VertexBuffer};
     QOpenGLVertexArrayObject vertexArray;
