@@ -281,6 +281,12 @@ void UDPLinedataStream::DispatchRawLine(VxStreamDeviceInfo sender, const char* m
             return;
         }
         count = pixel > uint64_t(INT_MAX) ? INT_MAX : static_cast<int>(pixel);
+        // Bytes behind the declared line are not part of it: the 8 that
+        // follow it read as zeros even when the message goes on. The buffer
+        // is the library's own (reassembly or DeliverMessage's copy), with 8
+        // spare zero bytes behind the message.
+        const std::size_t end = offset + std::size_t(lineheadersize) + std::size_t(pixel * bpp);
+        std::memset(const_cast<char*>(message) + end, 0, 8);
     }
     if (pause.load(std::memory_order_relaxed)) {
         Counters::inc(stats->pausedDiscards);
