@@ -1,0 +1,104 @@
+#include "views/statisticview.h"
+#include "viewtestsupport.h"
+
+#include <QSignalSpy>
+#include <stdexcept>
+
+using namespace vxlindral;
+using viewtest::makeIntensityLine;
+
+class TstBasicView : public QObject
+{
+    Q_OBJECT
+private slots:
+    void calculateRanges_data()
+    {
+        QTest::addColumn<QVector<uint>>("values");
+        QTest::addColumn<int>("startMin");
+        QTest::addColumn<int>("startMax");
+        QTest::addColumn<int>("expectMin");
+        QTest::addColumn<int>("expectMax");
+        // Observed extremes inside the band win.
+        QTest::newRow("two values")
+            << QVector<uint>{100, 100, 310, 310} << 65535 << 0 << 100 << 310;
+        // The band is mean - 2s .. mean + 3s (sample variance, n - 1): one
+        // outlier above is clipped to mean + 3s, truncated toward zero.
+        // Values 10 x 0 and one 1000: mean 90.909, s 301.511, upper 995.44.
+        QTest::newRow("outlier clipped above")
+            << QVector<uint>{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1000} << 65535 << 0 << 0 << 995;
+        // An outlier below is clipped to mean - 2s: values 10 x 1000 and one 0
+        // give mean 909.09, s 301.51, lower 306.07.
+        QTest::newRow("outlier clipped below")
+            << QVector<uint>{1000, 1000, 1000, 1000, 1000, 1000, 1000, 1000, 1000, 1000, 0} << 65535
+            << 0 << 306 << 1000;
+        // All equal: s = 0, min == max, so the full 16-bit range.
+        QTest::newRow("all equal") << QVector<uint>{500, 500, 500} << 65535 << 0 << 0 << 65535;
+        // A single point: the band is 0 .. 0, the positive maximum becomes 0.
+        QTest::newRow("single point") << QVector<uint>{700} << 65535 << 0 << 700 << 0;
+        // No points: a negative start minimum becomes 0, a positive maximum
+        // becomes 0, and 0 == 0 falls back to the full range.
+        QTest::newRow("empty, degenerate") << QVector<uint>{} << -5 << 9 << 0 << 65535;
+        QTest::newRow("empty, untouched") << QVector<uint>{} << 65535 << 0 << 65535 << 0;
+        // The starting range widens the observed one before clipping.
+        QTest::newRow("start widens") << QVector<uint>{100, 100, 310, 310} << 50 << 0 << 50 << 310;
+    }
+    void calculateRanges()
+    {
+        QFETCH(QVector<uint>, values);
+        QFETCH(int, startMin);
+        QFETCH(int, startMax);
+        StatisticView view;
+        auto line = makeIntensityLine(std::vector<uint32_t>(values.begin(), values.end()));
+        int minI = startMin;
+        int maxI = startMax;
+        view.calculateRanges(line.get(), minI, maxI);
+        QTEST(minI, "expectMin");
+        QTEST(maxI, "expectMax");
+    }
+
+    void calculateRangesChecksPointCount()
+    {
+        StatisticView view;
+        auto line = makeIntensityLine({1, 2, 3});
+        line->pixel = 4;
+        int minI = 65535;
+        int maxI = 0;
+        QVERIFY_EXCEPTION_THROWN(view.calculateRanges(line.get(), minI, maxI), std::out_of_range);
+    }
+
+    void setPortAppendsToTitle()
+    {
+        StatisticView view;
+        view.setWindowTitle(QStringLiteral("Cut"));
+        view.setPort(6101);
+        QCOMPARE(view.windowTitle(), QStringLiteral("Cut : Port 6101"));
+        QCOMPARE(view.getPort(), 6101);
+    }
+
+    void closeEmitsNameOnceAndDeletes()
+    {
+        auto* view = new StatisticView;
+        view->setObjectName(QStringLiteral("6101_cut"));
+        QPointer<StatisticView> guard(view);
+        QSignalSpy spy(view, &BasicView::closed);
+        view->show();
+        QVERIFY(view->close());
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.at(0).at(0).toString(), QStringLiteral("6101_cut"));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(guard.isNull());
+    }
+
+    void infoViewShowsLastText()
+    {
+        StatisticView view;
+        view.updateStatistic(QStringLiteral("<table><tr><td>a</td></tr></table>"));
+        view.updateStatistic(QStringLiteral("second"));
+        QCOMPARE(view.text(), QStringLiteral("second"));
+        view.updateStatistic(QString());
+        QCOMPARE(view.text(), QString());
+    }
+};
+
+VIEW_TEST_MAIN(TstBasicView, true)
+#include "tst_basicview.moc"

@@ -1,0 +1,238 @@
+#include "views/cutview.h"
+#include "views/drawcut.h"
+#include "viewtestsupport.h"
+
+#include <QImage>
+#include <QLabel>
+#include <QPixmap>
+#include <QSignalSpy>
+
+using namespace vxlindral;
+using viewtest::makeLine;
+using viewtest::Pt;
+
+namespace {
+
+const QRgb kGood = qRgb(0, 0, 200);
+const QRgb kReject = qRgb(192, 0, 0);
+const QRgb kWhite = qRgb(255, 255, 255);
+
+QImage render(const LineType& line, const CutParams& params, int w = 200, int h = 100)
+{
+    QPixmap pixmap(w, h);
+    drawCut(*line, params, pixmap);
+    return pixmap.toImage().convertToFormat(QImage::Format_RGB32);
+}
+
+CutParams noGrid(float scale = 35.0f)
+{
+    CutParams p;
+    p.grid = false;
+    p.scale = scale;
+    return p;
+}
+
+int countColour(const QImage& img, QRgb c)
+{
+    int n = 0;
+    for (int y = 0; y < img.height(); ++y)
+        for (int x = 0; x < img.width(); ++x)
+            n += img.pixel(x, y) == c;
+    return n;
+}
+
+bool anyDarkIn(const QImage& img, const QRect& r)
+{
+    for (int y = r.top(); y <= r.bottom(); ++y)
+        for (int x = r.left(); x <= r.right(); ++x)
+            if (qGray(img.pixel(x, y)) < 200)
+                return true;
+    return false;
+}
+
+} // namespace
+
+class TstCutView : public QObject
+{
+    Q_OBJECT
+private slots:
+    // Points land at round(cx - k*y + offset.x), round(cy + k*z + offset.y)
+    // with k = cx / scale: both axes are negated.
+    void pointMapping_data()
+    {
+        QTest::addColumn<float>("scale");
+        QTest::addColumn<double>("y");
+        QTest::addColumn<double>("z");
+        QTest::addColumn<QPoint>("offset");
+        QTest::addColumn<QPoint>("expected");
+        QTest::newRow("origin at centre") << 35.0f << 0.0 << 0.0 << QPoint() << QPoint(100, 50);
+        // k = 100/35: y 3.5 -> 10 px left, z 1.75 -> 5 px down.
+        QTest::newRow("negated axes") << 35.0f << 3.5 << 1.75 << QPoint() << QPoint(90, 55);
+        QTest::newRow("negative coords") << 35.0f << -7.0 << -3.5 << QPoint() << QPoint(120, 40);
+        // k = 100: 0.125 m is 12.5 px, rounded half away from zero.
+        QTest::newRow("half rounds away") << 1.0f << -0.125 << 0.125 << QPoint() << QPoint(113, 63);
+        QTest::newRow("pan offset") << 35.0f << 0.0 << 0.0 << QPoint(-30, 20) << QPoint(70, 70);
+    }
+    void pointMapping()
+    {
+        QFETCH(float, scale);
+        QFETCH(double, y);
+        QFETCH(double, z);
+        QFETCH(QPoint, offset);
+        QFETCH(QPoint, expected);
+        CutParams p = noGrid(scale);
+        p.offsetX = offset.x();
+        p.offsetY = offset.y();
+        const QImage img = render(makeLine({{y, z, 100}}), p);
+        QCOMPARE(img.pixel(expected), kGood);
+        QCOMPARE(countColour(img, kGood), 1);
+    }
+
+    void rejectedPointsFollowFilterSwitch_data()
+    {
+        QTest::addColumn<bool>("filtered");
+        QTest::addColumn<int>("good");
+        QTest::addColumn<int>("reject");
+        QTest::newRow("unfiltered hides") << false << 1 << 0;
+        QTest::newRow("filtered shows red") << true << 1 << 2;
+    }
+    void rejectedPointsFollowFilterSwitch()
+    {
+        QFETCH(bool, filtered);
+        CutParams p = noGrid();
+        p.displayFiltered = filtered;
+        // A good point, a rejected one and an invalid one.
+        auto line = makeLine({{0.0, 0.0, 1, 1, 0}, {3.5, 0.0, 1, 1, 7}, {-3.5, 0.0, 1, 0, 0}});
+        const QImage img = render(line, p);
+        QTEST(countColour(img, kGood), "good");
+        QTEST(countColour(img, kReject), "reject");
+    }
+
+    void gridAxesAndLabel()
+    {
+        CutParams p;
+        p.scale = 35.0f; // step 1 m; spacing 1000 / 35 = 28 px
+        const QImage img = render(makeLine({}), p);
+        const int axis = qGray(img.pixel(100, 30));
+        const int line = qGray(img.pixel(128, 30));
+        QVERIFY2(axis < line && line < 255, qPrintable(QString("%1 %2").arg(axis).arg(line)));
+        for (int x : {72, 44, 16, 156, 184})
+            QCOMPARE(qGray(img.pixel(x, 30)), line);
+        for (int y : {22, 78})
+            QCOMPARE(qGray(img.pixel(30, y)), line);
+        QCOMPARE(qGray(img.pixel(30, 50)), axis);
+        // Between grid lines the paper stays white.
+        QCOMPARE(img.pixel(114, 36), kWhite);
+        // The label (alpha 80, darker than the grid lines) sits at the top left.
+        QVERIFY(anyDarkIn(img, QRect(5, 0, 60, 11)));
+        QVERIFY(!anyDarkIn(render(makeLine({}), noGrid()), QRect(5, 0, 60, 11)));
+    }
+
+    void gridOffOrUndrawableLineLeavesWhite()
+    {
+        QImage img = render(makeLine({}), noGrid());
+        QCOMPARE(countColour(img, kWhite), 200 * 100);
+        // Bit 3 of the flags clear: white, no grid, no points.
+        CutParams p;
+        p.scale = 35.0f;
+        img = render(makeLine({{0.0, 0.0, 1}}, 200 & ~8), p);
+        QCOMPARE(countColour(img, kWhite), 200 * 100);
+    }
+
+    void gridStep_data()
+    {
+        QTest::addColumn<float>("scale");
+        QTest::addColumn<double>("step");
+        QTest::addColumn<int>("unit");
+        QTest::newRow("0.1") << 0.1f << 0.01 << 10;
+        QTest::newRow("4.99") << 4.99f << 0.1 << 100;
+        QTest::newRow("35") << 35.0f << 1.0 << 1000;
+        QTest::newRow("499") << 499.0f << 10.0 << 10000;
+        QTest::newRow("500") << 500.0f << 100.0 << 100000;
+    }
+    void gridStep()
+    {
+        QFETCH(float, scale);
+        double step = 0;
+        int unit = 0;
+        cutGridStep(scale, step, unit);
+        QTEST(step, "step");
+        QTEST(unit, "unit");
+    }
+
+    void polylineJoinsPoints()
+    {
+        CutParams p = noGrid();
+        p.drawLines = true;
+        auto line = makeLine({{3.5, 0.0, 1}, {-3.5, 0.0, 1}});
+        const QImage img = render(line, p);
+        for (int x = 90; x <= 110; ++x)
+            QCOMPARE(img.pixel(x, 50), kGood);
+    }
+
+    void zoomLimitsAreTestedBeforeTheStep()
+    {
+        CutView view;
+        view.setScale(0.1f);
+        view.handleZoomIn();
+        QCOMPARE(view.params().scale, 0.1f);
+        view.setScale(499.0f);
+        view.handleZoomOut();
+        QCOMPARE(view.params().scale, 623.75f);
+        view.handleZoomOut();
+        QCOMPARE(view.params().scale, 623.75f);
+        view.handleZoomHome();
+        QCOMPARE(view.params().scale, 35.0f);
+    }
+
+    void pointSizeCycles()
+    {
+        CutView view;
+        QList<int> sizes;
+        for (int i = 0; i < 5; ++i) {
+            view.handlePointSize();
+            sizes << view.params().pointSize;
+        }
+        QCOMPARE(sizes, (QList<int>{2, 3, 4, 5, 1}));
+    }
+
+    void firstLineResetsAndShows()
+    {
+        CutView view;
+        view.resize(301, 201);
+        view.show();
+        view.setScale(3.0f);
+        view.updateNewLine(makeLine({{0.0, 0.0, 1}}));
+        QCOMPARE(view.params().scale, 35.0f);
+        const QImage img = view.image().toImage().convertToFormat(QImage::Format_RGB32);
+        QVERIFY(!img.isNull());
+        QCOMPARE(img.pixel(img.width() / 2, img.height() / 2), kGood);
+        // A later line keeps the zoom.
+        view.setScale(3.0f);
+        view.updateNewLine(makeLine({}));
+        QCOMPARE(view.params().scale, 3.0f);
+    }
+
+    void pressReportsPositionWithFixedDivisor()
+    {
+        CutView view;
+        view.resize(301, 201);
+        view.show();
+        QSignalSpy spy(&view, &BasicView::updateStatusBar);
+        QLabel* label = view.findChild<QLabel*>();
+        QVERIFY(label);
+        const QRect g = label->geometry();
+        const QPoint centre((g.left() + g.right()) / 2, (g.top() + g.bottom()) / 2);
+        // 100 px right of the centre, in scroll-area coordinates.
+        QWidget* area = label->parentWidget()->parentWidget();
+        const QPoint at = area->mapTo(&view, centre + QPoint(100, 0));
+        QTest::mousePress(&view, Qt::LeftButton, Qt::NoModifier, at);
+        QCOMPARE(spy.count(), 1);
+        // x = 100 * 35 / 500 = 7 m; atan2(7, 0) = 90 deg, + 180 -> 270.
+        QCOMPARE(spy.at(0).at(0).toString(), QStringLiteral("u: 100 v: 0 x: 7m y: 0m a: 270deg"));
+        QTest::mouseRelease(&view, Qt::LeftButton, Qt::NoModifier, at);
+    }
+};
+
+VIEW_TEST_MAIN(TstCutView, true)
+#include "tst_cutview.moc"
