@@ -119,7 +119,7 @@ void MainWindow::openStream(int portLine, int portStatus)
         toggleCutView(portLine);
     if (settings.value("View/ThreeD", true).toBool())
         toggle3DView(portLine);
-    ui->mdiArea->tileSubWindows();
+    tileViews();
 
     // The model and controller stay in the maps when the socket fails, so a
     // second attempt on this port is refused as already connected.
@@ -128,7 +128,14 @@ void MainWindow::openStream(int portLine, int portStatus)
                              QMessageBox::Ok);
     }
 
-    if (QMdiSubWindow* current = ui->mdiArea->currentSubWindow())
+    // Before the window is first shown no sub-window has been activated yet;
+    // the latest one added then counts as the current one.
+    QMdiSubWindow* current = ui->mdiArea->currentSubWindow();
+    const QList<QMdiSubWindow*> windows =
+        ui->mdiArea->subWindowList(QMdiArea::ActivationHistoryOrder);
+    if (!current && !windows.isEmpty())
+        current = windows.last();
+    if (current)
         current->showMaximized();
     adjustSize();
 }
@@ -208,6 +215,15 @@ void MainWindow::handleAbout()
 void MainWindow::handleRealign()
 {
     ui->mdiArea->tileSubWindows();
+}
+
+// A hidden MDI area keeps tiling requests and runs them when it is first
+// shown, which would undo the maximised view that a stream opened at start-up
+// shows. Before the window is shown there is nothing to tile yet.
+void MainWindow::tileViews()
+{
+    if (ui->mdiArea->isVisible())
+        ui->mdiArea->tileSubWindows();
 }
 
 void MainWindow::handleClose()
@@ -436,7 +452,7 @@ void MainWindow::addView(QAction*, BasicView* view)
     if (maximised)
         view->setWindowState(Qt::WindowMaximized);
     else
-        ui->mdiArea->tileSubWindows();
+        tileViews();
     // Queued: the closing view is gone by the time the rest is tiled again.
     connect(view, &BasicView::closed, this, &MainWindow::handleRealign, Qt::QueuedConnection);
 }
@@ -451,7 +467,7 @@ void MainWindow::toggleVisibility(QAction*, BasicView* view)
         return;
     }
     view->setVisible(!view->isVisible());
-    ui->mdiArea->tileSubWindows();
+    tileViews();
 }
 
 // ---- export and recording -------------------------------------------------

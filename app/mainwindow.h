@@ -101,6 +101,7 @@ private:
     // The text of the port's current line; empty when the port has no model.
     QString lineText(int port);
     vxlindral::BasicView* currentView() const;
+    void tileViews();
 
     QSettings settings;
     Ui_MainWindow* ui;

@@ -1,0 +1,553 @@
+// The main window's logic in-process, with a private settings store: default
+// views, the port limit and its warnings, freezing, view toggling and
+// re-tiling, the settings round trip, export and recording.
+#include "app/mainwindow.h"
+#include "models/streamdatamodel.h"
+#include "stream/streamdatacontroller.h"
+#include "views/basicview.h"
+#include "views/cutview.h"
+#include "views/flatview.h"
+#include "views/glformat.h"
+#include "views/numericview.h"
+#include "views/statisticview.h"
+#include "views/threedview.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QFileDialog>
+#include <QInputDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMdiArea>
+#include <QMdiSubWindow>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QtTest>
+#include <functional>
+#include <memory>
+
+using namespace vxlindral;
+
+namespace {
+
+// Runs `f` on the first visible top-level widget of type W as soon as one
+// shows up (modal dialogs block the caller inside exec()).
+template <typename W> void whenShown(std::function<void(W*)> f)
+{
+    auto* timer = new QTimer;
+    timer->setInterval(10);
+    QObject::connect(timer, &QTimer::timeout, [timer, f] {
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            auto* target = qobject_cast<W*>(w);
+            if (target && target->isVisible()) {
+                timer->stop();
+                timer->deleteLater();
+                f(target);
+                return;
+            }
+        }
+    });
+    timer->start();
+}
+
+// Answers the next warning box with Ok and keeps its title and text.
+struct WarningCatcher
+{
+    QString title;
+    QString text;
+    int count = 0;
+    void arm()
+    {
+        whenShown<QMessageBox>([this](QMessageBox* box) {
+            title = box->windowTitle();
+            text = box->text();
+            ++count;
+            box->button(QMessageBox::Ok)->click();
+        });
+    }
+};
+
+// Answers the next file dialog with `path`, or cancels it when `path` is empty.
+void answerFileDialog(const QString& path)
+{
+    whenShown<QFileDialog>([path](QFileDialog* dialog) {
+        if (path.isEmpty()) {
+            dialog->reject();
+            return;
+        }
+        dialog->selectFile(path);
+        static_cast<QDialog*>(dialog)->accept(); // QFileDialog's own is protected
+    });
+}
+
+// A line of `pixels` records in the (datatyp 2, peak) layout: range 1000 + i,
+// intensity 100 + i.
+LineType makeLine(int pixels)
+{
+    auto line = std::make_shared<MyLine>();
+    line->parser = std::make_shared<vx::RawLineParser>();
+    if (!line->parser->detect(2, vx::RawLineParser::MOD_PEAK, false))
+        return nullptr;
+    const int bpp = line->parser->bytesPerPixel();
+    line->pixel = pixels;
+    line->flags = 8;
+    line->data.resize(std::size_t(pixels) * bpp);
+    line->points.resize(pixels);
+    for (int i = 0; i < pixels; ++i) {
+        const uint32_t range = 1000 + i;
+        const uint32_t intensity = 100 + i;
+        uint8_t* rec = line->data.data() + std::size_t(i) * bpp;
+        rec[0] = range & 0xff;
+        rec[1] = (range >> 8) & 0xff;
+        rec[2] = (range >> 16) & 0xff;
+        rec[3] = intensity & 0xff;
+        rec[4] = (intensity >> 8) & 0xff;
+        vxs::VxPt& p = line->points[i];
+        p.intensity = intensity;
+        p.range = range / 10000.0;
+        p.y = (i - pixels / 2) * 0.001;
+        p.z = p.range;
+        p.valid = 1;
+    }
+    const vx::RawLineParser::AvrStd s =
+        line->parser->calc(reinterpret_cast<const char*>(line->data.data()), pixels);
+    line->avr = s.avr;
+    line->sdev = s.sdev;
+    line->min = s.min;
+    line->max = s.max;
+    return line;
+}
+
+} // namespace
+
+class TestMainWindow : public QObject
+{
+    Q_OBJECT
+private slots:
+    void init();
+    void cleanup();
+
+    void firstStartOpensOnlyThe3DView();
+    void viewKinds_data();
+    void viewKinds();
+    void secondOpenOfSamePortRefused();
+    void fourthPortRefused();
+    void freeze();
+    void toggleHidesAndShows();
+    void maximisedToggleShowsInFront();
+    void closingAViewRetiles();
+    void settingsDialogRoundTrip();
+    void connectDialogSavesPortsEvenWhenRefused();
+    void exportWritesTheLineText();
+    void recordingWritesNumberedParts();
+    void recordingCancelRules_data();
+    void recordingCancelRules();
+
+private:
+    QStringList viewNames() const;
+    QMdiArea* mdi() const { return window->findChild<QMdiArea*>("mdiArea"); }
+    QAction* action(const char* name) const { return window->findChild<QAction*>(name); }
+    QLabel* status() const { return window->findChild<QLabel*>("labelStatus"); }
+    // Hands `line` to the port's model as the receiver does, and lets the
+    // queued deliveries run.
+    void feed(int port, const LineType& line);
+
+    std::unique_ptr<MainWindow> window;
+    QTemporaryDir files;
+};
+
+void TestMainWindow::init()
+{
+    QSettings().clear();
+    QSettings().sync();
+    window = std::make_unique<MainWindow>();
+    window->show();
+    window->activateWindow();
+    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+}
+
+void TestMainWindow::cleanup()
+{
+    window.reset();
+    QCoreApplication::processEvents();
+}
+
+QStringList TestMainWindow::viewNames() const
+{
+    QStringList names;
+    for (BasicView* view : window->findChildren<BasicView*>())
+        names << view->objectName();
+    names.sort();
+    return names;
+}
+
+void TestMainWindow::feed(int port, const LineType& line)
+{
+    std::shared_ptr<StreamDataModel> model = window->dataModel(port);
+    QVERIFY(model);
+    QVERIFY(line);
+    model->setData(QModelIndex(), QVariant::fromValue(line));
+    QCoreApplication::processEvents();
+}
+
+void TestMainWindow::firstStartOpensOnlyThe3DView()
+{
+    QCOMPARE(viewNames(), QStringList{"6101_info"});
+    QMdiSubWindow* sub = mdi()->currentSubWindow();
+    QVERIFY(qobject_cast<ThreeDView*>(sub));
+    QVERIFY(sub->isMaximized());
+    QVERIFY(window->dataModel(6101));
+    QVERIFY(window->controller(6101));
+    QCOMPARE(window->portEntries(), 1);
+    QCOMPARE(window->currentPort(), 6101);
+}
+
+void TestMainWindow::viewKinds_data()
+{
+    QTest::addColumn<QString>("slot");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("className");
+    // The names are crossed on purpose: the info view is "_cut", the cut view
+    // "_3d" and the 3D view "_info".
+    QTest::newRow("info") << "toggleStaticView"
+                          << "6101_cut"
+                          << "vxlindral::StatisticView";
+    QTest::newRow("numeric") << "toggleNumericView"
+                             << "6101_num"
+                             << "vxlindral::NumericView";
+    QTest::newRow("cut") << "toggleCutView"
+                         << "6101_3d"
+                         << "vxlindral::CutView";
+    QTest::newRow("gray") << "toggleGrayView"
+                          << "6101_gray"
+                          << "vxlindral::FlatView";
+    QTest::newRow("3d") << "toggle3DView"
+                        << "6101_info"
+                        << "vxlindral::ThreeDView";
+}
+
+// Each toggle slot, reached by name as the tool-bar form without argument,
+// finds or makes the view of its kind under the kind's name.
+void TestMainWindow::viewKinds()
+{
+    QFETCH(QString, slot);
+    QFETCH(QString, name);
+    QFETCH(QString, className);
+
+    // Start from no view, so that the slot has to create its view.
+    mdi()->closeAllSubWindows();
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(viewNames().isEmpty());
+
+    QVERIFY(QMetaObject::invokeMethod(window.get(), slot.toLatin1().constData()));
+    QCOMPARE(viewNames(), QStringList{name});
+    auto* view = window->findChild<BasicView*>(name);
+    QCOMPARE(QString(view->metaObject()->className()), className);
+    QVERIFY(view->windowTitle().endsWith(" : Port 6101"));
+    QCOMPARE(view->getPort(), 6101);
+
+    // The view reports its own name when it is closed.
+    QSignalSpy closed(view, &BasicView::closed);
+    view->close();
+    QCOMPARE(closed.count(), 1);
+    QCOMPARE(closed.at(0).at(0).toString(), name);
+
+    QVERIFY_EXCEPTION_THROWN(MainWindow::viewNamePattern(5), std::invalid_argument);
+}
+
+void TestMainWindow::secondOpenOfSamePortRefused()
+{
+    WarningCatcher warning;
+    warning.arm();
+    const QStringList before = viewNames();
+    window->openStream(6101, 6102);
+    QCOMPARE(warning.count, 1);
+    QCOMPARE(warning.text, QString("Socket already connected."));
+    // The window's current title (which a maximised view extends).
+    QCOMPARE(warning.title, window->windowTitle());
+    QVERIFY(warning.title.startsWith("Vx Lindral"));
+    QCOMPARE(viewNames(), before);
+    QCOMPARE(window->portEntries(), 1);
+}
+
+// Entries are never erased: after two more ports, even a stopped one, a
+// fourth port is refused.
+void TestMainWindow::fourthPortRefused()
+{
+    window->openStream(47811, 47812);
+    window->openStream(47813, 47814);
+    QCOMPARE(window->portEntries(), 3);
+    QVERIFY(window->findChild<BasicView*>("47811_info"));
+    QVERIFY(window->findChild<BasicView*>("47813_info"));
+
+    // Stopping the first view's port keeps its entry.
+    QMetaObject::invokeMethod(window.get(), "handleStopStream");
+    const int stopped = window->currentPort();
+    QVERIFY(!window->dataModel(stopped));
+    QCOMPARE(window->portEntries(), 3);
+
+    WarningCatcher warning;
+    warning.arm();
+    window->openStream(47815, 47816);
+    QCOMPARE(warning.text, QString("Socket already connected."));
+    QCOMPARE(window->portEntries(), 3);
+    QVERIFY(!window->findChild<BasicView*>("47815_info"));
+}
+
+void TestMainWindow::freeze()
+{
+    QAction* freeze = action("actionFreeze");
+    std::shared_ptr<StreamDataController> controller = window->controller(6101);
+
+    freeze->trigger();
+    QVERIFY(freeze->isChecked());
+    QVERIFY(controller->isPaused());
+    freeze->trigger();
+    QVERIFY(!freeze->isChecked());
+    QVERIFY(!controller->isPaused());
+
+    // Without a sub-window nothing is paused and the click's check state stays.
+    mdi()->closeAllSubWindows();
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!mdi()->currentSubWindow());
+    freeze->trigger();
+    QVERIFY(freeze->isChecked());
+    QVERIFY(!controller->isPaused());
+}
+
+void TestMainWindow::toggleHidesAndShows()
+{
+    action("actionRealign")->trigger(); // leave the maximised layout
+    action("actionCut")->trigger();
+    auto* cut = window->findChild<BasicView*>("6101_3d");
+    QVERIFY(cut && cut->isVisible());
+    QVERIFY(!mdi()->currentSubWindow() || !mdi()->currentSubWindow()->isMaximized());
+
+    action("actionCut")->trigger();
+    QCOMPARE(window->findChild<BasicView*>("6101_3d"), cut); // the same view, hidden
+    QVERIFY(!cut->isVisible());
+    action("actionCut")->trigger();
+    QVERIFY(cut->isVisible());
+    QCOMPARE(window->findChildren<CutView*>().size(), 1);
+}
+
+// With a maximised sub-window, a hidden view comes back maximised, and a new
+// view is added maximised.
+void TestMainWindow::maximisedToggleShowsInFront()
+{
+    action("actionRealign")->trigger();
+    action("actionGray")->trigger();
+    auto* gray = window->findChild<BasicView*>("6101_gray");
+    action("actionGray")->trigger();
+    QVERIFY(!gray->isVisible());
+
+    auto* threeD = window->findChild<BasicView*>("6101_info");
+    mdi()->setActiveSubWindow(threeD);
+    threeD->showMaximized();
+    QVERIFY(mdi()->currentSubWindow()->isMaximized());
+    action("actionGray")->trigger();
+    QVERIFY(gray->isVisible());
+    QVERIFY(gray->isMaximized());
+
+    action("actionNumeric")->trigger();
+    auto* numeric = window->findChild<BasicView*>("6101_num");
+    QVERIFY(numeric->isMaximized());
+}
+
+void TestMainWindow::closingAViewRetiles()
+{
+    action("actionInfo")->trigger();
+    action("actionRealign")->trigger();
+    auto* info = window->findChild<BasicView*>("6101_cut");
+    auto* threeD = window->findChild<BasicView*>("6101_info");
+    const QRect area = mdi()->viewport()->rect();
+    QVERIFY(threeD->geometry().width() * threeD->geometry().height() <
+            area.width() * area.height() * 3 / 4);
+
+    info->close();
+    // Tiling is queued behind the close, so the area fills only afterwards.
+    QTRY_COMPARE(threeD->geometry(), area);
+    QCOMPARE(viewNames(), QStringList{"6101_info"});
+}
+
+// First start: the dialog offers Cut and not 3D although the window opened the
+// 3D view. Accepting it unchanged stores that, emits configChanged, and the
+// next stream opens the cut view instead of the 3D view. Cancelling stores and
+// emits nothing.
+void TestMainWindow::settingsDialogRoundTrip()
+{
+    QSignalSpy changed(window.get(), &MainWindow::configChanged);
+
+    whenShown<QDialog>([](QDialog* dialog) { dialog->reject(); });
+    action("actionSettings")->trigger();
+    QCOMPARE(changed.count(), 0);
+    QVERIFY(!QSettings().contains("View/Cut"));
+
+    bool cutShown = false, threeDShown = true;
+    whenShown<QDialog>([&](QDialog* dialog) {
+        cutShown = dialog->findChild<QCheckBox*>("checkBoxCut")->isChecked();
+        threeDShown = dialog->findChild<QCheckBox*>("checkBox3D")->isChecked();
+        dialog->findChild<QLineEdit*>("lineEditPointsPerLine")->setText("abc");
+        dialog->accept();
+    });
+    action("actionSettings")->trigger();
+    QVERIFY(cutShown);
+    QVERIFY(!threeDShown);
+    QCOMPARE(changed.count(), 1);
+
+    QSettings stored;
+    stored.sync();
+    QCOMPARE(stored.value("View/Cut").toBool(), true);
+    QCOMPARE(stored.value("View/ThreeD").toBool(), false);
+    QCOMPARE(stored.value("ThreeD/pointsPerLine").toInt(), 0);
+    QCOMPARE(stored.value("ThreeD/maxPoints").toInt(), 100000);
+
+    window->openStream(47821, 47822);
+    QVERIFY(window->findChild<CutView*>("47821_3d"));
+    QVERIFY(!window->findChild<BasicView*>("47821_info"));
+}
+
+void TestMainWindow::connectDialogSavesPortsEvenWhenRefused()
+{
+    WarningCatcher warning;
+    whenShown<QDialog>([&warning](QDialog* dialog) {
+        auto* line = dialog->findChild<QLineEdit*>("lineEditPortLine");
+        auto* statusPort = dialog->findChild<QLineEdit*>("lineEditPortStatus");
+        if (line->text() != "6101" || statusPort->text() != "6102")
+            dialog->reject(); // wrong presets: the test then fails below
+        line->setText("6101");
+        statusPort->setText("7777");
+        warning.arm();
+        dialog->accept();
+    });
+    action("actionConnect")->trigger();
+    QCOMPARE(warning.text, QString("Socket already connected."));
+    QCOMPARE(QSettings().value("Ports/Line").toUInt(), 6101u);
+    QCOMPARE(QSettings().value("Ports/Status").toUInt(), 7777u);
+    QCOMPARE(window->portEntries(), 1);
+}
+
+// The file holds exactly the model's line text: a header line naming the
+// columns, then one row per pixel. The line is the one current when the
+// command was given.
+void TestMainWindow::exportWritesTheLineText()
+{
+    const int pixels = 37;
+    feed(6101, makeLine(pixels));
+    const QString expected = window->dataModel(6101)->currentLineText();
+    const QString path = files.filePath("line.txt");
+
+    std::shared_ptr<StreamDataModel> model = window->dataModel(6101);
+    whenShown<QFileDialog>([&](QFileDialog* dialog) {
+        // A line arriving while the dialog is open is not the one exported.
+        model->setData(QModelIndex(), QVariant::fromValue(makeLine(3)));
+        dialog->selectFile(path);
+        static_cast<QDialog*>(dialog)->accept(); // QFileDialog's own is protected
+    });
+    action("actionExportLine")->trigger();
+    QVERIFY(model->currentLineText() != expected);
+
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QString text = QString::fromUtf8(file.readAll());
+    QCOMPARE(text, expected);
+    const QStringList rows = text.split('\n', Qt::SkipEmptyParts);
+    QCOMPARE(rows.size(), pixels + 1);
+    QVERIFY(rows.first().startsWith("# "));
+    QVERIFY(rows.first().contains("range"));
+    QCOMPARE(rows.at(1).split(' ').first(), QString("1000"));
+    QCOMPARE(rows.last().split(' ').first(), QString::number(1000 + pixels - 1));
+    QCOMPARE(QSettings().value("Path/Last").toString(), QFileInfo(path).absoluteFilePath());
+
+    // Cancelling writes nothing and keeps the stored path.
+    answerFileDialog(QString());
+    action("actionExportLine")->trigger();
+    QCOMPARE(QSettings().value("Path/Last").toString(), QFileInfo(path).absoluteFilePath());
+}
+
+void TestMainWindow::recordingWritesNumberedParts()
+{
+    feed(6101, makeLine(5));
+    const QString start = files.filePath("rec.txt");
+    answerFileDialog(start);
+    whenShown<QInputDialog>([](QInputDialog* dialog) {
+        dialog->setIntValue(40);
+        dialog->accept();
+    });
+    QAction* lines = action("actionExportLines");
+    lines->trigger();
+    QVERIFY(lines->isChecked());
+    QVERIFY(window->isRecording());
+    QCOMPARE(QSettings().value("Path/Recording").toString(), QFileInfo(start).absoluteFilePath());
+
+    QTRY_VERIFY(QFile::exists(start + "-part3.cvs"));
+    QVERIFY(status()->text().startsWith("Recording "));
+    feed(6101, makeLine(9)); // later parts take the line current at their tick
+    QTRY_VERIFY(QFile::exists(start + "-part6.cvs"));
+
+    lines->trigger();
+    QVERIFY(!lines->isChecked());
+    QVERIFY(!window->isRecording());
+    QCOMPARE(status()->text(), QString());
+
+    const QStringList parts = QDir(files.path()).entryList({"rec.txt-part*.cvs"}, QDir::Files);
+    for (int n = 1; n <= parts.size(); ++n)
+        QVERIFY2(parts.contains(QString("rec.txt-part%1.cvs").arg(n)), qPrintable(parts.join(',')));
+    QVERIFY(!QFile::exists(start)); // nothing is written under the start name itself
+
+    QFile first(start + "-part1.cvs");
+    QVERIFY(first.open(QIODevice::ReadOnly));
+    QCOMPARE(first.readAll().count('\n'), 6);
+    QFile last(start + QString("-part%1.cvs").arg(parts.size()));
+    QVERIFY(last.open(QIODevice::ReadOnly));
+    QCOMPARE(QString::fromUtf8(last.readAll()), window->dataModel(6101)->currentLineText());
+
+    // Nothing is written once stopped.
+    QTest::qWait(120);
+    QCOMPARE(QDir(files.path()).entryList({"rec.txt-part*.cvs"}, QDir::Files).size(), parts.size());
+}
+
+void TestMainWindow::recordingCancelRules_data()
+{
+    QTest::addColumn<bool>("cancelFile");
+    QTest::addColumn<bool>("checkedAfter");
+    // Cancelling the start file keeps the action checked; cancelling the
+    // interval unchecks it.
+    QTest::newRow("file dialog cancelled") << true << true;
+    QTest::newRow("interval cancelled") << false << false;
+}
+
+void TestMainWindow::recordingCancelRules()
+{
+    QFETCH(bool, cancelFile);
+    QFETCH(bool, checkedAfter);
+    answerFileDialog(cancelFile ? QString() : files.filePath("cancel.txt"));
+    if (!cancelFile)
+        whenShown<QInputDialog>([](QInputDialog* dialog) { dialog->reject(); });
+    QAction* lines = action("actionExportLines");
+    lines->trigger();
+    QCOMPARE(lines->isChecked(), checkedAfter);
+    QVERIFY(!window->isRecording());
+    QVERIFY(!QSettings().contains("Path/Recording"));
+}
+
+int main(int argc, char* argv[])
+{
+    // Private settings location, before anything reads it.
+    QTemporaryDir config;
+    qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+    GlFormat::installDefault();
+    QApplication app(argc, argv);
+    registerLineType();
+    QCoreApplication::setOrganizationName("vx");
+    QCoreApplication::setApplicationName("VxLindral");
+    TestMainWindow test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_mainwindow.moc"
