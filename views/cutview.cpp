@@ -103,6 +103,10 @@ void CutView::updateNewLine(vxlindral::LineType newLine)
     cutParams.offsetX = pan.x();
     cutParams.offsetY = pan.y();
     cutParams.displayFiltered = isFilteredDisplayed();
+    // The label shares the pixmap; letting go of it first spares drawing a
+    // full copy of the picture (the label gets it back right after).
+    if (label)
+        label->clear();
     drawCut(*currentLine, cutParams, pixmap);
     updateImageLabel();
 }
