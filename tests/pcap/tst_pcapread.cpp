@@ -23,13 +23,18 @@ constexpr uint32_t kSender = 0xc0a80064;   // 192.168.0.100
 constexpr uint32_t kReceiver = 0xc0a80001; // 192.168.0.1
 constexpr int64_t kT0 = 1700000000LL * 1000000000 + 123456789;
 
-std::string tempPath(const char* name)
+const std::string& tempDir()
 {
     static const std::string dir = [] {
         char t[] = "/tmp/tst_pcapread.XXXXXX";
         return std::string(mkdtemp(t));
     }();
-    return dir + "/" + name;
+    return dir;
+}
+
+std::string tempPath(const char* name)
+{
+    return tempDir() + "/" + name;
 }
 
 struct Extracted
@@ -372,5 +377,8 @@ int main()
     skipKinds();
     damagedFiles();
     writerRoundTrip();
+    for (const char* f : {"built.cap", "truncated.cap", "bad.cap", "written.pcap"})
+        unlink(tempPath(f).c_str());
+    rmdir(tempDir().c_str());
     return check::result("tst_pcapread");
 }
