@@ -1,5 +1,6 @@
 #include "app/mainwindow.h"
 #include "stream/linetype.h"
+#include "resources/iconresources.h"
 #include "views/glformat.h"
 
 #include <QApplication>
@@ -10,7 +11,7 @@ int main(int argc, char* argv[])
     // in place before the application object exists.
     vxlindral::GlFormat::installDefault();
     // The icons are compiled into a static library: register them explicitly.
-    Q_INIT_RESOURCE(icons);
+    vxlindral::IconResources::init();
 
     QApplication* app = new QApplication(argc, argv);
     vxlindral::registerLineType();

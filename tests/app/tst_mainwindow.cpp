@@ -7,6 +7,7 @@
 #include "views/basicview.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
+#include "resources/iconresources.h"
 #include "views/glformat.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
@@ -542,6 +543,7 @@ int main(int argc, char* argv[])
     QTemporaryDir config;
     qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
     GlFormat::installDefault();
+    IconResources::init();
     QApplication app(argc, argv);
     registerLineType();
     QCoreApplication::setOrganizationName("vx");
