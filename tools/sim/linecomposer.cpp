@@ -12,10 +12,29 @@ namespace {
 
 const char* const kSimulatorName = "vxscanner-sim";
 
-void putLE(char* p, uint64_t v, int bytes)
+// Little-endian store of the low `bytes` (1..4) bytes of v.
+inline void putLE(char* p, uint64_t v, int bytes)
 {
-    for (int b = 0; b < bytes; ++b)
-        p[b] = static_cast<char>((v >> (8 * b)) & 0xFF);
+    const auto w = static_cast<uint32_t>(v);
+    switch (bytes) {
+    case 1:
+        p[0] = static_cast<char>(w);
+        break;
+    case 2: {
+        const auto h = static_cast<uint16_t>(w);
+        std::memcpy(p, &h, 2);
+        break;
+    }
+    case 3: {
+        const auto h = static_cast<uint16_t>(w);
+        std::memcpy(p, &h, 2);
+        p[2] = static_cast<char>(w >> 16);
+        break;
+    }
+    default:
+        std::memcpy(p, &w, 4);
+        break;
+    }
 }
 
 void putU32(char* p, uint32_t v)
@@ -101,7 +120,7 @@ void LineComposer::findColumns()
     };
     for (int i = 0; i < layout.colCount(); ++i) {
         const auto c = layout.getColDef(i);
-        if (c.offset % 8 != 0 || c.bits % 8 != 0)
+        if (c.offset % 8 != 0 || c.bits % 8 != 0 || c.bits > 32)
             continue;
         const int byte = static_cast<int>(c.offset / 8), bytes = c.bits / 8;
         if (byte + bytes > opt.bpp || overlaps(byte, bytes, rangeByte, v11 ? 2 : 3) ||
@@ -113,7 +132,7 @@ void LineComposer::findColumns()
     }
 }
 
-uint32_t LineComposer::encodeRange(const Scene::Sample& s) const
+inline uint32_t LineComposer::encodeRange(const Scene::Sample& s) const
 {
     if (s.material == Scene::None || s.range <= 0.0)
         return 0;
@@ -123,7 +142,7 @@ uint32_t LineComposer::encodeRange(const Scene::Sample& s) const
     return static_cast<uint32_t>(std::min(s.range * 10000.0 + 0.5, double(0xFFFFFF)));
 }
 
-uint16_t LineComposer::encodeIntensity(const Scene::Sample& s) const
+inline uint16_t LineComposer::encodeIntensity(const Scene::Sample& s) const
 {
     if (opt.subProtocol == 1)
         return s.intensity;

@@ -45,9 +45,6 @@ public:
     // The samples of the line composed last.
     const std::vector<Scene::Sample>& samples() const { return sampled; }
 
-    // Wire values of one sample.
-    uint32_t encodeRange(const Scene::Sample& s) const;
-    uint16_t encodeIntensity(const Scene::Sample& s) const;
     // Scanner clock of line `line`: microseconds since the simulator started,
     // at the nominal line period.
     uint64_t timestamp(uint64_t line) const;
@@ -70,6 +67,9 @@ private:
         int bytes; // width
     };
     void findColumns();
+    // Wire values of one sample.
+    uint32_t encodeRange(const Scene::Sample& s) const;
+    uint16_t encodeIntensity(const Scene::Sample& s) const;
     void writeHeader(uint64_t line, char* p) const;
 
     SimOptions opt;

@@ -88,20 +88,25 @@ Scene::Scene(int pixels)
     }
     sines.resize(static_cast<std::size_t>(n));
     cosines.resize(static_cast<std::size_t>(n));
+    beltRanges.resize(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) {
         const double t = (angle0 + i * step) * kPi / 180.0;
         sines[static_cast<std::size_t>(i)] = std::sin(t);
         cosines[static_cast<std::size_t>(i)] = std::cos(t);
+        beltRanges[static_cast<std::size_t>(i)] = kScannerHeight / std::cos(t);
     }
     gaussTable();
 }
 
 const double* Scene::transform()
 {
-    static const double m[16] = {-1, 0, 0,  0,
-                                 0,  1, 0,  0, //
-                                 0,  0, -1, kScannerHeight,
-                                 0,  0, 0,  1};
+    // Rows of the matrix; x is always 0 before it, so only y and z matter.
+    static const double m[16] = {
+        -1, 0, 0,  0,              // x' = -x
+        0,  1, 0,  0,              // y' = y
+        0,  0, -1, kScannerHeight, // z' = H - z: height above the belt
+        0,  0, 0,  1,
+    };
     return m;
 }
 
@@ -227,7 +232,7 @@ void Scene::scan(uint64_t line, std::vector<Sample>& out) const
     const double H = kScannerHeight;
     // Every beam ends on the belt unless an object is in its way.
     for (std::size_t i = 0; i < n; ++i) {
-        out[i].range = H / cosines[i];
+        out[i].range = beltRanges[i];
         out[i].material = Belt;
         out[i].incidence = static_cast<float>(cosines[i]);
     }

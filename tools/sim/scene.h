@@ -77,6 +77,7 @@ private:
     double step = 0.0;
     std::vector<double> sines;
     std::vector<double> cosines;
+    std::vector<double> beltRanges; // where each beam meets the empty belt
 };
 
 } // namespace vxsim
