@@ -144,7 +144,6 @@ void commandLineErrors()
     Bytes cut = b.bytes();
     cut.resize(cut.size() - 10);
     const std::string truncated = tempPath("truncated.pcap");
-    CaptureBuilder::Bytes header(b.bytes().begin(), b.bytes().begin() + 24);
     std::FILE* f = std::fopen(truncated.c_str(), "wb");
     std::fwrite(cut.data(), 1, cut.size(), f);
     std::fclose(f);
