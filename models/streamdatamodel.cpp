@@ -69,8 +69,11 @@ bool StreamDataModel::setData(const QModelIndex&, const QVariant& value, int)
 {
     QMutexLocker locker(&mutex);
     LineType line;
-    if (value.canConvert<LineType>())
-        line = value.value<LineType>();
+    {
+        std::lock_guard<std::mutex> handover(lineHandoverLock());
+        if (value.canConvert<LineType>())
+            line = value.value<LineType>();
+    }
     current = line;
     if (!current)
         return true;

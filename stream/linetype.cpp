@@ -19,4 +19,10 @@ int registerLineType()
     return id;
 }
 
+std::mutex& lineHandoverLock()
+{
+    static auto* lock = new std::mutex;
+    return *lock;
+}
+
 } // namespace vxlindral

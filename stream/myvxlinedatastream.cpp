@@ -158,6 +158,7 @@ void MyVxLinedataStream::deliverLine(std::unique_ptr<MyLine> line,
     line->inFlight = inFlight;
     const LineType handle(line.release());
     registerLineType();
+    std::lock_guard<std::mutex> handover(lineHandoverLock());
     QMetaObject::invokeMethod(to.get(), "setData", Qt::QueuedConnection,
                               Q_ARG(QModelIndex, QModelIndex()),
                               Q_ARG(QVariant, QVariant::fromValue(handle)));
