@@ -20,7 +20,9 @@ using vxsim::SimOptions;
 
 namespace {
 
-// Recomposes each received line from its line counter and compares.
+// Keeps a copy of each received line, checks the geometry of some of them
+// on the spot (XYZ0 works during the callback only), and compares every copy
+// with the recomposed line afterwards, so that the receive thread stays fast.
 // Written on the receive thread, read after Disconnect has joined it.
 class Receiver : public VxLinedataStream
 {
@@ -30,8 +32,18 @@ public:
     LineComposer composer;
     uint32_t device;
     uint64_t lines = 0, expectedNext = 0;
-    int outOfOrder = 0, corrupt = 0, withoutHeader = 0, wrongDevice = 0, badGeometry = 0;
+    int outOfOrder = 0, withoutHeader = 0, wrongDevice = 0, badGeometry = 0;
     uint64_t geometryChecked = 0;
+    std::vector<std::pair<uint32_t, std::vector<char>>> received;
+
+    // Lines that differ from what the simulator composed for their number.
+    int corruptLines()
+    {
+        int corrupt = 0;
+        for (const auto& r : received)
+            corrupt += composer.compose(r.first) == r.second ? 0 : 1;
+        return corrupt;
+    }
 
     void OnRawLine(const strmsocket::VxStreamDeviceInfo& from, const char*,
                    const strmsocket::LineRawInfo& info, const char* data, int count) override
@@ -44,14 +56,13 @@ public:
         wrongDevice += from.device == device ? 0 : 1;
         if (!GetVxSHeader(from.device))
             ++withoutHeader;
-        const std::vector<char>& m = composer.compose(n);
-        if (std::memcmp(info.bytes, m.data(), sizeof info.bytes) != 0 ||
-            std::memcmp(info.bytes, m.data(), m.size()) != 0) {
-            ++corrupt;
-            return;
-        }
+        // The library keeps the declared line inside its buffer.
+        const std::size_t declared = std::size_t(data - info.data()) + info.word(2) +
+                                     std::size_t(info.word(4)) * info.word(3);
+        received.emplace_back(n, std::vector<char>(info.data(), info.data() + declared));
         if (n % 97 != 0)
             return;
+        composer.compose(n);
         // The file header's angles and transform put the belt at height 0
         // and every point where its beam met the scene.
         const Scene& scene = composer.scene();
@@ -130,7 +141,7 @@ void TstSimLoopback::roundTrip()
 
     QCOMPARE(receiver.lines, uint64_t(lines));
     QCOMPARE(receiver.outOfOrder, 0);
-    QCOMPARE(receiver.corrupt, 0);
+    QCOMPARE(receiver.corruptLines(), 0);
     QCOMPARE(receiver.wrongDevice, 0);
     QCOMPARE(receiver.withoutHeader, 0);
     QVERIFY(receiver.geometryChecked > 0);
@@ -158,7 +169,7 @@ void TstSimLoopback::stopsOnSignal()
     QCOMPARE(sim.wait(5000), 0);
     QVERIFY2(QString::fromStdString(sim.output()).contains("total "), sim.output().c_str());
     receiver.Disconnect(true);
-    QCOMPARE(receiver.corrupt, 0);
+    QCOMPARE(receiver.corruptLines(), 0);
     QCOMPARE(receiver.outOfOrder, 0);
 }
 
