@@ -5,8 +5,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
-scripts/build.sh build
-bin=build/bin
+# VX_BUILD_DIR picks another build folder (default: build).
+build=${VX_BUILD_DIR:-build}
+scripts/build.sh "$build"
+bin=$build/bin
 "$bin/vxscanner-sim" --host 127.0.0.1 --port 6101 "$@" &
 sim=$!
 trap 'kill "$sim" 2>/dev/null || true; wait "$sim" 2>/dev/null || true' EXIT
