@@ -3,11 +3,11 @@
 // re-tiling, the settings round trip, export and recording.
 #include "app/mainwindow.h"
 #include "models/streamdatamodel.h"
+#include "resources/iconresources.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
-#include "resources/iconresources.h"
 #include "views/glformat.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
@@ -134,11 +134,9 @@ private slots:
     void firstStartOpensOnlyThe3DView();
     void viewKinds_data();
     void viewKinds();
-    void secondOpenOfSamePortRefused();
-    void fourthPortRefused();
+    void portRefusals();
     void freeze();
-    void toggleHidesAndShows();
-    void maximisedToggleShowsInFront();
+    void toggling();
     void closingAViewRetiles();
     void settingsDialogRoundTrip();
     void connectDialogSavesPortsEvenWhenRefused();
@@ -248,52 +246,32 @@ void TestMainWindow::viewKinds()
     QCOMPARE(viewNames(), QStringList{name});
     auto* view = window->findChild<BasicView*>(name);
     QCOMPARE(QString(view->metaObject()->className()), className);
-    QVERIFY(view->windowTitle().endsWith(" : Port 6101"));
     QCOMPARE(view->getPort(), 6101);
-
-    // The view reports its own name when it is closed.
-    QSignalSpy closed(view, &BasicView::closed);
-    view->close();
-    QCOMPARE(closed.count(), 1);
-    QCOMPARE(closed.at(0).at(0).toString(), name);
-
     QVERIFY_EXCEPTION_THROWN(MainWindow::viewNamePattern(5), std::invalid_argument);
 }
 
-void TestMainWindow::secondOpenOfSamePortRefused()
+// A port that is open is refused, and since entries are never erased, so is
+// a fourth port after two more were opened, even when one was stopped.
+void TestMainWindow::portRefusals()
 {
     WarningCatcher warning;
     warning.arm();
-    const QStringList before = viewNames();
     window->openStream(6101, 6102);
-    QCOMPARE(warning.count, 1);
     QCOMPARE(warning.text, QString("Socket already connected."));
     // The window's current title (which a maximised view extends).
-    QCOMPARE(warning.title, window->windowTitle());
     QVERIFY(warning.title.startsWith("Vx Lindral"));
-    QCOMPARE(viewNames(), before);
-    QCOMPARE(window->portEntries(), 1);
-}
+    QCOMPARE(viewNames(), QStringList{"6101_info"});
 
-// Entries are never erased: after two more ports, even a stopped one, a
-// fourth port is refused.
-void TestMainWindow::fourthPortRefused()
-{
     window->openStream(47811, 47812);
     window->openStream(47813, 47814);
     QCOMPARE(window->portEntries(), 3);
-    QVERIFY(window->findChild<BasicView*>("47811_info"));
     QVERIFY(window->findChild<BasicView*>("47813_info"));
-
-    // Stopping the first view's port keeps its entry.
     QMetaObject::invokeMethod(window.get(), "handleStopStream");
-    const int stopped = window->currentPort();
-    QVERIFY(!window->dataModel(stopped));
-    QCOMPARE(window->portEntries(), 3);
+    QVERIFY(!window->dataModel(window->currentPort()));
 
-    WarningCatcher warning;
     warning.arm();
     window->openStream(47815, 47816);
+    QCOMPARE(warning.count, 2);
     QCOMPARE(warning.text, QString("Socket already connected."));
     QCOMPARE(window->portEntries(), 3);
     QVERIFY(!window->findChild<BasicView*>("47815_info"));
@@ -321,43 +299,28 @@ void TestMainWindow::freeze()
     QVERIFY(!controller->isPaused());
 }
 
-void TestMainWindow::toggleHidesAndShows()
+// Tiled: a second press hides the view, a third shows the same view again.
+// Maximised: a hidden view comes back maximised, a new view is added so.
+void TestMainWindow::toggling()
 {
     action("actionRealign")->trigger(); // leave the maximised layout
     action("actionCut")->trigger();
     auto* cut = window->findChild<BasicView*>("6101_3d");
-    QVERIFY(cut && cut->isVisible());
-    QVERIFY(!mdi()->currentSubWindow() || !mdi()->currentSubWindow()->isMaximized());
-
+    QVERIFY(cut && cut->isVisible() && !cut->isMaximized());
     action("actionCut")->trigger();
-    QCOMPARE(window->findChild<BasicView*>("6101_3d"), cut); // the same view, hidden
     QVERIFY(!cut->isVisible());
     action("actionCut")->trigger();
     QVERIFY(cut->isVisible());
     QCOMPARE(window->findChildren<CutView*>().size(), 1);
-}
 
-// With a maximised sub-window, a hidden view comes back maximised, and a new
-// view is added maximised.
-void TestMainWindow::maximisedToggleShowsInFront()
-{
-    action("actionRealign")->trigger();
-    action("actionGray")->trigger();
-    auto* gray = window->findChild<BasicView*>("6101_gray");
-    action("actionGray")->trigger();
-    QVERIFY(!gray->isVisible());
-
+    action("actionCut")->trigger();
     auto* threeD = window->findChild<BasicView*>("6101_info");
     mdi()->setActiveSubWindow(threeD);
     threeD->showMaximized();
-    QVERIFY(mdi()->currentSubWindow()->isMaximized());
-    action("actionGray")->trigger();
-    QVERIFY(gray->isVisible());
-    QVERIFY(gray->isMaximized());
-
+    action("actionCut")->trigger();
+    QVERIFY(cut->isVisible() && cut->isMaximized());
     action("actionNumeric")->trigger();
-    auto* numeric = window->findChild<BasicView*>("6101_num");
-    QVERIFY(numeric->isMaximized());
+    QVERIFY(window->findChild<BasicView*>("6101_num")->isMaximized());
 }
 
 void TestMainWindow::closingAViewRetiles()
@@ -457,17 +420,7 @@ void TestMainWindow::exportWritesTheLineText()
     QVERIFY(file.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(file.readAll());
     QCOMPARE(text, expected);
-    const QStringList rows = text.split('\n', Qt::SkipEmptyParts);
-    QCOMPARE(rows.size(), pixels + 1);
-    QVERIFY(rows.first().startsWith("# "));
-    QVERIFY(rows.first().contains("range"));
-    QCOMPARE(rows.at(1).split(' ').first(), QString("1000"));
-    QCOMPARE(rows.last().split(' ').first(), QString::number(1000 + pixels - 1));
-    QCOMPARE(QSettings().value("Path/Last").toString(), QFileInfo(path).absoluteFilePath());
-
-    // Cancelling writes nothing and keeps the stored path.
-    answerFileDialog(QString());
-    action("actionExportLine")->trigger();
+    QCOMPARE(text.count('\n'), pixels + 1); // header line, one row per pixel
     QCOMPARE(QSettings().value("Path/Last").toString(), QFileInfo(path).absoluteFilePath());
 }
 
@@ -499,11 +452,7 @@ void TestMainWindow::recordingWritesNumberedParts()
     const QStringList parts = QDir(files.path()).entryList({"rec.txt-part*.cvs"}, QDir::Files);
     for (int n = 1; n <= parts.size(); ++n)
         QVERIFY2(parts.contains(QString("rec.txt-part%1.cvs").arg(n)), qPrintable(parts.join(',')));
-    QVERIFY(!QFile::exists(start)); // nothing is written under the start name itself
 
-    QFile first(start + "-part1.cvs");
-    QVERIFY(first.open(QIODevice::ReadOnly));
-    QCOMPARE(first.readAll().count('\n'), 6);
     QFile last(start + QString("-part%1.cvs").arg(parts.size()));
     QVERIFY(last.open(QIODevice::ReadOnly));
     QCOMPARE(QString::fromUtf8(last.readAll()), window->dataModel(6101)->currentLineText());
