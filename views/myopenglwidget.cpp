@@ -37,7 +37,25 @@ const char* const MyOpenGLWidget::fragmentShaderSource = "#version 330\n"
                                                          "   fColor = vColor;\n"
                                                          "}";
 
-MyOpenGLWidget::MyOpenGLWidget(QWidget* parent) : QOpenGLWidget(parent) {}
+MyOpenGLWidget::MyOpenGLWidget(QWidget* parent) : QOpenGLWidget(parent)
+{
+    framePacer.setSingleShot(true);
+    connect(&framePacer, &QTimer::timeout, this, [this] {
+        frameClock.restart();
+        QOpenGLWidget::update();
+    });
+}
+
+void MyOpenGLWidget::scheduleFrame()
+{
+    const qint64 since = frameClock.isValid() ? frameClock.elapsed() : kFrameMs;
+    if (since >= kFrameMs) {
+        frameClock.restart();
+        QOpenGLWidget::update();
+    } else if (!framePacer.isActive()) {
+        framePacer.start(static_cast<int>(kFrameMs - since));
+    }
+}
 
 MyOpenGLWidget::~MyOpenGLWidget()
 {
@@ -199,7 +217,7 @@ void MyOpenGLWidget::update()
             t += camera.up();
         camera.translate(0.5f * t);
     }
-    QOpenGLWidget::update();
+    scheduleFrame();
 }
 
 void MyOpenGLWidget::keyPressEvent(QKeyEvent* event)

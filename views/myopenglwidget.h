@@ -3,11 +3,13 @@
 #include "views/camera3d.h"
 #include "views/transform3d.h"
 
+#include <QElapsedTimer>
 #include <QMatrix4x4>
 #include <QOpenGLBuffer>
 #include <QOpenGLFunctions>
 #include <QOpenGLVertexArrayObject>
 #include <QOpenGLWidget>
+#include <QTimer>
 #include <vector>
 
 class QOpenGLShaderProgram;
@@ -66,6 +68,14 @@ private:
     void teardownGL();
     void uploadVertices();
     void writeBuffer();
+    // Requests the next frame, at most one per kFrameMs: without a vsynced
+    // swap (virtual or software displays) the frame loop would otherwise spin
+    // and starve the line intake on the same thread.
+    void scheduleFrame();
+
+    static constexpr int kFrameMs = 16;
+    QElapsedTimer frameClock;
+    QTimer framePacer;
 
     QOpenGLBuffer vertexBuffer{QOpenGLBuffer::VertexBuffer};
     QOpenGLVertexArrayObject vertexArray;
