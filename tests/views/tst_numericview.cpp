@@ -29,67 +29,46 @@ class TstNumericView : public QObject
 {
     Q_OBJECT
 private slots:
-    void toolBarActions()
-    {
-        NumericView view;
-        QStringList texts, keys;
-        for (QAction* a : view.toolBar()->actions()) {
-            texts << a->text();
-            keys << a->shortcut().toString();
-            QVERIFY(a->isCheckable());
-            QVERIFY(!a->isChecked());
-        }
-        QCOMPARE(texts, (QStringList{"Hex", "Avr", "Header", "Div"}));
-        QCOMPARE(keys, (QStringList{"Ctrl+M", "Ctrl+A", "Ctrl+H", "Ctrl+D"}));
-        QCOMPARE(view.toolBar(), view.toolBar());
-    }
-
-    // The switches reach a real data model through the signals as the
-    // main window connects them.
-    void switchesReachTheModel()
+    // Hex, Div and Header start unchecked and toggle; the choices reach a
+    // real data model, or the signals, as the main window connects them.
+    void switchesToggleAndReachTheModel()
     {
         NumericView view;
         StreamDataModel model;
         connect(&view, &NumericView::changeDisplayMode, &model, &StreamDataModel::setDisplayMode);
         QSignalSpy difference(&view, &NumericView::changeDifferenceMode);
         QSignalSpy header(&view, &NumericView::changeHeaderMode);
-
-        action(view, "Hex")->trigger();
-        QCOMPARE(model.displayMode(), StreamDataModel::DISPLAY_HEX);
-        QVERIFY(action(view, "Hex")->isChecked());
-        action(view, "Hex")->trigger();
-        QCOMPARE(model.displayMode(), StreamDataModel::DISPLAY_DEC);
-        QVERIFY(!action(view, "Hex")->isChecked());
-
-        action(view, "Div")->trigger();
-        action(view, "Div")->trigger();
-        QCOMPARE(difference.count(), 2);
-        QCOMPARE(difference.at(0).at(0).toBool(), true);
-        QCOMPARE(difference.at(1).at(0).toBool(), false);
-        QVERIFY(!action(view, "Div")->isChecked());
-
-        action(view, "Header")->trigger();
-        action(view, "Header")->trigger();
-        QCOMPARE(header.count(), 2);
-        QCOMPARE(header.at(0).at(0).toBool(), true);
-        QCOMPARE(header.at(1).at(0).toBool(), false);
+        for (bool on : {true, false}) {
+            for (const char* text : {"Hex", "Div", "Header"}) {
+                QAction* a = action(view, text);
+                QVERIFY2(a, text);
+                a->trigger();
+                QCOMPARE(a->isChecked(), on);
+            }
+            QCOMPARE(model.displayMode(),
+                     on ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC);
+            QCOMPARE(difference.takeFirst().at(0).toBool(), on);
+            QCOMPARE(header.takeFirst().at(0).toBool(), on);
+        }
+        QVERIFY(difference.isEmpty() && header.isEmpty());
     }
 
-    void avrSwapsTablesAndLeavesFlags()
+    // Avr swaps the three small tables for the big one and back, and touches
+    // no other switch.
+    void avrSwapsTables()
     {
         NumericView view;
         view.show();
         auto* big = view.findChild<FontScrollTableView*>();
-        QVERIFY(big);
-        QVERIFY(!big->isVisible());
-        action(view, "Avr")->trigger();
-        QVERIFY(big->isVisible());
-        int visibleSmall = 0;
-        for (QTableView* t : view.findChildren<QTableView*>())
-            visibleSmall += t != big && t->isVisible();
-        QCOMPARE(visibleSmall, 0);
-        action(view, "Avr")->trigger();
-        QVERIFY(!big->isVisible());
+        QVERIFY(big && !big->isVisible());
+        for (bool on : {true, false}) {
+            action(view, "Avr")->trigger();
+            int visible = 0;
+            for (QTableView* t : view.findChildren<QTableView*>())
+                visible += t->isVisible();
+            QCOMPARE(big->isVisible(), on);
+            QCOMPARE(visible, on ? 1 : 3);
+        }
         QVERIFY(!view.isHex() && !view.isHeaderExpanded() && !view.isDifference());
     }
 
