@@ -1,33 +1,32 @@
 #include "simargs.h"
 
-#include <QByteArray>
+#include <QStringList>
 #include <QtGlobal>
 
-vxsim::SimOptions::Outcome SimArgs::parse(const QStringList& args, vxsim::SimOptions& out,
+std::vector<std::string> SimArgs::split(const QString& line)
+{
+    std::vector<std::string> args;
+    for (const QString& a : line.split(' ', Qt::SkipEmptyParts))
+        args.push_back(a.toStdString());
+    return args;
+}
+
+vxsim::SimOptions::Outcome SimArgs::parse(const QString& line, vxsim::SimOptions& out,
                                           std::string& error)
 {
-    std::vector<QByteArray> bytes{"vxscanner-sim"};
-    for (const QString& a : args)
-        bytes.push_back(a.toUtf8());
+    std::vector<std::string> args = split(line);
+    args.insert(args.begin(), "vxscanner-sim");
     std::vector<const char*> argv;
-    for (const QByteArray& b : bytes)
-        argv.push_back(b.constData());
+    for (const std::string& a : args)
+        argv.push_back(a.c_str());
     return vxsim::SimOptions::parse(static_cast<int>(argv.size()), argv.data(), out, error);
 }
 
-vxsim::SimOptions SimArgs::options(const QStringList& args)
+vxsim::SimOptions SimArgs::options(const QString& line)
 {
     vxsim::SimOptions o;
     std::string error;
-    if (parse(args, o, error) != vxsim::SimOptions::Outcome::Run)
-        qFatal("bad test options: %s", error.c_str());
+    if (parse(line, o, error) != vxsim::SimOptions::Outcome::Run)
+        qFatal("bad test options '%s': %s", qPrintable(line), error.c_str());
     return o;
-}
-
-std::vector<std::string> SimArgs::toStd(const QStringList& args)
-{
-    std::vector<std::string> v;
-    for (const QString& s : args)
-        v.push_back(s.toStdString());
-    return v;
 }

@@ -1,9 +1,7 @@
 #include "simprocess.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <ctime>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +10,7 @@ extern char** environ;
 
 namespace {
 
+// A temporary file without a name: it goes away with its last descriptor.
 int tempFile()
 {
     char name[] = "/tmp/vxsimtest-XXXXXX";
@@ -25,14 +24,10 @@ int tempFile()
 
 SimProcess::~SimProcess()
 {
-    if (pid > 0) {
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, nullptr, 0);
-    }
-    if (outFd >= 0)
-        ::close(outFd);
-    if (errFd >= 0)
-        ::close(errFd);
+    wait(0); // kills a process still running
+    for (const int fd : {outFd, errFd})
+        if (fd >= 0)
+            ::close(fd);
 }
 
 bool SimProcess::start(const std::vector<std::string>& args)
@@ -41,11 +36,9 @@ bool SimProcess::start(const std::vector<std::string>& args)
     errFd = tempFile();
     if (outFd < 0 || errFd < 0)
         return false;
-    std::vector<std::string> all{VX_SIM_BINARY};
-    all.insert(all.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& a : all)
-        argv.push_back(a.data());
+    std::vector<char*> argv{const_cast<char*>(VX_SIM_BINARY)};
+    for (const std::string& a : args)
+        argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
     posix_spawn_file_actions_t fa;
     posix_spawn_file_actions_init(&fa);
@@ -60,24 +53,16 @@ bool SimProcess::start(const std::vector<std::string>& args)
 
 int SimProcess::wait(int timeoutMs)
 {
-    if (pid <= 0)
-        return -1;
-    for (int waited = 0;; waited += 5) {
-        int status = 0;
-        const pid_t r = ::waitpid(pid, &status, WNOHANG);
-        if (r == pid) {
-            pid = -1;
-            return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        }
-        if (waited >= timeoutMs) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, nullptr, 0);
-            pid = -1;
-            return -1;
-        }
-        const timespec ts{0, 5 * 1000 * 1000};
-        ::nanosleep(&ts, nullptr);
+    int status = 0;
+    pid_t reaped = 0;
+    for (int waited = 0; pid > 0 && (reaped = ::waitpid(pid, &status, WNOHANG)) == 0; waited += 5) {
+        if (waited >= timeoutMs)
+            ::kill(pid, SIGKILL); // reaped on a later turn, as ended by a signal
+        ::usleep(5000);
     }
+    const bool exited = pid > 0 && reaped == pid && WIFEXITED(status);
+    pid = -1;
+    return exited ? WEXITSTATUS(status) : -1;
 }
 
 void SimProcess::signal(int sig)
@@ -89,15 +74,10 @@ void SimProcess::signal(int sig)
 std::string SimProcess::read(int fd)
 {
     std::string text;
-    if (fd < 0)
-        return text;
     char buf[4096];
-    ssize_t n;
-    off_t at = 0;
-    while ((n = ::pread(fd, buf, sizeof buf, at)) > 0) {
+    ssize_t n = 0;
+    for (off_t at = 0; fd >= 0 && (n = ::pread(fd, buf, sizeof buf, at)) > 0; at += n)
         text.append(buf, static_cast<std::size_t>(n));
-        at += n;
-    }
     return text;
 }
 

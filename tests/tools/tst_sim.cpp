@@ -1,0 +1,276 @@
+// The simulator in-process: its command line, the scene it samples, and
+// lines that decode through the library's pixel decoding, column layouts and
+// header texts to what the scene holds.
+#include "scanner/lineheader.h"
+#include "scanner/linerawinfo.h"
+#include "scanner/rawlineparser.h"
+#include "scanner/rawpixel.h"
+#include "simargs.h"
+#include "tools/sim/linecomposer.h"
+
+#include <QtTest>
+#include <cmath>
+
+using vxsim::LineComposer;
+using vxsim::Scene;
+using vxsim::SimOptions;
+
+namespace {
+
+// What parse() decided, as the settings that differ from a default value.
+QString fingerprint(const SimOptions& o)
+{
+    const auto all = [](const SimOptions& s) {
+        return QString::asprintf("host %s,port %d,rate %g,pixels %d,protocol 1.%d,%s,bpp %d,"
+                                 "datatyp %d,mode %u,device %u,count %llu,duration %g",
+                                 s.host.c_str(), s.port, s.rate, s.pixels, s.subProtocol,
+                                 s.shortLayout ? "short" : "long", s.bpp, s.datatyp, s.mode,
+                                 s.device, static_cast<unsigned long long>(s.count), s.duration)
+            .split(',');
+    };
+    QStringList f = all(o);
+    for (const QString& d : all(SimOptions()))
+        f.removeOne(d);
+    return f.join(' ');
+}
+
+// The layout a receiver picks from a line's header words: the basic form,
+// or the extended one for records larger than that.
+vx::RawLineParser layoutOf(const strmsocket::LineRawInfo& info)
+{
+    const bool v11 = info.u32(12) == 1;
+    const int datatyp = static_cast<int>(v11 ? info.word(0) : info.u32(124));
+    const auto mode =
+        v11 ? vx::RawLineParser::MOD_CLASSIC : static_cast<vx::RawLineParser::mod_t>(info.word(0));
+    vx::RawLineParser p;
+    if (p.detect(datatyp, mode, false) && int(info.word(3)) > p.bytesPerPixel())
+        p.detect(datatyp, mode, true);
+    p.setStride(int(info.word(3)));
+    return p;
+}
+
+} // namespace
+
+class TstSim : public QObject
+{
+    Q_OBJECT
+private slots:
+    void options_data();
+    void options();
+    void pixelsDecode_data();
+    void pixelsDecode();
+    void headerWords_data();
+    void headerWords();
+};
+
+void TstSim::options_data()
+{
+    QTest::addColumn<QString>("args");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<QString>("expected"); // fingerprint(), or part of the error message
+    static const struct
+    {
+        const char* args;
+        bool valid;
+        const char* expected;
+    } rows[] = {
+        {"", true, ""},
+        {"--host=10.0.0.7 --port 7000 --rate=20000.5 --pixels 1", true,
+         "host 10.0.0.7 port 7000 rate 20000.5 pixels 1"},
+        // The short 1.1 layout changes the defaults of bpp and datatyp only
+        // where they are not given.
+        {"--protocol 1.1", true, "protocol 1.1"},
+        {"--protocol=1.1 --layout=short", true, "protocol 1.1 short bpp 5 datatyp 3"},
+        {"--layout short --bpp 9 --datatyp 7 --protocol 1.1", true,
+         "protocol 1.1 short bpp 9 datatyp 7"},
+        {"--protocol 1.3 --pixels 199999 --bpp 63 --datatyp 9999 --mode 4294967295 "
+         "--device 4294967295 --count 1",
+         true,
+         "pixels 199999 protocol 1.3 bpp 63 datatyp 9999 mode 4294967295 device 4294967295 "
+         "count 1"},
+        {"--duration 0.25 --bpp 5", true, "bpp 5 duration 0.25"},
+        {"--pixel 5", false, "unknown option --pixel"},
+        {"6101", false, "unexpected argument '6101'"},
+        {"--rate", false, "missing value for --rate"},
+        {"--port=", false, "bad value '' for --port"},
+        {"--pixels 12x", false, "bad value '12x' for --pixels"},
+        {"--pixels 0", false, "for --pixels"},
+        {"--pixels 200000", false, "for --pixels"},
+        {"--bpp 64", false, "for --bpp"},
+        {"--datatyp 10000", false, "for --datatyp"},
+        {"--rate 0", false, "for --rate"},
+        {"--rate nan", false, "for --rate"},
+        {"--port 65536", false, "for --port"},
+        {"--count 0", false, "for --count"},
+        {"--duration -1", false, "for --duration"},
+        {"--protocol 1.20", false, "for --protocol"},
+        {"--protocol 1.1 --layout tall", false, "for --layout"},
+        {"--layout long", false, "--layout applies to protocol 1.1 only"},
+        {"--protocol 1.1 --mode 1", false, "--mode applies to protocols 1.2 and 1.3"},
+        {"--count 5 --duration 1", false, "exclude each other"},
+        {"--port 1 --port=2", false, "--port given twice"},
+        // Range and intensity must fit the record: 5 bytes, 8 for the long
+        // 1.1 layout (intensity at bytes 6..7).
+        {"--bpp 4", false, "at least 5 bytes"},
+        {"--protocol 1.1 --bpp 7", false, "at least 8 bytes"},
+        {"--help=1", false, "--help takes no value"},
+    };
+    for (const auto& r : rows)
+        QTest::newRow(*r.args ? r.args : "defaults") << r.args << r.valid << r.expected;
+}
+
+void TstSim::options()
+{
+    QFETCH(QString, args);
+    QFETCH(bool, valid);
+    QFETCH(QString, expected);
+    SimOptions o;
+    std::string error;
+    const SimOptions::Outcome outcome = SimArgs::parse(args, o, error);
+    QVERIFY2(outcome == (valid ? SimOptions::Outcome::Run : SimOptions::Outcome::Error),
+             error.c_str());
+    if (valid)
+        QCOMPARE(fingerprint(o), expected);
+    else
+        QVERIFY2(QString::fromStdString(error).contains(expected), error.c_str());
+}
+
+void TstSim::pixelsDecode_data()
+{
+    QTest::addColumn<QString>("args");
+    QTest::newRow("1.1 short") << "--protocol 1.1 --layout short";
+    QTest::newRow("1.1 long") << "--protocol 1.1";
+    QTest::newRow("1.1 long extended") << "--protocol 1.1 --bpp 12";
+    QTest::newRow("1.1 short extended") << "--protocol 1.1 --layout short --bpp 8";
+    // The long layout with the short layout's datatyp: the catalogue reads
+    // range elsewhere, so only range and intensity are written.
+    QTest::newRow("1.1 long, datatyp 3") << "--protocol 1.1 --datatyp 3";
+    QTest::newRow("1.2 basic") << "--bpp 5";
+    QTest::newRow("1.2") << "";
+    QTest::newRow("1.2 bpp 20") << "--bpp 20 --mode 3";
+    QTest::newRow("1.3 datatyp 4 extended") << "--protocol 1.3 --datatyp 4 --bpp 12";
+    QTest::newRow("1.2 unknown datatyp") << "--datatyp 9";
+    QTest::newRow("1.2 unknown mode") << "--mode 7";
+}
+
+void TstSim::pixelsDecode()
+{
+    QFETCH(QString, args);
+    const SimOptions o = SimArgs::options(args + " --pixels 600");
+    const bool v11 = o.subProtocol == 1;
+    LineComposer composer(o);
+    const Scene& scene = composer.scene();
+    // Lines whose belt position shows each object, with the top of the
+    // highest thing in view (metres above the belt) and its material.
+    static const struct
+    {
+        uint64_t line;
+        double top;
+        Scene::Material material;
+    } kLines[] = {
+        {0, 0.0, Scene::Belt},                    // nothing on the belt
+        {450, 0.20, Scene::Cardboard},            // box
+        {1200, 0.20, Scene::Metal},               // lying cylinder
+        {1750, 0.35, Scene::Cardboard},           // tall box
+        {2400, 0.30, Scene::Metal},               // standing cylinder
+        {3400, 0.25 * 0.6 / 0.8, Scene::Plastic}, // ramp, rising
+        {4000 + 1750, 0.35, Scene::Cardboard},    // the pattern repeats
+    };
+    for (const auto& l : kLines) {
+        const std::vector<char>& m = composer.compose(l.line);
+        const auto& info = *reinterpret_cast<const strmsocket::LineRawInfo*>(m.data());
+        const std::size_t dataOffset = v11 ? 92 : 128;
+        QCOMPARE(info.word(4), 600u);
+        QCOMPARE(info.word(3), uint32_t(o.bpp));
+        QCOMPARE(m.size(), dataOffset + info.word(2) + std::size_t(600) * o.bpp);
+        // Decoded from the header words alone, as a receiver does. The
+        // columns it finds must hold what the simulator means, unless the
+        // layout disagrees with the pixel decoding about where range sits.
+        const vx::RawLineParser layout = layoutOf(info);
+        const bool layoutHolds = !layout.empty() && !(v11 && !o.shortLayout && o.datatyp == 3);
+        const int layoutBytes = layout.empty() ? o.basicBytes() : layout.bytesPerPixel();
+        const vxs::RawPixel px{info.u32(8),           info.u32(12),          info.word(1) != 0,
+                               m.data() + dataOffset, int32_t(info.word(2)), int32_t(info.word(3))};
+        const char* records = px.bytes + px.lineheadersize;
+        int dropouts = 0, highestMaterial = -1;
+        double highest = -1.0;
+        for (int i = 0; i < 600; ++i) {
+            const Scene::Sample& s = composer.samples()[std::size_t(i)];
+            const double mm = px.range(i);
+            const uint32_t gray = px.intensity(i);
+            const bool echo = s.material != Scene::None;
+            if (!echo) {
+                ++dropouts;
+                QCOMPARE(mm, 0.0);
+                QCOMPARE(gray, 0u);
+            } else {
+                // 1.1 carries whole millimetres; 1.2/1.3 tenths, and an even
+                // intensity, which decodes as sent.
+                QVERIFY(std::fabs(mm - s.range * 1000.0) <= (v11 ? 0.5 : 0.05) + 1e-9);
+                QVERIFY2(gray > 0 && (v11 ? gray == s.intensity
+                                          : gray % 2 == 0 && gray - s.intensity <= 1u),
+                         qPrintable(QString("%1 for %2").arg(gray).arg(s.intensity)));
+                const double t = (scene.firstAngle() + i * scene.angleStep()) * M_PI / 180.0;
+                const double h = Scene::kScannerHeight - s.range * std::cos(t);
+                if (h > highest)
+                    highest = h, highestMaterial = s.material;
+            }
+            for (int c = 0; layoutHolds && c < layout.colCount(); ++c) {
+                const int64_t v = layout.value(records, i, c);
+                const QByteArray name = layout.getColDef(c).name;
+                if (name == "range")
+                    QCOMPARE(v, int64_t(v11 ? std::llround(mm) : std::llround(mm * 10)));
+                else if (name == "intensity")
+                    QCOMPARE(v, int64_t(gray));
+                else if (name == "status")
+                    QCOMPARE(v, int64_t(echo ? 1 : 0));
+                else if (name == "flags")
+                    QCOMPARE(v, int64_t((echo ? 1 : 0) | (s.material << 8)));
+                else if (name == "quality" || name == "echo width")
+                    QVERIFY(echo ? v > 0 : v == 0);
+            }
+            // Bytes no column describes stay 0.
+            for (int b = std::max(layoutBytes, o.basicBytes()); b < o.bpp; ++b)
+                QCOMPARE(int(records[i * o.bpp + b]), 0);
+        }
+        QVERIFY2(dropouts < 600 / 10, qPrintable(QString("%1 dropouts").arg(dropouts)));
+        // Noise is 0.15 mm; the highest of many samples stays within 1 mm.
+        QVERIFY2(std::fabs(highest - l.top) < 0.001 && highestMaterial == l.material,
+                 qPrintable(QString("line %1: %2 m of material %3")
+                                .arg(l.line)
+                                .arg(highest)
+                                .arg(highestMaterial)));
+    }
+}
+
+void TstSim::headerWords_data()
+{
+    QTest::addColumn<QString>("args");
+    QTest::addColumn<qulonglong>("line");
+    QTest::addColumn<QString>("text"); // the receiver's text of each header word
+    QTest::newRow("2000 lines/s")
+        << "--rate 2000" << qulonglong(3)
+        << "3|0.001500 s|0.001500 s|30|0x00000003 laser on, encoder valid|250 us|23.5 C|"
+           "2000 lines/s";
+    // Beyond 2^32 microseconds the timestamp's high word carries.
+    QTest::newRow("high word")
+        << "--rate 1" << qulonglong(10000000)
+        << "10000000|10000000.000000 s|10000000.000000 s|100000000|0x00000003 laser on, "
+           "encoder valid|1000 us|22.2 C|1 lines/s";
+}
+
+void TstSim::headerWords()
+{
+    QFETCH(QString, args);
+    QFETCH(qulonglong, line);
+    QFETCH(QString, text);
+    LineComposer composer(SimArgs::options(args + " --pixels 16 --protocol 1.3"));
+    const vxs::LineHeader h{composer.compose(line).data() + 128, 32};
+    QStringList words;
+    for (unsigned w = 0; w < 8; ++w)
+        words << QString::fromStdString(vxs::LineheaderValue2String(h, w));
+    QCOMPARE(words.join('|'), text);
+}
+
+QTEST_GUILESS_MAIN(TstSim)
+#include "tst_sim.moc"
