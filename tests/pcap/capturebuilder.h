@@ -1,12 +1,13 @@
 #pragma once
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
 // Builds capture files byte by byte for the tests: classic pcap or pcapng,
 // either byte order, microsecond or nanosecond timestamps, any link type;
-// plus the frames to put in them (IPv4/UDP packets, fragments, link-layer
-// headers). Plain value; one thread.
+// plus the frames to put in them (IPv4/UDP packets from kSender to
+// kReceiver, fragments, link-layer headers). Plain value; one thread.
 class CaptureBuilder
 {
 public:
@@ -16,36 +17,32 @@ public:
         Pcap,
         Pcapng
     };
+    static constexpr uint32_t kSender = 0xc0a80064;   // 192.168.0.100
+    static constexpr uint32_t kReceiver = 0xc0a80001; // 192.168.0.1
 
     CaptureBuilder(Format format, bool bigEndian, bool nanoseconds, uint32_t linkType);
-
     // Adds a frame; `originalLength` 0 means the frame's own length.
     void add(int64_t timeNs, const Bytes& frame, uint32_t originalLength = 0);
     const Bytes& bytes() const { return out; }
-    bool save(const std::string& path) const;
 
-    // An IPv4 packet (20-byte header, checksum set) around `payload`.
-    static Bytes ipv4(uint32_t source, uint32_t destination, uint8_t protocol, const Bytes& payload,
-                      uint16_t id = 1, uint16_t fragment = 0);
-    // A UDP header and data (checksum 0: none).
-    static Bytes udp(uint16_t sourcePort, uint16_t destinationPort, const Bytes& data);
-    // IPv4 fragments of a UDP segment: pieces of `chunk` bytes (a multiple
-    // of 8), in order.
-    static std::vector<Bytes> fragments(uint32_t source, uint32_t destination, uint16_t id,
-                                        const Bytes& segment, std::size_t chunk);
-    // Link-layer wrappers.
-    static Bytes ethernet(uint16_t etherType, const Bytes& payload,
-                          const std::vector<uint16_t>& vlanTags = {});
-    static Bytes linuxCooked(uint16_t protocol, const Bytes& payload);
-    static Bytes linuxCooked2(uint16_t protocol, const Bytes& payload);
+    // An IPv4 packet around `payload` (header checksum 0: the reader ignores it).
+    static Bytes ipv4(const Bytes& payload, uint8_t protocol = 17, uint16_t id = 1,
+                      uint16_t fragment = 0);
+    // A UDP segment (checksum 0: none).
+    static Bytes udp(uint16_t port, const Bytes& data, uint16_t sourcePort = 5000);
+    // IPv4 fragments of a UDP segment, `chunk` bytes (a multiple of 8) each, in order.
+    static std::vector<Bytes> fragments(const Bytes& segment, std::size_t chunk, uint16_t id);
+    // `packet` behind the link-layer header of `linkType` (Ethernet with an
+    // optional Q-in-Q pair of VLAN tags, Linux cooked v1/v2; raw links none).
+    static Bytes link(uint32_t linkType, uint16_t etherType, const Bytes& packet,
+                      bool vlan = false);
     static Bytes pattern(std::size_t n, uint8_t seed);
+    static void save(const std::string& path, const Bytes& bytes);
 
 private:
-    void u16(uint16_t v);
-    void u32(uint32_t v);
-    void padTo4();
-    Format format;
-    bool big;
-    bool nano;
+    // Appends each value in as many bytes as the digit of `widths` at its place.
+    static void append(Bytes& to, bool bigEndian, const char* widths,
+                       std::initializer_list<uint32_t> values);
+    bool pcapng, big, nano;
     Bytes out;
 };
