@@ -9,6 +9,7 @@
 
 using namespace vxlindral;
 using viewtest::makeLine;
+using viewtest::pt;
 
 namespace {
 
@@ -16,19 +17,13 @@ const QRgb kGood = qRgb(0, 0, 200);
 const QRgb kReject = qRgb(192, 0, 0);
 const QRgb kWhite = qRgb(255, 255, 255);
 
-QImage render(const LineType& line, const CutParams& params)
+// Draws the line into a 200 x 100 pixmap, without grid unless asked.
+QImage render(const LineType& line, CutParams p = {}, bool grid = false)
 {
+    p.grid = grid;
     QPixmap pixmap(200, 100);
-    drawCut(*line, params, pixmap);
+    drawCut(*line, p, pixmap);
     return pixmap.toImage().convertToFormat(QImage::Format_RGB32);
-}
-
-CutParams noGrid(float scale = 35.0f)
-{
-    CutParams p;
-    p.grid = false;
-    p.scale = scale;
-    return p;
 }
 
 int countColour(const QImage& img, QRgb c)
@@ -47,39 +42,40 @@ class TstCutView : public QObject
     Q_OBJECT
 private slots:
     // Points land at round(cx - k*y + offset.x), round(cy + k*z + offset.y)
-    // with k = cx / scale: both axes are negated. The pixmap is 200 x 100.
+    // with k = cx / scale: both axes are negated.
     void pointMapping_data()
     {
         QTest::addColumn<float>("scale");
-        QTest::addColumn<double>("y");
-        QTest::addColumn<double>("z");
+        QTest::addColumn<QPointF>("yz");
         QTest::addColumn<QPoint>("offset");
         QTest::addColumn<QPoint>("expected");
-        QTest::newRow("origin at centre") << 35.0f << 0.0 << 0.0 << QPoint() << QPoint(100, 50);
+        QTest::newRow("origin at centre") << 35.0f << QPointF() << QPoint() << QPoint(100, 50);
         // k = 100/35: y 3.5 -> 10 px left, z 1.75 -> 5 px down.
-        QTest::newRow("negated axes") << 35.0f << 3.5 << 1.75 << QPoint() << QPoint(90, 55);
+        QTest::newRow("negated axes") << 35.0f << QPointF(3.5, 1.75) << QPoint() << QPoint(90, 55);
         // k = 100: 0.125 m is 12.5 px, rounded half away from zero.
-        QTest::newRow("half rounds away") << 1.0f << -0.125 << 0.125 << QPoint() << QPoint(113, 63);
-        QTest::newRow("pan offset") << 35.0f << 0.0 << 0.0 << QPoint(-30, 20) << QPoint(70, 70);
+        QTest::newRow("half rounds away")
+            << 1.0f << QPointF(-0.125, 0.125) << QPoint() << QPoint(113, 63);
+        QTest::newRow("pan offset") << 35.0f << QPointF() << QPoint(-30, 20) << QPoint(70, 70);
     }
     void pointMapping()
     {
-        QFETCH(float, scale);
-        QFETCH(double, y);
-        QFETCH(double, z);
+        QFETCH(QPointF, yz);
         QFETCH(QPoint, offset);
-        QFETCH(QPoint, expected);
-        CutParams p = noGrid(scale);
+        CutParams p;
+        QFETCH(float, scale);
+        p.scale = scale;
         p.offsetX = offset.x();
         p.offsetY = offset.y();
-        const QImage img = render(makeLine({{y, z, 100}}), p);
+        const QImage img = render(makeLine({pt(yz.x(), yz.y(), 100)}), p);
+        QFETCH(QPoint, expected);
         QCOMPARE(img.pixel(expected), kGood);
         QCOMPARE(countColour(img, kGood), 1);
     }
 
-    // A good point, a rejected one and an invalid one: rejects show in red
-    // only with the filter switch; a line without flag bit 3 leaves the
-    // pixmap white, grid included. White counts prove nothing else is drawn.
+    // A good point, a rejected one and an invalid one: the two bad ones show
+    // in red only with the filter switch; a line without flag bit 3 leaves
+    // the pixmap white, grid included. The white count proves nothing else
+    // was drawn.
     void drawnPixels_data()
     {
         QTest::addColumn<bool>("filtered");
@@ -97,11 +93,12 @@ private slots:
         QFETCH(bool, filtered);
         QFETCH(int, flags);
         QFETCH(bool, grid);
-        CutParams p = noGrid();
+        CutParams p;
+        p.scale = 35.0f;
         p.displayFiltered = filtered;
-        p.grid = grid;
-        const QImage img = render(
-            makeLine({{0.0, 0.0, 1, 1, 0}, {3.5, 0.0, 1, 1, 7}, {-3.5, 0.0, 1, 0, 0}}, flags), p);
+        const auto line =
+            makeLine({pt(0, 0, 1), pt(3.5, 0, 1, true, 7), pt(-3.5, 0, 1, false)}, flags);
+        const QImage img = render(line, p, grid);
         QTEST(countColour(img, kGood), "good");
         QTEST(countColour(img, kReject), "reject");
         QTEST(countColour(img, kWhite), "white");
@@ -113,7 +110,7 @@ private slots:
     {
         CutParams p;
         p.scale = 35.0f;
-        const QImage img = render(makeLine({}), p);
+        const QImage img = render(makeLine({}), p, true);
         const int axis = qGray(img.pixel(100, 30));
         const int line = qGray(img.pixel(128, 30));
         QVERIFY2(axis < line && line < 255, qPrintable(QString("%1 %2").arg(axis).arg(line)));
@@ -130,30 +127,30 @@ private slots:
         QVERIFY(dark > 0);
     }
 
-    void gridStep_data()
-    {
-        QTest::addColumn<float>("scale");
-        QTest::addColumn<double>("step");
-        QTest::addColumn<int>("unit");
-        QTest::newRow("0.1") << 0.1f << 0.01 << 10;
-        QTest::newRow("499") << 499.0f << 10.0 << 10000;
-        QTest::newRow("500") << 500.0f << 100.0 << 100000;
-    }
+    // The step grows with the scale in bands; from 500 on the last one holds.
     void gridStep()
     {
-        QFETCH(float, scale);
-        double step = 0;
-        int unit = 0;
-        cutGridStep(scale, step, unit);
-        QTEST(step, "step");
-        QTEST(unit, "unit");
+        const struct
+        {
+            float scale;
+            double step;
+            int unit;
+        } rows[] = {{0.1f, 0.01, 10}, {499.0f, 10.0, 10000}, {500.0f, 100.0, 100000}};
+        for (const auto& r : rows) {
+            double step = 0;
+            int unit = 0;
+            cutGridStep(r.scale, step, unit);
+            QCOMPARE(step, r.step);
+            QCOMPARE(unit, r.unit);
+        }
     }
 
     void polylineJoinsPoints()
     {
-        CutParams p = noGrid();
+        CutParams p;
+        p.scale = 35.0f;
         p.drawLines = true;
-        const QImage img = render(makeLine({{3.5, 0.0, 1}, {-3.5, 0.0, 1}}), p);
+        const QImage img = render(makeLine({pt(3.5, 0, 1), pt(-3.5, 0, 1)}), p);
         for (int x = 90; x <= 110; ++x)
             QCOMPARE(img.pixel(x, 50), kGood);
     }
@@ -179,36 +176,32 @@ private slots:
         }
     }
 
-    void firstLineResetsAndShows()
+    // The first line resets the zoom and is drawn at the centre; later lines
+    // keep the zoom. A press reports the position over a fixed divisor 500.
+    void shownViewDrawsAndReports()
     {
         CutView view;
         view.resize(301, 201);
         view.show();
         view.setScale(3.0f);
-        view.updateNewLine(makeLine({{0.0, 0.0, 1}}));
+        view.updateNewLine(makeLine({pt(0, 0, 1)}));
         QCOMPARE(view.params().scale, 35.0f);
         const QImage img = view.image().toImage().convertToFormat(QImage::Format_RGB32);
         QVERIFY(!img.isNull());
         QCOMPARE(img.pixel(img.width() / 2, img.height() / 2), kGood);
-        // A later line keeps the zoom.
         view.setScale(3.0f);
         view.updateNewLine(makeLine({}));
         QCOMPARE(view.params().scale, 3.0f);
-    }
 
-    void pressReportsPositionWithFixedDivisor()
-    {
-        CutView view;
-        view.resize(301, 201);
-        view.show();
+        view.handleZoomHome();
         QSignalSpy spy(&view, &BasicView::updateStatusBar);
         QLabel* label = view.findChild<QLabel*>();
         QVERIFY(label);
         // 100 px right of the label's centre, in scroll-area coordinates.
         const QRect g = label->geometry();
         const QPoint centre((g.left() + g.right()) / 2, (g.top() + g.bottom()) / 2);
-        QWidget* area = label->parentWidget()->parentWidget();
-        const QPoint at = area->mapTo(&view, centre + QPoint(100, 0));
+        const QPoint at =
+            label->parentWidget()->parentWidget()->mapTo(&view, centre + QPoint(100, 0));
         QTest::mousePress(&view, Qt::LeftButton, Qt::NoModifier, at);
         QCOMPARE(spy.count(), 1);
         // x = 100 * 35 / 500 = 7 m; atan2(7, 0) = 90 deg, + 180 -> 270.

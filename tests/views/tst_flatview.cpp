@@ -8,7 +8,7 @@
 using namespace vxlindral;
 using viewtest::makeIntensityLine;
 using viewtest::makeLine;
-using viewtest::Pt;
+using viewtest::pt;
 
 class TstFlatView : public QObject
 {
@@ -40,22 +40,13 @@ private slots:
     }
     void cleanup() { view.reset(); }
 
-    // r = (max - min) / 210: min maps to 45, max to 255; the unsigned
-    // difference wraps, so below the range is white like above it.
-    void grayValue_data()
+    // With r = (max - min) / 210 min maps to 45 and max to 255 (see the
+    // drawing test); the unsigned difference wraps, so a value below the
+    // range is white like one above it.
+    void outOfRangeIsWhite()
     {
-        QTest::addColumn<uint>("v");
-        QTest::addColumn<int>("gray");
-        QTest::newRow("min is 45") << 100u << 45;
-        QTest::newRow("max is 255") << 310u << 255;
-        QTest::newRow("middle") << 205u << 150;
-        QTest::newRow("above max is white") << 400u << 255;
-        QTest::newRow("below min is white") << 99u << 255;
-    }
-    void grayValue()
-    {
-        QFETCH(uint, v);
-        QTEST(FlatView::grayValue(v, 100, 1.0), "gray");
+        QCOMPARE(FlatView::grayValue(400, 100, 1.0), 255);
+        QCOMPARE(FlatView::grayValue(99, 100, 1.0), 255);
     }
 
     // Column mode (the initial one): the line is the rightmost column, the
@@ -118,9 +109,9 @@ private slots:
     {
         const int half = h / 2;
         // First half bright (drawn white), second half dark.
-        std::vector<Pt> pts(static_cast<std::size_t>(h));
+        std::vector<vxs::VxPt> pts;
         for (int i = 0; i < h; ++i)
-            pts[static_cast<std::size_t>(i)] = {0.0, 0.0, i < half ? 310u : 100u, i < 10 || i > 20};
+            pts.push_back(pt(0, 0, i < half ? 310 : 100, i < 10 || i > 20));
         view->updateNewLine(makeLine(pts));
         QCOMPARE(grayAt(w - 1, half + 30), 45);
         QCOMPARE(grayAt(w - 1, half + 15), 255);

@@ -8,7 +8,7 @@
 using namespace vxlindral;
 using viewtest::makeIntensityLine;
 using viewtest::makeLine;
-using viewtest::Pt;
+using viewtest::pt;
 
 class TstThreeDView : public QObject
 {
@@ -60,8 +60,8 @@ private slots:
     // (100 .. 310 here, so 100 is 45 / 255 and 310 is 1).
     void verticesOfOneLine()
     {
-        auto line =
-            makeLine({{0.25, 0.5, 100}, {0.75, -1.0, 100}, {1.0, 2.0, 310}, {2.0, 3.0, 310}});
+        auto line = makeLine(
+            {pt(0.25, 0.5, 100), pt(0.75, -1.0, 100), pt(1.0, 2.0, 310), pt(2.0, 3.0, 310)});
         view->updateNewLine(line);
         view->updateNewLine(line);
         const auto& v = gl()->getVertices();
@@ -111,10 +111,9 @@ private slots:
         QVERIFY(qAbs(qRed(clear) - 128) <= 1);
         QCOMPARE(pointsDrawn(clear), 0);
         // A dense block of points around the origin, bright and dark.
-        std::vector<Pt> pts;
+        std::vector<vxs::VxPt> pts;
         for (int i = 0; i < 900; ++i)
-            pts.push_back({(i % 30) / 60.0 - 0.25, (i / 30) / 60.0 - 0.25,
-                           static_cast<uint32_t>(i % 2 ? 5000 : 100), 1, 0});
+            pts.push_back(pt((i % 30) / 60.0 - 0.25, (i / 30) / 60.0 - 0.25, i % 2 ? 5000 : 100));
         for (int i = 0; i < 20; ++i)
             view->updateNewLine(makeLine(pts));
         const int shown = pointsDrawn(clear);

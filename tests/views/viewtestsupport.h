@@ -11,39 +11,34 @@
 
 namespace viewtest {
 
-struct Pt
+// One point at (y, z) in metres with its intensity, validity and reject mark.
+inline vxs::VxPt pt(double y, double z, uint32_t intensity, bool valid = true, uint16_t reject = 0)
 {
-    double y = 0.0;
-    double z = 0.0;
-    uint32_t intensity = 0;
-    uint8_t valid = 1;
-    uint16_t reject = 0;
-};
+    vxs::VxPt p;
+    p.y = y;
+    p.z = z;
+    p.intensity = intensity;
+    p.valid = valid ? 1 : 0;
+    p.reject = reject;
+    return p;
+}
 
-inline vxlindral::LineType makeLine(const std::vector<Pt>& pts, int flags = 200)
+// A drawable line (flag bit 3 set in the default flags) of these points.
+inline vxlindral::LineType makeLine(std::vector<vxs::VxPt> pts, int flags = 200)
 {
     auto line = std::make_shared<vxlindral::MyLine>();
     line->flags = flags;
     line->pixel = static_cast<int>(pts.size());
-    line->points.reserve(pts.size());
-    for (const Pt& p : pts) {
-        vxs::VxPt v;
-        v.y = p.y;
-        v.z = p.z;
-        v.intensity = p.intensity;
-        v.valid = p.valid;
-        v.reject = p.reject;
-        line->points.push_back(v);
-    }
+    line->points = std::move(pts);
     return line;
 }
 
 inline vxlindral::LineType makeIntensityLine(const std::vector<uint32_t>& values)
 {
-    std::vector<Pt> pts;
+    std::vector<vxs::VxPt> pts;
     for (std::size_t i = 0; i < values.size(); ++i)
-        pts.push_back({0.01 * static_cast<double>(i), 0.5, values[i], 1, 0});
-    return makeLine(pts);
+        pts.push_back(pt(0.01 * static_cast<double>(i), 0.5, values[i]));
+    return makeLine(std::move(pts));
 }
 
 } // namespace viewtest
