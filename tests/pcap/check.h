@@ -35,11 +35,19 @@ inline int result(const char* name)
     return failures ? 1 : 0;
 }
 
+inline std::string text(const std::string& s)
+{
+    return '"' + s + '"';
+}
+template <class T> std::string text(const T& v)
+{
+    return std::to_string(v);
+}
+
 template <class A, class B>
 bool equal(const A& a, const B& b, const char* what, const char* file, int line)
 {
-    return a == b ||
-           fail(file, line, what + (": " + std::to_string(a)) + " != " + std::to_string(b));
+    return a == b || fail(file, line, what + (": " + text(a)) + " != " + text(b));
 }
 
 } // namespace check

@@ -90,47 +90,65 @@ void formatsAndLinkTypes()
     }
 }
 
-// Fragment arrival orders and faults. Each row lists the fragments of a
-// 3000-byte datagram (split in 3 or in 512-byte pieces) in arrival order.
-void fragmentReassembly()
+// Frames in, datagrams and skip counts out (one capture per row): fragment
+// arrival orders and faults, Ethernet padding, malformed and cut frames. An
+// ordinary datagram after the row's frames always comes through.
+void framesToDatagrams()
 {
-    const Bytes data = B::pattern(3000, 9);
+    const Bytes data = B::pattern(3000, 9), small = B::pattern(6, 4), after = B::pattern(10, 3);
     const auto p = B::fragments(B::udp(6101, data), 1480, 77);
-    const auto q = B::fragments(B::udp(6101, data), 512, 77); // smaller pieces
-    // A last fragment that ends elsewhere than the real one.
-    const Bytes otherEnd = B::ipv4(Bytes(40, 0), 17, 77, 2960 / 8);
+    const auto q = B::fragments(B::udp(6101, data), 512, 77);       // smaller pieces
+    const Bytes otherEnd = B::ipv4(Bytes(40, 0), 17, 77, 2960 / 8); // ends before p[2] does
+    const Bytes good = B::ipv4(B::udp(6101, small));
+    Bytes badIhl = good, udpTooLong = good, padded = B::link(1, 0x0800, good);
+    badIhl[0] = 0x44;
+    udpTooLong[20 + 5] = 200; // UDP length beyond the IP payload
+    padded.resize(60, 0);     // minimum Ethernet frame
+    const Bytes cut(padded.begin(), padded.begin() + 14 + 20 + 8 + 3);
+    using K = SkipKind;
     struct Row
     {
         const char* name;
-        std::vector<Bytes> arrival;
-        std::size_t datagrams;
-        uint64_t unfinished, bad;
+        uint32_t linkType;
+        std::vector<Bytes> frames;
+        uint32_t cutBytes; // the frames lack as many bytes of the packet
+        std::vector<Bytes> datagrams;
+        std::vector<std::pair<SkipKind, uint64_t>> skipped;
     };
     const Row rows[] = {
-        {"in order", {p[0], p[1], p[2]}, 1, 0, 0},
-        {"reversed", {p[2], p[1], p[0]}, 1, 0, 0},
-        {"duplicates", {p[1], p[1], p[0], p[0], p[2]}, 1, 0, 0},
-        {"overlaps", {q[0], q[1], p[1], q[5], p[2], q[4], q[2]}, 1, 0, 0},
-        {"lost middle", {p[0], p[2]}, 0, 1, 0},
-        {"lost last", {p[0], p[1]}, 0, 1, 0},
-        {"two ends", {p[0], p[2], otherEnd, p[1]}, 0, 1, 1},
+        {"fragments in order", 101, {p[0], p[1], p[2]}, 0, {data}, {}},
+        {"fragments reversed", 101, {p[2], p[1], p[0]}, 0, {data}, {}},
+        {"fragment duplicates", 101, {p[1], p[1], p[0], p[0], p[2]}, 0, {data}, {}},
+        {"fragment overlaps", 101, {q[0], q[1], p[1], q[5], p[2], q[4], q[2]}, 0, {data}, {}},
+        {"fragment lost in the middle", 101, {p[0], p[2]}, 0, {}, {{K::UnfinishedFragments, 1}}},
+        {"last fragment lost", 101, {p[0], p[1]}, 0, {}, {{K::UnfinishedFragments, 1}}},
+        {"two last fragments",
+         101,
+         {p[0], p[2], otherEnd, p[1]},
+         0,
+         {},
+         {{K::UnfinishedFragments, 1}, {K::BadFragment, 1}}},
+        {"padded frame", 1, {padded}, 0, {small}, {}},
+        {"snap length cut", 1, {cut}, 3, {}, {{K::TruncatedFrame, 1}}},
+        {"short ethernet", 1, {Bytes(10, 0)}, 0, {}, {{K::TruncatedFrame, 1}}},
+        {"ihl below 5", 101, {badIhl}, 0, {}, {{K::BadIpHeader, 1}}},
+        {"udp length", 101, {udpTooLong}, 0, {}, {{K::BadUdpHeader, 1}}},
     };
     for (const Row& row : rows) {
-        check::row = std::string("fragments ") + row.name;
-        B b(Format::Pcap, false, true, 101);
+        check::row = row.name;
+        B b(Format::Pcap, false, true, row.linkType);
         int64_t t = kT0;
-        for (const Bytes& f : row.arrival)
-            b.add(t += 1000, f);
-        // An ordinary datagram afterwards still comes through.
-        const Bytes after = B::pattern(10, 3);
-        b.add(t + 1000, B::ipv4(B::udp(6101, after), 17, 78));
+        for (const Bytes& f : row.frames)
+            b.add(t += 1000, f, row.cutBytes ? uint32_t(f.size() + row.cutBytes) : 0);
+        b.add(t + 1000, B::link(row.linkType, 0x0800, B::ipv4(B::udp(6101, after), 17, 78)));
         const Extracted r = extract(b.bytes());
-        if (!CHECK_EQ(r.payloads.size(), row.datagrams + 1))
-            continue;
-        CHECK(!row.datagrams || r.payloads[0] == data);
-        CHECK(r.payloads.back() == after);
-        CHECK_EQ(r.skipped[SkipKind::UnfinishedFragments], row.unfinished);
-        CHECK_EQ(r.skipped[SkipKind::BadFragment], row.bad);
+        std::vector<Bytes> expected = row.datagrams;
+        expected.push_back(after);
+        CHECK(r.payloads == expected);
+        SkipCounters expectedSkips;
+        for (const auto& [kind, n] : row.skipped)
+            expectedSkips.add(kind, n);
+        CHECK_EQ(r.skipped.summary(), expectedSkips.summary());
     }
 }
 
@@ -157,42 +175,6 @@ void reassemblyMemoryBound()
     r.push(kT0 + 31LL * 1000000000, frag.data(), frag.size(), out);
     CHECK_EQ(r.pending(), std::size_t(1));
     CHECK_EQ(counters[SkipKind::UnfinishedFragments], 1000u);
-}
-
-// Malformed and cut frames are counted by kind; Ethernet padding is not
-// taken for data.
-void skipKinds()
-{
-    const Bytes data = B::pattern(6, 4);
-    const Bytes good = B::ipv4(B::udp(6101, data));
-    Bytes badIhl = good, udpTooLong = good, padded = B::link(1, 0x0800, good);
-    badIhl[0] = 0x44;
-    udpTooLong[20 + 5] = 200; // UDP length beyond the IP payload
-    padded.resize(60, 0);     // minimum Ethernet frame
-    const Bytes cut(padded.begin(), padded.begin() + 14 + 20 + 8 + 3);
-    struct Row
-    {
-        const char* name;
-        Bytes frame;
-        uint32_t originalLength;
-        SkipKind kind; // Count_: the datagram passes
-    };
-    const Row rows[] = {
-        {"padded frame", padded, 0, SkipKind::Count_},
-        {"snap length cut", cut, uint32_t(cut.size() + 3), SkipKind::TruncatedFrame},
-        {"short ethernet", Bytes(10, 0), 0, SkipKind::TruncatedFrame},
-        {"ihl below 5", B::link(1, 0x0800, badIhl), 0, SkipKind::BadIpHeader},
-        {"udp length", B::link(1, 0x0800, udpTooLong), 0, SkipKind::BadUdpHeader},
-    };
-    for (const Row& row : rows) {
-        check::row = row.name;
-        B b(Format::Pcapng, false, false, 1);
-        b.add(kT0, row.frame, row.originalLength);
-        const Extracted r = extract(b.bytes());
-        const bool passes = row.kind == SkipKind::Count_;
-        CHECK_EQ(r.payloads.size(), std::size_t(passes));
-        CHECK(passes ? r.payloads == std::vector<Bytes>{data} : r.skipped[row.kind] == 1);
-    }
 }
 
 // Damaged and missing files: what was read before the damage comes out,
@@ -281,9 +263,8 @@ void writerRoundTrip()
 int main()
 {
     formatsAndLinkTypes();
-    fragmentReassembly();
+    framesToDatagrams();
     reassemblyMemoryBound();
-    skipKinds();
     damagedFiles();
     writerRoundTrip();
     return check::result("tst_pcapread");

@@ -264,11 +264,9 @@ void dissectorFields()
         "0x20746f6e|544372079|1835102822|778530409|||||||||||||||||", // "not ", ...
     };
     const auto lines = tshark(path, fields);
-    if (CHECK_EQ(lines.size(), expected.size()))
-        for (std::size_t i = 0; i < expected.size(); ++i)
-            if (!CHECK(lines[i] == expected[i]))
-                std::fprintf(stderr, "  got      %s\n  expected %s\n", lines[i].c_str(),
-                             expected[i].c_str());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        CHECK_EQ(i < lines.size() ? lines[i] : "(none)", expected[i]);
+    CHECK_EQ(lines.size(), expected.size());
 }
 
 #ifdef VX_SIM_BINARY
