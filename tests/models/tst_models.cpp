@@ -18,37 +18,36 @@ using namespace vxlindral;
 
 namespace {
 
+using Pixels = std::vector<std::pair<uint32_t, uint16_t>>;
+
 // A line in layout (datatyp 4, peak, basic): range 24 bits, intensity 16,
 // quality 8, echo width 16; one (range, intensity) pair per pixel.
-LineType makeLine(const std::vector<std::pair<uint32_t, uint16_t>>& pixels,
-                  const std::vector<uint32_t>& headerWords = {0xA001, 3})
+LineType makeLine(const Pixels& pixels, const std::vector<uint32_t>& headerWords = {0xA001, 3})
 {
     auto line = std::make_shared<MyLine>();
-    auto parser = std::make_shared<vx::RawLineParser>();
-    parser->detect(4, vx::RawLineParser::MOD_PEAK, false);
-    const int bpp = parser->bytesPerPixel();
+    line->parser = std::make_shared<vx::RawLineParser>();
+    line->parser->detect(4, vx::RawLineParser::MOD_PEAK, false);
+    const int bpp = line->parser->bytesPerPixel();
     for (const auto& p : pixels) {
         uint8_t rec[8] = {};
         std::memcpy(rec, &p.first, 3);
         std::memcpy(rec + 3, &p.second, 2);
         line->data.insert(line->data.end(), rec, rec + bpp);
     }
-    line->header.resize(headerWords.size() * 4);
-    if (!headerWords.empty())
-        std::memcpy(line->header.data(), headerWords.data(), line->header.size());
+    const auto* words = reinterpret_cast<const uint8_t*>(headerWords.data());
+    line->header.assign(words, words + headerWords.size() * 4);
     line->pixel = static_cast<int>(pixels.size());
-    auto stats = parser->calc(reinterpret_cast<const char*>(line->data.data()), line->pixel);
+    auto stats = line->parser->calc(reinterpret_cast<const char*>(line->data.data()), line->pixel);
     line->avr = stats.avr;
     line->sdev = stats.sdev;
     line->min = stats.min;
     line->max = stats.max;
-    line->parser = parser;
     return line;
 }
 
-QVariant wrap(const LineType& line)
+bool feed(StreamDataModel& m, const LineType& line)
 {
-    return QVariant::fromValue(line);
+    return m.setData(QModelIndex(), QVariant::fromValue(line));
 }
 
 QString cell(const QAbstractItemModel& m, int row, int col)
@@ -84,42 +83,36 @@ private slots:
         qRegisterMetaType<QList<QPersistentModelIndex>>();
         qRegisterMetaType<QAbstractItemModel::LayoutChangeHint>();
     }
-    void intakeShapesAndSignals();
-    void historyKeepsTenNewest();
-    void emptyVariantClearsCurrentOnly();
-    void cellText_data();
+    void intakeAndHistory();
     void cellText();
-    void differenceModeNeedsALine();
     void intakeReleasesInFlightSlotOnce();
-    void currentLineText();
     void statisticFormat_data();
     void statisticFormat();
-    void averageModelFirstLine();
-    void diffModelReferences();
-    void outOfRangeStatisticThrows();
-    void headerCollapsedStepsBytewise();
+    void averageModel();
+    void diffModel();
+    void headerModel();
     void headerExpanded_data();
     void headerExpanded();
-    void headerTitles();
 };
 
-void TestModels::intakeShapesAndSignals()
+void TestModels::intakeAndHistory()
 {
     StreamDataModel m;
-    QCOMPARE(m.rowCount(), 0);
-    QCOMPARE(m.columnCount(), 0);
+    QVERIFY(m.rowCount() == 0 && m.columnCount() == 0);
     QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
     QCOMPARE(m.data(QModelIndex(), Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight));
+    QCOMPARE(m.currentLineText(), QString());
+    m.setDifferenceMode(true); // needs a line: stays off
+    QVERIFY(!m.isDifferenceMode());
 
     QSignalSpy inserted(&m, &StreamDataModel::rowsInserted);
     QSignalSpy changed(&m, &StreamDataModel::dataChanged);
-    QSignalSpy lines(&m, &StreamDataModel::newLine);
-
-    // A line of another length changes the table's shape.
-    for (int n : {3, 7}) {
-        std::vector<std::pair<uint32_t, uint16_t>> px(static_cast<std::size_t>(n), {1, 2});
-        const LineType line = makeLine(px);
-        QVERIFY(m.setData(QModelIndex(), wrap(line)));
+    QSignalSpy emitted(&m, &StreamDataModel::newLine);
+    // Every line has another length, so the table changes shape each time.
+    std::vector<LineType> sent;
+    for (int n = 1; n <= 11; ++n) {
+        sent.push_back(makeLine(Pixels(static_cast<std::size_t>(n), {1, 2})));
+        QVERIFY(feed(m, sent.back()));
         QCOMPARE(m.rowCount(), n);
         QCOMPARE(m.columnCount(), 4);
         QCOMPARE(inserted.last().at(1).toInt(), 0);
@@ -127,84 +120,61 @@ void TestModels::intakeShapesAndSignals()
         const auto bottomRight = changed.last().at(1).value<QModelIndex>();
         QCOMPARE(bottomRight.row(), n);
         QCOMPARE(bottomRight.column(), 4);
-        QCOMPARE(lines.last().at(0).value<LineType>(), line);
+        QCOMPARE(emitted.takeFirst().at(0).value<LineType>(), sent.back());
     }
+    // The history keeps the ten newest lines.
+    QCOMPARE(m.historySize(), std::size_t(10));
+    QCOMPARE(sent[0].use_count(), 1L);
+    QCOMPARE(sent[1].use_count(), 2L);
+    QCOMPARE(m.currentLine(), sent[10]);
     QCOMPARE(m.headerData(1, Qt::Horizontal).toString(), QStringLiteral("intensity"));
     QCOMPARE(m.headerData(5, Qt::Vertical).toString(), QStringLiteral("5"));
-}
 
-void TestModels::historyKeepsTenNewest()
-{
-    StreamDataModel m;
-    std::vector<LineType> lines;
-    for (int i = 0; i < 11; ++i) {
-        lines.push_back(makeLine({{uint32_t(i), 0}}));
-        m.setData(QModelIndex(), wrap(lines.back()));
-    }
-    QCOMPARE(m.historySize(), std::size_t(10));
-    QCOMPARE(lines[0].use_count(), 1L); // pushed out
-    QCOMPARE(lines[1].use_count(), 2L); // still held by the history
-    QCOMPARE(m.currentLine(), lines[10]);
-}
-
-void TestModels::emptyVariantClearsCurrentOnly()
-{
-    StreamDataModel m;
-    m.setData(QModelIndex(), wrap(makeLine({{1, 1}, {2, 2}})));
+    feed(m, makeLine({{10, 20}, {30, 40}}));
+    QCOMPARE(m.currentLineText(), QStringLiteral("# range intensity quality echo width\n"
+                                                 "10 20 0 0\n30 40 0 0\n"));
+    // A variant without a line clears the current line only.
     QVERIFY(m.setData(QModelIndex(), QVariant(42)));
     QVERIFY(!m.currentLine());
     QCOMPARE(m.rowCount(), 2);
-    QCOMPARE(m.historySize(), std::size_t(1));
+    QCOMPARE(m.historySize(), std::size_t(10));
     QCOMPARE(cell(m, 0, 0), QString());
-}
-
-void TestModels::cellText_data()
-{
-    QTest::addColumn<bool>("hex");
-    QTest::addColumn<bool>("difference");
-    QTest::addColumn<int>("row");
-    QTest::addColumn<int>("col");
-    QTest::addColumn<QVariant>("expected");
-    // Reference line ranges 100, 200; current line ranges 150, 90, 7.
-    QTest::newRow("decimal") << false << false << 0 << 0 << QVariant(QStringLiteral("150"));
-    QTest::newRow("hex by width") << true << false << 0 << 0 << QVariant(QStringLiteral("000096"));
-    QTest::newRow("hex 16 bit") << true << false << 1 << 1 << QVariant(QStringLiteral("0009"));
-    QTest::newRow("diff reference minus current") << false << true << 0 << 0 << QVariant(-50.0);
-    QTest::newRow("diff shrinking value") << false << true << 1 << 0 << QVariant(110.0);
-    QTest::newRow("diff ignores hex") << true << true << 1 << 0 << QVariant(110.0);
-    QTest::newRow("diff row missing in reference") << false << true << 2 << 0 << QVariant(-7.0);
-    QTest::newRow("row beyond table") << false << false << 3 << 0 << QVariant();
 }
 
 void TestModels::cellText()
 {
-    QFETCH(bool, hex);
-    QFETCH(bool, difference);
-    QFETCH(int, row);
-    QFETCH(int, col);
-    QFETCH(QVariant, expected);
-
+    // Reference line ranges 100, 200; current line ranges 150, 90, 7. The
+    // reference stays the line shown when difference mode was switched on.
     StreamDataModel m;
-    m.setData(QModelIndex(), wrap(makeLine({{100, 1}, {200, 1}})));
+    feed(m, makeLine({{100, 1}, {200, 1}}));
     m.setDifferenceMode(true);
-    m.setData(QModelIndex(), wrap(makeLine({{150, 1}, {90, 9}, {7, 1}})));
-    if (!difference)
-        m.setDifferenceMode(false); // switching on again would take a new reference
-    m.setDisplayMode(hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC);
-    QCOMPARE(m.data(m.index(row, col)), expected);
-}
-
-void TestModels::differenceModeNeedsALine()
-{
-    StreamDataModel m;
-    m.setDifferenceMode(true);
-    QVERIFY(!m.isDifferenceMode());
-    m.setData(QModelIndex(), wrap(makeLine({{5, 5}})));
-    m.setDifferenceMode(true);
-    QVERIFY(m.isDifferenceMode());
-    // The reference stays fixed while the mode is on.
-    m.setData(QModelIndex(), wrap(makeLine({{8, 5}})));
-    QCOMPARE(m.data(m.index(0, 0)).toDouble(), -3.0);
+    feed(m, makeLine({{150, 1}, {90, 9}, {7, 1}}));
+    const struct
+    {
+        const char* name;
+        bool difference, hex;
+        int row, col;
+        QVariant expected;
+    } rows[] = {
+        // Difference rows first: switching the mode on again would take a
+        // new reference.
+        {"diff reference minus current", true, false, 0, 0, -50.0},
+        {"diff shrinking value", true, false, 1, 0, 110.0},
+        {"diff ignores hex", true, true, 1, 0, 110.0},
+        {"diff row missing in reference", true, false, 2, 0, -7.0},
+        {"decimal", false, false, 0, 0, QStringLiteral("150")},
+        {"hex by width", false, true, 0, 0, QStringLiteral("000096")},
+        {"hex 16 bit", false, true, 1, 1, QStringLiteral("0009")},
+        {"row beyond table", false, false, 3, 0, QVariant()},
+    };
+    for (const auto& r : rows) {
+        if (!r.difference)
+            m.setDifferenceMode(false);
+        m.setDisplayMode(r.hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC);
+        const QVariant got = m.data(m.index(r.row, r.col));
+        QVERIFY2(got == r.expected,
+                 qPrintable(QStringLiteral("%1: %2").arg(r.name, got.toString())));
+    }
 }
 
 void TestModels::intakeReleasesInFlightSlotOnce()
@@ -214,24 +184,14 @@ void TestModels::intakeReleasesInFlightSlotOnce()
     LineType b = makeLine({{1, 1}});
     a->inFlight = counter;
     b->inFlight = counter;
-
     StreamDataModel port;
     StreamAverageDataModel average;
     QObject::connect(&port, &StreamDataModel::newLine, &average,
                      &StreamAverageDataModel::updateNewLine);
-    port.setData(QModelIndex(), wrap(a)); // the chained intake must not release again
+    feed(port, a); // the chained intake must not release again
     QCOMPARE(counter->load(), 1);
     b.reset(); // a line dropped on the way gives its slot back
     QCOMPARE(counter->load(), 0);
-}
-
-void TestModels::currentLineText()
-{
-    StreamDataModel m;
-    QCOMPARE(m.currentLineText(), QString());
-    m.setData(QModelIndex(), wrap(makeLine({{10, 20}, {30, 40}})));
-    QCOMPARE(m.currentLineText(), QStringLiteral("# range intensity quality echo width\n"
-                                                 "10 20 0 0\n30 40 0 0\n"));
 }
 
 void TestModels::statisticFormat_data()
@@ -259,22 +219,22 @@ void TestModels::statisticFormat()
     QFETCH(double, value);
     QFETCH(bool, hex);
     QFETCH(QString, expected);
-
     LineType line = makeLine({{1, 1}});
     line->avr.assign(10, value);
+    // The average model shows field `field` in column `field`; the
+    // difference model in row `field`.
+    const auto mode = hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC;
     StreamAverageDataModel m;
-    m.updateNewLine(line);
-    m.setDisplayMode(hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC);
-    // The average model shows field `field` in column `field`; the difference
-    // model in row `field`.
-    QCOMPARE(direct(m, 0, field), expected);
     StreamDiffAverageDataModel d;
+    m.updateNewLine(line);
     d.updateNewLine(line);
-    d.setDisplayMode(m.displayMode());
+    m.setDisplayMode(mode);
+    d.setDisplayMode(mode);
+    QCOMPARE(direct(m, 0, field), expected);
     QCOMPARE(direct(d, field, 0), expected);
 }
 
-void TestModels::averageModelFirstLine()
+void TestModels::averageModel()
 {
     StreamAverageDataModel m;
     QCOMPARE(m.columnCount(), 0);
@@ -283,81 +243,77 @@ void TestModels::averageModelFirstLine()
     QSignalSpy layout(&m, &QAbstractItemModel::layoutChanged);
 
     m.updateNewLine(makeLine({{10, 1}, {20, 3}}));
-    QCOMPARE(m.rowCount(), 4);
-    QCOMPARE(m.columnCount(), 4);
+    QVERIFY(m.rowCount() == 4 && m.columnCount() == 4);
     QCOMPARE(headers.count(), 2);
     QCOMPARE(headers.at(0).at(2).toInt(), 4);
     QCOMPARE(headers.at(1).at(2).toInt(), 4);
     QCOMPARE(layout.count(), 1);
-    const QStringList expected{"15.00", "5.00", "10.00", "20.00"};
-    for (int r = 0; r < 4; ++r)
-        QCOMPARE(cell(m, r, 0), expected[r]);
+    QCOMPARE((QStringList{cell(m, 0, 0), cell(m, 1, 0), cell(m, 2, 0), cell(m, 3, 0)}),
+             (QStringList{"15.00", "5.00", "10.00", "20.00"}));
     QCOMPARE(m.headerData(3, Qt::Vertical).toString(), QStringLiteral("max"));
     QVERIFY(!m.headerData(4, Qt::Vertical).isValid());
     QCOMPARE(m.headerData(0, Qt::Horizontal).toString(), QStringLiteral("range"));
+    QVERIFY(direct(m, 4, 0).isNull()); // the first line stored 4 rows
 
-    m.updateNewLine(makeLine({{1, 1}}));
+    // Later lines store their pixel count as the row count, so row 4 of an
+    // 8-pixel line reaches the statistic lookup.
+    m.updateNewLine(makeLine(Pixels(8, {1, 1})));
     QCOMPARE(headers.count(), 2); // only the first line announces headers
-}
-
-void TestModels::diffModelReferences()
-{
-    StreamDiffAverageDataModel m;
-    QCOMPARE(m.rowCount(), 0);
-    m.updateNewLine(makeLine({{10, 1}}));
-    QCOMPARE(m.rowCount(), 4);
-    QCOMPARE(m.columnCount(), 3);
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("0.00")); // the first line is its own reference
-
-    m.updateNewLine(makeLine({{25, 1}}));
-    QCOMPARE(cell(m, 0, 0), QStringLiteral("25.00"));
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("15.00"));   // current - reference
-    QCOMPARE(direct(m, 0, 5), QStringLiteral("15.00")); // max, reachable by direct call only
-
-    m.setDiff();
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("0.00"));
-    m.setDiff(); // every toggle takes a new reference, never clears it
-    m.updateNewLine(makeLine({{20, 1}}));
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("-5.00"));
-
-    QCOMPARE(m.headerData(2, Qt::Horizontal).toString(), QStringLiteral("diff"));
-    QCOMPARE(m.headerData(7, Qt::Horizontal).toString(), QStringLiteral("diff"));
-    QCOMPARE(m.headerData(1, Qt::Vertical).toString(), QStringLiteral("intensity"));
-}
-
-void TestModels::outOfRangeStatisticThrows()
-{
-    StreamDiffAverageDataModel d;
-    d.updateNewLine(makeLine({{1, 1}}));
-    QVERIFY_EXCEPTION_THROWN(direct(d, 0, 6), std::invalid_argument);
-    QVERIFY(!d.data(d.index(0, 6)).isValid()); // index() outside the table: no cell
-
-    // After the first line the average model's stored row count is the
-    // line's pixel count again, so a direct call with row 4 reaches the
-    // statistic lookup.
-    StreamAverageDataModel a;
-    a.updateNewLine(makeLine({{1, 1}}));
-    QVERIFY(direct(a, 4, 0).isNull());
-    a.updateNewLine(makeLine(std::vector<std::pair<uint32_t, uint16_t>>(8, {1, 1})));
     try {
-        direct(a, 4, 0);
+        direct(m, 4, 0);
         QFAIL("no exception");
     } catch (const std::invalid_argument& e) {
         QCOMPARE(QString::fromLatin1(e.what()), QStringLiteral("field index is out of range"));
     }
 }
 
-void TestModels::headerCollapsedStepsBytewise()
+void TestModels::diffModel()
+{
+    StreamDiffAverageDataModel m;
+    QCOMPARE(m.rowCount(), 0);
+    m.updateNewLine(makeLine({{10, 1}}));
+    QVERIFY(m.rowCount() == 4 && m.columnCount() == 3);
+    QCOMPARE(cell(m, 0, 2), QStringLiteral("0.00")); // the first line is its own reference
+
+    m.updateNewLine(makeLine({{25, 1}}));
+    QCOMPARE(cell(m, 0, 0), QStringLiteral("25.00"));
+    QCOMPARE(cell(m, 0, 2), QStringLiteral("15.00"));   // current - reference
+    QCOMPARE(direct(m, 0, 5), QStringLiteral("15.00")); // max, reachable by direct call only
+    QVERIFY_EXCEPTION_THROWN(direct(m, 0, 6), std::invalid_argument);
+    QVERIFY(!m.data(m.index(0, 6)).isValid()); // outside the table: no cell
+
+    m.setDiff();
+    QCOMPARE(cell(m, 0, 2), QStringLiteral("0.00"));
+    m.setDiff(); // every toggle takes a new reference, never clears it
+    m.updateNewLine(makeLine({{20, 1}}));
+    QCOMPARE(cell(m, 0, 2), QStringLiteral("-5.00"));
+    QCOMPARE(m.headerData(2, Qt::Horizontal).toString(), QStringLiteral("diff"));
+    QCOMPARE(m.headerData(7, Qt::Horizontal).toString(), QStringLiteral("diff"));
+    QCOMPARE(m.headerData(1, Qt::Vertical).toString(), QStringLiteral("intensity"));
+}
+
+void TestModels::headerModel()
 {
     StreamHeaderDataModel m;
     QCOMPARE(m.rowCount(), 1);
+    QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
+    // Collapsed, the values step through the header one byte at a time.
     m.updateNewLine(makeLine({{1, 1}}, {0xA001, 3}));
     QCOMPARE(cell(m, 0, 0), QStringLiteral("0000a001 030000a0"));
     QCOMPARE(m.data(m.index(0, 0), Qt::TextAlignmentRole).toInt(), int(Qt::AlignLeft));
+    QCOMPARE(m.headerData(0, Qt::Horizontal).toString(), QStringLiteral("raw value"));
     QVERIFY(!m.headerData(0, Qt::Vertical).isValid());
-
     m.updateNewLine(makeLine({{1, 1}}, {}));
     QVERIFY(!m.data(m.index(0, 0)).isValid()); // no header bytes, nothing shown
+
+    m.updateNewLine(makeLine({{1, 1}}, {7, 1000, 0, 0, 0, 0, 0, 0}));
+    m.setExpandHeader(true);
+    const QStringList titles{"raw value", "description", "value", "raw value"};
+    for (int s = 0; s < 4; ++s)
+        QCOMPARE(m.headerData(s, Qt::Horizontal).toString(), titles[s]);
+    QCOMPARE(m.headerData(-2, Qt::Horizontal).toInt(), -2);
+    QCOMPARE(cell(m, 0, 1), QStringLiteral("line counter"));
+    QCOMPARE(cell(m, 0, 2), QStringLiteral("7"));
 }
 
 void TestModels::headerExpanded_data()
@@ -385,15 +341,13 @@ void TestModels::headerExpanded()
     QFETCH(int, row);
     QFETCH(QString, hex);
     QFETCH(QString, binary);
-
     LineType line = makeLine({{1, 1}, {2, 2}}, words);
     line->header.resize(static_cast<std::size_t>(headerBytes));
     StreamHeaderDataModel m;
     m.updateNewLine(line);
     QSignalSpy headers(&m, &QAbstractItemModel::headerDataChanged);
     m.setExpandHeader(true);
-    QCOMPARE(m.rowCount(), headerBytes / 4);
-    QCOMPARE(m.columnCount(), 4);
+    QVERIFY(m.rowCount() == headerBytes / 4 && m.columnCount() == 4);
     QCOMPARE(headers.count(), 2);
     QCOMPARE(headers.at(0).at(2).toInt(), headerBytes / 4);
     QCOMPARE(headers.at(1).at(2).toInt(), 4);
@@ -401,20 +355,6 @@ void TestModels::headerExpanded()
     QCOMPARE(direct(m, row, 3), binary);
     QCOMPARE(m.data(m.index(row, 0), Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight));
     QCOMPARE(m.headerData(row, Qt::Vertical).toInt(), row);
-}
-
-void TestModels::headerTitles()
-{
-    StreamHeaderDataModel m;
-    QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
-    m.updateNewLine(makeLine({{1, 1}}, {7, 1000, 0, 0, 0, 0, 0, 0}));
-    m.setExpandHeader(true);
-    const QStringList titles{"raw value", "description", "value", "raw value"};
-    for (int s = 0; s < 4; ++s)
-        QCOMPARE(m.headerData(s, Qt::Horizontal).toString(), titles[s]);
-    QCOMPARE(m.headerData(-2, Qt::Horizontal).toInt(), -2);
-    QCOMPARE(cell(m, 0, 1), QStringLiteral("line counter"));
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("7"));
 }
 
 QTEST_GUILESS_MAIN(TestModels)

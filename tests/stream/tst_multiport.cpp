@@ -42,51 +42,46 @@ void TestMultiPort::threePortsAtOnce()
     registerLineType();
     struct Port
     {
-        QStringList args;
-        int datatyp;
-        int columns;
-        std::shared_ptr<StreamDataModel> model;
-        std::shared_ptr<StreamDataController> controller;
+        Port(const char* options, int datatyp, int columns)
+            : options(options), datatyp(datatyp), columns(columns)
+        {
+        }
+        QString options;      // of the simulator
+        int datatyp, columns; // of every line
+        // Members go in reverse: the controller (its receive thread) before
+        // the model it delivers to.
+        std::shared_ptr<StreamDataModel> model = std::make_shared<StreamDataModel>();
+        std::shared_ptr<StreamDataController> controller =
+            std::make_shared<StreamDataController>(model);
+        QProcess sim;
         int delivered = 0;
         bool layoutsMatch = true;
     };
-    const int kLines = 90;
-    // (simulator options, expected datatyp and column count of every line)
-    std::vector<Port> ports{
-        {{"--protocol", "1.2", "--datatyp", "2", "--bpp", "5", "--pixels", "256"}, 2, 2, {}, {}},
-        {{"--protocol", "1.3", "--datatyp", "4", "--mode", "1", "--bpp", "12", "--pixels", "200"},
-         4,
-         6,
-         {},
-         {}},
-        {{"--protocol", "1.1", "--layout", "short", "--pixels", "300"}, 3, 3, {}, {}},
+    Port ports[] = {
+        {"--protocol 1.2 --datatyp 2 --bpp 5 --pixels 256", 2, 2},
+        {"--protocol 1.3 --datatyp 4 --mode 1 --bpp 12 --pixels 200", 4, 6},
+        {"--protocol 1.1 --layout short --pixels 300", 3, 3},
     };
-
-    std::vector<std::unique_ptr<QProcess>> sims;
     for (Port& p : ports) {
-        p.model = std::make_shared<StreamDataModel>();
-        p.controller = std::make_shared<StreamDataController>(p.model);
         QVERIFY(p.controller->startStream(0, 0));
-        Port* self = &p;
-        connect(p.model.get(), &StreamDataModel::newLine, this, [self](LineType line) {
-            ++self->delivered;
-            if (line->parser->datatyp() != self->datatyp ||
-                line->parser->colCount() != self->columns ||
+        connect(p.model.get(), &StreamDataModel::newLine, this, [&p](LineType line) {
+            ++p.delivered;
+            if (line->parser->datatyp() != p.datatyp || line->parser->colCount() != p.columns ||
                 line->points.size() != std::size_t(line->pixel))
-                self->layoutsMatch = false;
+                p.layoutsMatch = false;
         });
-        sims.push_back(std::make_unique<QProcess>());
-        QStringList args = p.args;
-        args << "--port" << QString::number(p.controller->localPort()) << "--count"
-             << QString::number(kLines) << "--rate"
-             << "1500";
-        sims.back()->start(QStringLiteral(VX_SIM_PATH), args);
+        p.sim.start(QStringLiteral(VX_SIM_PATH),
+                    p.options.split(' ')
+                        << "--port" << QString::number(p.controller->localPort()) << "--count"
+                        << "90"
+                        << "--rate"
+                        << "1500");
     }
     // The event loop runs while the simulators send, so lines are taken in
     // as they come.
-    for (auto& sim : sims) {
-        QVERIFY(runUntil([&] { return sim->state() == QProcess::NotRunning; }, 30000));
-        QCOMPARE(sim->exitCode(), 0);
+    for (Port& p : ports) {
+        QVERIFY(runUntil([&] { return p.sim.state() == QProcess::NotRunning; }, 30000));
+        QCOMPARE(p.sim.exitCode(), 0);
     }
     for (Port& p : ports) {
         // Loopback may drop datagrams under load; whatever arrives is either
@@ -97,16 +92,10 @@ void TestMultiPort::threePortsAtOnce()
                        p.controller->frames() == p.delivered + p.controller->skippedLines();
             },
             10000));
-        qInfo("port %d: %u frames, %d delivered, %llu skipped", p.controller->localPort(),
-              p.controller->frames(), p.delivered,
-              static_cast<unsigned long long>(p.controller->skippedLines()));
         QVERIFY(p.layoutsMatch);
         QVERIFY(p.delivered > 0);
         QCOMPARE(p.controller->counters().callbackErrors, uint64_t(0));
     }
-    // Stop the receive threads before the models go away.
-    for (Port& p : ports)
-        p.controller.reset();
 }
 
 QTEST_GUILESS_MAIN(TestMultiPort)
