@@ -25,12 +25,11 @@ private slots:
         // outlier above is clipped to mean + 3s, truncated toward zero.
         // Values 10 x 0 and one 1000: mean 90.909, s 301.511, upper 995.44.
         QTest::newRow("outlier clipped above")
-            << QVector<uint>{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1000} << 65535 << 0 << 0 << 995;
+            << (QVector<uint>(10, 0) << 1000) << 65535 << 0 << 0 << 995;
         // An outlier below is clipped to mean - 2s: values 10 x 1000 and one 0
         // give mean 909.09, s 301.51, lower 306.07.
         QTest::newRow("outlier clipped below")
-            << QVector<uint>{1000, 1000, 1000, 1000, 1000, 1000, 1000, 1000, 1000, 1000, 0} << 65535
-            << 0 << 306 << 1000;
+            << (QVector<uint>(10, 1000) << 0) << 65535 << 0 << 306 << 1000;
         // All equal: s = 0, min == max, so the full 16-bit range.
         QTest::newRow("all equal") << QVector<uint>{500, 500, 500} << 65535 << 0 << 0 << 65535;
         // A single point: the band is 0 .. 0, the positive maximum becomes 0.

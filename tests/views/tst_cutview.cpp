@@ -17,10 +17,22 @@ const QRgb kGood = qRgb(0, 0, 200);
 const QRgb kReject = qRgb(192, 0, 0);
 const QRgb kWhite = qRgb(255, 255, 255);
 
-// Draws the line into a 200 x 100 pixmap, without grid unless asked.
-QImage render(const LineType& line, CutParams p = {}, bool grid = false)
+// Drawing parameters without grid.
+CutParams params(float scale, QPoint pan = {}, bool filtered = false, bool lines = false)
 {
-    p.grid = grid;
+    CutParams p;
+    p.grid = false;
+    p.scale = scale;
+    p.offsetX = pan.x();
+    p.offsetY = pan.y();
+    p.displayFiltered = filtered;
+    p.drawLines = lines;
+    return p;
+}
+
+// Draws the line into a 200 x 100 pixmap.
+QImage render(const LineType& line, const CutParams& p)
+{
     QPixmap pixmap(200, 100);
     drawCut(*line, p, pixmap);
     return pixmap.toImage().convertToFormat(QImage::Format_RGB32);
@@ -37,71 +49,57 @@ int countColour(const QImage& img, QRgb c)
 
 } // namespace
 
+Q_DECLARE_METATYPE(vxlindral::CutParams)
+
 class TstCutView : public QObject
 {
     Q_OBJECT
 private slots:
     // Points land at round(cx - k*y + offset.x), round(cy + k*z + offset.y)
-    // with k = cx / scale: both axes are negated.
-    void pointMapping_data()
+    // with k = cx / scale: both axes are negated. Rejected and invalid points
+    // show in red only with the filter switch; a line without flag bit 3
+    // leaves the pixmap white, grid included. The rest of the 200 x 100
+    // pixmap must stay white.
+    void drawing_data()
     {
-        QTest::addColumn<float>("scale");
-        QTest::addColumn<QPointF>("yz");
-        QTest::addColumn<QPoint>("offset");
-        QTest::addColumn<QPoint>("expected");
-        QTest::newRow("origin at centre") << 35.0f << QPointF() << QPoint() << QPoint(100, 50);
-        // k = 100/35: y 3.5 -> 10 px left, z 1.75 -> 5 px down.
-        QTest::newRow("negated axes") << 35.0f << QPointF(3.5, 1.75) << QPoint() << QPoint(90, 55);
-        // k = 100: 0.125 m is 12.5 px, rounded half away from zero.
-        QTest::newRow("half rounds away")
-            << 1.0f << QPointF(-0.125, 0.125) << QPoint() << QPoint(113, 63);
-        QTest::newRow("pan offset") << 35.0f << QPointF() << QPoint(-30, 20) << QPoint(70, 70);
-    }
-    void pointMapping()
-    {
-        QFETCH(QPointF, yz);
-        QFETCH(QPoint, offset);
-        CutParams p;
-        QFETCH(float, scale);
-        p.scale = scale;
-        p.offsetX = offset.x();
-        p.offsetY = offset.y();
-        const QImage img = render(makeLine({pt(yz.x(), yz.y(), 100)}), p);
-        QFETCH(QPoint, expected);
-        QCOMPARE(img.pixel(expected), kGood);
-        QCOMPARE(countColour(img, kGood), 1);
-    }
-
-    // A good point, a rejected one and an invalid one: the two bad ones show
-    // in red only with the filter switch; a line without flag bit 3 leaves
-    // the pixmap white, grid included. The white count proves nothing else
-    // was drawn.
-    void drawnPixels_data()
-    {
-        QTest::addColumn<bool>("filtered");
-        QTest::addColumn<int>("flags");
-        QTest::addColumn<bool>("grid");
+        QTest::addColumn<CutParams>("params");
+        QTest::addColumn<LineType>("line");
+        QTest::addColumn<QPoint>("at"); // a good point's pixel
         QTest::addColumn<int>("good");
         QTest::addColumn<int>("reject");
-        QTest::addColumn<int>("white");
-        QTest::newRow("unfiltered hides") << false << 200 << false << 1 << 0 << 19999;
-        QTest::newRow("filtered shows red") << true << 200 << false << 1 << 2 << 19997;
-        QTest::newRow("flag bit 3 clear") << true << (200 & ~8) << true << 0 << 0 << 20000;
+        // k = 100/35: y 3.5 -> 10 px left, z 1.75 -> 5 px down.
+        QTest::newRow("negated axes")
+            << params(35) << makeLine({pt(3.5, 1.75, 1)}) << QPoint(90, 55) << 1 << 0;
+        // k = 100: 0.125 m is 12.5 px, rounded half away from zero.
+        QTest::newRow("half rounds away")
+            << params(1) << makeLine({pt(-0.125, 0.125, 1)}) << QPoint(113, 63) << 1 << 0;
+        QTest::newRow("pan offset")
+            << params(35, {-30, 20}) << makeLine({pt(0, 0, 1)}) << QPoint(70, 70) << 1 << 0;
+        const auto mixed = makeLine({pt(0, 0, 1), pt(3.5, 0, 1, true, 7), pt(-3.5, 0, 1, false)});
+        QTest::newRow("unfiltered hides") << params(35) << mixed << QPoint(100, 50) << 1 << 0;
+        QTest::newRow("filtered shows red")
+            << params(35, {}, true) << mixed << QPoint(100, 50) << 1 << 2;
+        CutParams grid = params(35, {}, true);
+        grid.grid = true;
+        QTest::newRow("flag bit 3 clear")
+            << grid << makeLine({pt(0, 0, 1)}, 200 & ~8) << QPoint(-1, -1) << 0 << 0;
+        QTest::newRow("polyline") << params(35, {}, false, true)
+                                  << makeLine({pt(3.5, 0, 1), pt(-3.5, 0, 1)}) << QPoint(95, 50)
+                                  << 21 << 0;
     }
-    void drawnPixels()
+    void drawing()
     {
-        QFETCH(bool, filtered);
-        QFETCH(int, flags);
-        QFETCH(bool, grid);
-        CutParams p;
-        p.scale = 35.0f;
-        p.displayFiltered = filtered;
-        const auto line =
-            makeLine({pt(0, 0, 1), pt(3.5, 0, 1, true, 7), pt(-3.5, 0, 1, false)}, flags);
-        const QImage img = render(line, p, grid);
-        QTEST(countColour(img, kGood), "good");
-        QTEST(countColour(img, kReject), "reject");
-        QTEST(countColour(img, kWhite), "white");
+        QFETCH(CutParams, params);
+        QFETCH(LineType, line);
+        QFETCH(QPoint, at);
+        QFETCH(int, good);
+        QFETCH(int, reject);
+        const QImage img = render(line, params);
+        if (good > 0)
+            QCOMPARE(img.pixel(at), kGood);
+        QCOMPARE(countColour(img, kGood), good);
+        QCOMPARE(countColour(img, kReject), reject);
+        QCOMPARE(countColour(img, kWhite), 200 * 100 - good - reject);
     }
 
     // The grid spacing is the step in millimetres over the scale (1000 / 35 =
@@ -110,7 +108,7 @@ private slots:
     {
         CutParams p;
         p.scale = 35.0f;
-        const QImage img = render(makeLine({}), p, true);
+        const QImage img = render(makeLine({}), p);
         const int axis = qGray(img.pixel(100, 30));
         const int line = qGray(img.pixel(128, 30));
         QVERIFY2(axis < line && line < 255, qPrintable(QString("%1 %2").arg(axis).arg(line)));
@@ -128,31 +126,15 @@ private slots:
     }
 
     // The step grows with the scale in bands; from 500 on the last one holds.
-    void gridStep()
+    void gridStepLastBand()
     {
-        const struct
-        {
-            float scale;
-            double step;
-            int unit;
-        } rows[] = {{0.1f, 0.01, 10}, {499.0f, 10.0, 10000}, {500.0f, 100.0, 100000}};
-        for (const auto& r : rows) {
-            double step = 0;
-            int unit = 0;
-            cutGridStep(r.scale, step, unit);
-            QCOMPARE(step, r.step);
-            QCOMPARE(unit, r.unit);
-        }
-    }
-
-    void polylineJoinsPoints()
-    {
-        CutParams p;
-        p.scale = 35.0f;
-        p.drawLines = true;
-        const QImage img = render(makeLine({pt(3.5, 0, 1), pt(-3.5, 0, 1)}), p);
-        for (int x = 90; x <= 110; ++x)
-            QCOMPARE(img.pixel(x, 50), kGood);
+        double step = 0;
+        int unit = 0;
+        cutGridStep(499.0f, step, unit);
+        QCOMPARE(unit, 10000);
+        cutGridStep(500.0f, step, unit);
+        QCOMPARE(step, 100.0);
+        QCOMPARE(unit, 100000);
     }
 
     // The limits are tested before the step, so the scale may end one step
