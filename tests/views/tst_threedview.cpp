@@ -20,12 +20,8 @@ private:
     // Pixels of the current frame that differ from the clear colour.
     int pointsDrawn(QRgb clear) const
     {
-        const QImage img = gl()->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
-        int n = 0;
-        for (int y = 0; y < img.height(); ++y)
-            for (int x = 0; x < img.width(); ++x)
-                n += img.pixel(x, y) != clear;
-        return n;
+        return viewtest::countPixels(gl()->grabFramebuffer().convertToFormat(QImage::Format_RGB32),
+                                     [clear](QRgb c) { return c != clear; });
     }
 
 private slots:

@@ -1,10 +1,12 @@
 #pragma once
-// Shared helpers of the view tests: line construction and the test main.
+// Shared helpers of the view tests: line construction, pixel counting and
+// the test main.
 #include "stream/linetype.h"
 #include "stream/myline.h"
 #include "views/glformat.h"
 
 #include <QApplication>
+#include <QImage>
 #include <QTest>
 #include <memory>
 #include <vector>
@@ -39,6 +41,16 @@ inline vxlindral::LineType makeIntensityLine(const std::vector<uint32_t>& values
     for (std::size_t i = 0; i < values.size(); ++i)
         pts.push_back(pt(0.01 * static_cast<double>(i), 0.5, values[i]));
     return makeLine(std::move(pts));
+}
+
+// Pixels of the image whose colour satisfies pred.
+template <typename Pred> int countPixels(const QImage& img, Pred pred)
+{
+    int n = 0;
+    for (int y = 0; y < img.height(); ++y)
+        for (int x = 0; x < img.width(); ++x)
+            n += pred(img.pixel(x, y)) ? 1 : 0;
+    return n;
 }
 
 } // namespace viewtest
