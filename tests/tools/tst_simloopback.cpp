@@ -76,7 +76,7 @@ public:
             const double t = (scene.firstAngle() + i * scene.angleStep()) * M_PI / 180.0;
             // Millimetre ranges of protocol 1.1 round by up to 0.5 mm.
             if (std::fabs(x) > 1e-12 || std::fabs(y - s.range * std::sin(t)) > 6e-4 ||
-                std::fabs(z - (Scene::kScannerHeight - s.range * std::cos(t))) > 6e-4 ||
+                std::fabs(z - (s.range * std::cos(t) - Scene::kScannerHeight)) > 6e-4 ||
                 (s.material == Scene::Belt && std::fabs(z) > 0.0015))
                 faults << QString::asprintf("line %u pixel %d at %g, %g, %g", n, i, x, y, z);
         }

@@ -100,12 +100,16 @@ Scene::Scene(int pixels)
 
 const double* Scene::transform()
 {
-    // Rows of the matrix; x is always 0 before it, so only y and z matter.
+    // Rows of the matrix. The viewer's views take z as pointing away from the
+    // scanner (down): the cut view and the 3D view draw a smaller z higher
+    // up. A plain shift by the scanner height keeps that direction and puts
+    // the belt at z = 0, so objects on the belt have negative z and stand
+    // upright in both views.
     static const double m[16] = {
-        -1, 0, 0,  0,              // x' = -x
-        0,  1, 0,  0,              // y' = y
-        0,  0, -1, kScannerHeight, // z' = H - z: height above the belt
-        0,  0, 0,  1,
+        1, 0, 0, 0,               // x' = x
+        0, 1, 0, 0,               // y' = y
+        0, 0, 1, -kScannerHeight, // z' = z - H: belt at 0, objects above it negative
+        0, 0, 0, 1,
     };
     return m;
 }

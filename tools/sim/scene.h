@@ -55,9 +55,9 @@ public:
     double firstAngle() const { return angle0; }
     double angleStep() const { return step; }
     // The transform from scanner to belt coordinates, 16 values row-major
-    // (keys 320..335): a rotation by 180 degrees about the y axis and a lift
-    // by kScannerHeight, so that z is the height above the belt, y runs
-    // across the belt and x along it.
+    // (keys 320..335): a shift by kScannerHeight along z, so that the belt
+    // lies at z = 0 and z keeps pointing down (an object of height h has
+    // z = -h), y runs across the belt and x along it.
     static const double* transform();
     // Keys 100, 101 and 320..335 with their values, in key order.
     std::vector<std::pair<uint32_t, double>> fileHeaderEntries() const;
