@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 
 // A minimal check harness for the table-driven tool tests (no Qt: the tools
@@ -35,19 +36,14 @@ inline int result(const char* name)
     return failures ? 1 : 0;
 }
 
-inline std::string text(const std::string& s)
-{
-    return '"' + s + '"';
-}
-template <class T> std::string text(const T& v)
-{
-    return std::to_string(v);
-}
-
 template <class A, class B>
 bool equal(const A& a, const B& b, const char* what, const char* file, int line)
 {
-    return a == b || fail(file, line, what + (": " + text(a)) + " != " + text(b));
+    if (a == b)
+        return true;
+    std::ostringstream o;
+    o << what << ": " << a << " != " << b;
+    return fail(file, line, o.str());
 }
 
 } // namespace check
