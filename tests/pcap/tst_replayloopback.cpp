@@ -214,18 +214,19 @@ void dissectorFields()
     // line header size, bpp, pixels, extra 1 and 2, factor
     const WireEncoder::RawLine h11{77, 1, 1, 2, 3, 0, 1, 16, 5, 10};
     const WireEncoder::RawLine h13{77, 1, 3, 2, 1234, 4, 1, 0, 8, 6, 0, 0, 9};
-    const Message line(16 + 50, 'x');
-    std::vector<Message> messages = {WireEncoder::rawLine(h11, line.data(), line.size()),
-                                     WireEncoder::rawLine(h13, line.data(), 48)};
-    messages.push_back(WireEncoder::fileHeader(5, "left head", {{100, -30.0}, {331, 1.25}}));
-    // A fragment of a larger message and a foreign datagram on the port.
-    const Message big(100000, 'b');
-    std::vector<Message> datagrams = {WireEncoder::fragment(4, big.data(), big.size())[1],
-                                      Message(20, ' ')};
-    std::memcpy(datagrams[1].data(), "not our framing....", 20);
-    for (uint32_t i = 0; i < messages.size(); ++i)
-        datagrams.insert(datagrams.begin() + i,
-                         WireEncoder::fragment(i + 1, messages[i].data(), messages[i].size())[0]);
+    const Message line(16 + 50, 'x'), big(100000, 'b');
+    const Message messages[] = {
+        WireEncoder::rawLine(h11, line.data(), line.size()),
+        WireEncoder::rawLine(h13, line.data(), 48),
+        WireEncoder::fileHeader(5, "left head", {{100, -30.0}, {331, 1.25}}), big};
+    // The first datagram of each message but the second of the large one,
+    // then a foreign datagram on the port.
+    std::vector<Message> datagrams;
+    for (uint32_t i = 0; i < 4; ++i)
+        datagrams.push_back(
+            WireEncoder::fragment(i + 1, messages[i].data(), messages[i].size())[i == 3]);
+    const char junk[] = "not our framing....";
+    datagrams.emplace_back(junk, junk + sizeof junk);
     vxrec::PcapWriter w;
     const std::string path = check::tempPath("fields.pcap");
     CHECK(w.open(path));
