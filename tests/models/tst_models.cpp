@@ -10,6 +10,7 @@
 #include "models/streamheaderdatamodel.h"
 
 #include <QSignalSpy>
+#include <QStandardItemModel>
 #include <QtTest>
 #include <cstring>
 #include <stdexcept>
@@ -55,19 +56,11 @@ QString cell(const QAbstractItemModel& m, int row, int col)
     return m.data(m.index(row, col)).toString();
 }
 
-// Valid indexes at any position, for the direct calls that reach cells
-// outside a model's own shape.
-class Probe : public QAbstractTableModel
-{
-public:
-    int rowCount(const QModelIndex& = QModelIndex()) const override { return 100; }
-    int columnCount(const QModelIndex& = QModelIndex()) const override { return 100; }
-    QVariant data(const QModelIndex&, int) const override { return QVariant(); }
-};
-
+// Reaches cells outside a model's own shape: the index of another model
+// that has them.
 QString direct(const QAbstractItemModel& m, int row, int col)
 {
-    static Probe probe;
+    static QStandardItemModel probe(100, 100);
     return m.data(probe.index(row, col)).toString();
 }
 
@@ -83,279 +76,240 @@ private slots:
         qRegisterMetaType<QList<QPersistentModelIndex>>();
         qRegisterMetaType<QAbstractItemModel::LayoutChangeHint>();
     }
-    void intakeAndHistory();
-    void cellText();
-    void intakeReleasesInFlightSlotOnce();
-    void statisticFormat_data();
-    void statisticFormat();
-    void averageModel();
-    void diffModel();
-    void headerModel();
-    void headerExpanded_data();
-    void headerExpanded();
-};
-
-void TestModels::intakeAndHistory()
-{
-    StreamDataModel m;
-    QVERIFY(m.rowCount() == 0 && m.columnCount() == 0);
-    QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
-    QCOMPARE(m.data(QModelIndex(), Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight));
-    QCOMPARE(m.currentLineText(), QString());
-    m.setDifferenceMode(true); // needs a line: stays off
-    QVERIFY(!m.isDifferenceMode());
-
-    QSignalSpy inserted(&m, &StreamDataModel::rowsInserted);
-    QSignalSpy changed(&m, &StreamDataModel::dataChanged);
-    QSignalSpy emitted(&m, &StreamDataModel::newLine);
-    // Every line has another length, so the table changes shape each time.
-    std::vector<LineType> sent;
-    for (int n = 1; n <= 11; ++n) {
-        sent.push_back(makeLine(Pixels(static_cast<std::size_t>(n), {1, 2})));
-        QVERIFY(feed(m, sent.back()));
-        QCOMPARE(m.rowCount(), n);
-        QCOMPARE(m.columnCount(), 4);
-        QCOMPARE(inserted.last().at(1).toInt(), 0);
-        QCOMPARE(inserted.last().at(2).toInt(), n); // one past the last row
-        const auto bottomRight = changed.last().at(1).value<QModelIndex>();
-        QCOMPARE(bottomRight.row(), n);
-        QCOMPARE(bottomRight.column(), 4);
-        QCOMPARE(emitted.takeFirst().at(0).value<LineType>(), sent.back());
-    }
-    // The history keeps the ten newest lines.
-    QCOMPARE(m.historySize(), std::size_t(10));
-    QCOMPARE(sent[0].use_count(), 1L);
-    QCOMPARE(sent[1].use_count(), 2L);
-    QCOMPARE(m.currentLine(), sent[10]);
-    QCOMPARE(m.headerData(1, Qt::Horizontal).toString(), QStringLiteral("intensity"));
-    QCOMPARE(m.headerData(5, Qt::Vertical).toString(), QStringLiteral("5"));
-
-    feed(m, makeLine({{10, 20}, {30, 40}}));
-    QCOMPARE(m.currentLineText(), QStringLiteral("# range intensity quality echo width\n"
-                                                 "10 20 0 0\n30 40 0 0\n"));
-    // A variant without a line clears the current line only.
-    QVERIFY(m.setData(QModelIndex(), QVariant(42)));
-    QVERIFY(!m.currentLine());
-    QCOMPARE(m.rowCount(), 2);
-    QCOMPARE(m.historySize(), std::size_t(10));
-    QCOMPARE(cell(m, 0, 0), QString());
-}
-
-void TestModels::cellText()
-{
-    // Reference line ranges 100, 200; current line ranges 150, 90, 7. The
-    // reference stays the line shown when difference mode was switched on.
-    StreamDataModel m;
-    feed(m, makeLine({{100, 1}, {200, 1}}));
-    m.setDifferenceMode(true);
-    feed(m, makeLine({{150, 1}, {90, 9}, {7, 1}}));
-    const struct
+    void intakeAndHistory()
     {
-        const char* name;
-        bool difference, hex;
-        int row, col;
-        QVariant expected;
-    } rows[] = {
-        // Difference rows first: switching the mode on again would take a
-        // new reference.
-        {"diff reference minus current", true, false, 0, 0, -50.0},
-        {"diff shrinking value", true, false, 1, 0, 110.0},
-        {"diff ignores hex", true, true, 1, 0, 110.0},
-        {"diff row missing in reference", true, false, 2, 0, -7.0},
-        {"decimal", false, false, 0, 0, QStringLiteral("150")},
-        {"hex by width", false, true, 0, 0, QStringLiteral("000096")},
-        {"hex 16 bit", false, true, 1, 1, QStringLiteral("0009")},
-        {"row beyond table", false, false, 3, 0, QVariant()},
-    };
-    for (const auto& r : rows) {
-        if (!r.difference)
-            m.setDifferenceMode(false);
-        m.setDisplayMode(r.hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC);
-        const QVariant got = m.data(m.index(r.row, r.col));
-        QVERIFY2(got == r.expected,
-                 qPrintable(QStringLiteral("%1: %2").arg(r.name, got.toString())));
+        StreamDataModel m;
+        QVERIFY(m.rowCount() == 0 && m.columnCount() == 0);
+        QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
+        QCOMPARE(m.data(QModelIndex(), Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight));
+        QCOMPARE(m.currentLineText(), QString());
+        m.setDifferenceMode(true); // needs a line: stays off
+        QVERIFY(!m.isDifferenceMode());
+
+        QSignalSpy inserted(&m, &StreamDataModel::rowsInserted);
+        QSignalSpy changed(&m, &StreamDataModel::dataChanged);
+        QSignalSpy emitted(&m, &StreamDataModel::newLine);
+        // Every line has another length, so the table changes shape each time.
+        std::vector<LineType> sent;
+        for (int n = 1; n <= 11; ++n) {
+            sent.push_back(makeLine(Pixels(static_cast<std::size_t>(n), {1, 2})));
+            QVERIFY(feed(m, sent.back()));
+            QCOMPARE(m.rowCount(), n);
+            QCOMPARE(m.columnCount(), 4);
+            QCOMPARE(inserted.last().at(1).toInt(), 0);
+            QCOMPARE(inserted.last().at(2).toInt(), n); // one past the last row
+            const auto bottomRight = changed.last().at(1).value<QModelIndex>();
+            QCOMPARE(bottomRight.row(), n);
+            QCOMPARE(bottomRight.column(), 4);
+            QCOMPARE(emitted.takeFirst().at(0).value<LineType>(), sent.back());
+        }
+        // The history keeps the ten newest lines.
+        QCOMPARE(m.historySize(), std::size_t(10));
+        QCOMPARE(sent[0].use_count(), 1L);
+        QCOMPARE(sent[1].use_count(), 2L);
+        QCOMPARE(m.currentLine(), sent[10]);
+        QCOMPARE(m.headerData(1, Qt::Horizontal).toString(), QStringLiteral("intensity"));
+        QCOMPARE(m.headerData(5, Qt::Vertical).toString(), QStringLiteral("5"));
+
+        feed(m, makeLine({{10, 20}, {30, 40}}));
+        QCOMPARE(m.currentLineText(), QStringLiteral("# range intensity quality echo width\n"
+                                                     "10 20 0 0\n30 40 0 0\n"));
+        // A variant without a line clears the current line only.
+        QVERIFY(m.setData(QModelIndex(), QVariant(42)));
+        QVERIFY(!m.currentLine());
+        QCOMPARE(m.rowCount(), 2);
+        QCOMPARE(m.historySize(), std::size_t(10));
+        QCOMPARE(cell(m, 0, 0), QString());
     }
-}
-
-void TestModels::intakeReleasesInFlightSlotOnce()
-{
-    auto counter = std::make_shared<std::atomic<int>>(2);
-    LineType a = makeLine({{1, 1}});
-    LineType b = makeLine({{1, 1}});
-    a->inFlight = counter;
-    b->inFlight = counter;
-    StreamDataModel port;
-    StreamAverageDataModel average;
-    QObject::connect(&port, &StreamDataModel::newLine, &average,
-                     &StreamAverageDataModel::updateNewLine);
-    feed(port, a); // the chained intake must not release again
-    QCOMPARE(counter->load(), 1);
-    b.reset(); // a line dropped on the way gives its slot back
-    QCOMPARE(counter->load(), 0);
-}
-
-void TestModels::statisticFormat_data()
-{
-    QTest::addColumn<int>("field");
-    QTest::addColumn<double>("value");
-    QTest::addColumn<bool>("hex");
-    QTest::addColumn<QString>("expected");
-    // Fields: 0 range (24 bits), 1 intensity (16), 2 quality (8).
-    QTest::newRow("dec integer") << 0 << 5.0 << false << QStringLiteral("5.00");
-    QTest::newRow("dec negative") << 0 << -0.5 << false << QStringLiteral("-0.50");
-    QTest::newRow("dec wide") << 0 << 12345.678 << false << QStringLiteral("12345.68");
-    QTest::newRow("hex 8 bit padded") << 2 << 10.9 << true << QStringLiteral("0a");
-    QTest::newRow("hex 8 bit keeps low bits") << 2 << 511.0 << true << QStringLiteral("ff");
-    QTest::newRow("hex 16 bit negative") << 1 << -1.0 << true << QStringLiteral("ffff");
-    QTest::newRow("hex truncates toward zero") << 1 << -1.9 << true << QStringLiteral("ffff");
-    QTest::newRow("hex 24 bit") << 0 << 4660.0 << true << QStringLiteral("001234");
-    QTest::newRow("hex no field: 32 bits") << 9 << -2.0 << true << QStringLiteral("fffffffe");
-    QTest::newRow("hex not a number") << 1 << qQNaN() << true << QStringLiteral("0000");
-}
-
-void TestModels::statisticFormat()
-{
-    QFETCH(int, field);
-    QFETCH(double, value);
-    QFETCH(bool, hex);
-    QFETCH(QString, expected);
-    LineType line = makeLine({{1, 1}});
-    line->avr.assign(10, value);
-    // The average model shows field `field` in column `field`; the
-    // difference model in row `field`.
-    const auto mode = hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC;
-    StreamAverageDataModel m;
-    StreamDiffAverageDataModel d;
-    m.updateNewLine(line);
-    d.updateNewLine(line);
-    m.setDisplayMode(mode);
-    d.setDisplayMode(mode);
-    QCOMPARE(direct(m, 0, field), expected);
-    QCOMPARE(direct(d, field, 0), expected);
-}
-
-void TestModels::averageModel()
-{
-    StreamAverageDataModel m;
-    QCOMPARE(m.columnCount(), 0);
-    QVERIFY(!m.headerData(0, Qt::Vertical).isValid());
-    QSignalSpy headers(&m, &QAbstractItemModel::headerDataChanged);
-    QSignalSpy layout(&m, &QAbstractItemModel::layoutChanged);
-
-    m.updateNewLine(makeLine({{10, 1}, {20, 3}}));
-    QVERIFY(m.rowCount() == 4 && m.columnCount() == 4);
-    QCOMPARE(headers.count(), 2);
-    QCOMPARE(headers.at(0).at(2).toInt(), 4);
-    QCOMPARE(headers.at(1).at(2).toInt(), 4);
-    QCOMPARE(layout.count(), 1);
-    QCOMPARE((QStringList{cell(m, 0, 0), cell(m, 1, 0), cell(m, 2, 0), cell(m, 3, 0)}),
-             (QStringList{"15.00", "5.00", "10.00", "20.00"}));
-    QCOMPARE(m.headerData(3, Qt::Vertical).toString(), QStringLiteral("max"));
-    QVERIFY(!m.headerData(4, Qt::Vertical).isValid());
-    QCOMPARE(m.headerData(0, Qt::Horizontal).toString(), QStringLiteral("range"));
-    QVERIFY(direct(m, 4, 0).isNull()); // the first line stored 4 rows
-
-    // Later lines store their pixel count as the row count, so row 4 of an
-    // 8-pixel line reaches the statistic lookup.
-    m.updateNewLine(makeLine(Pixels(8, {1, 1})));
-    QCOMPARE(headers.count(), 2); // only the first line announces headers
-    try {
-        direct(m, 4, 0);
-        QFAIL("no exception");
-    } catch (const std::invalid_argument& e) {
-        QCOMPARE(QString::fromLatin1(e.what()), QStringLiteral("field index is out of range"));
+    void cellText()
+    {
+        // Reference line ranges 100, 200; current line ranges 150, 90, 7. The
+        // reference stays the line shown when difference mode was switched on.
+        StreamDataModel m;
+        feed(m, makeLine({{100, 1}, {200, 1}}));
+        m.setDifferenceMode(true);
+        feed(m, makeLine({{150, 1}, {90, 9}, {7, 1}}));
+        const struct
+        {
+            const char* name;
+            bool difference, hex;
+            int row, col;
+            QVariant expected;
+        } rows[] = {
+            // Difference rows first: switching the mode on again would take a
+            // new reference.
+            {"diff reference minus current", true, false, 0, 0, -50.0},
+            {"diff ignores hex", true, true, 1, 0, 110.0},
+            {"diff row missing in reference", true, false, 2, 0, -7.0},
+            {"decimal", false, false, 0, 0, QStringLiteral("150")},
+            {"hex by width", false, true, 0, 0, QStringLiteral("000096")},
+            {"row beyond table", false, false, 3, 0, QVariant()},
+        };
+        for (const auto& r : rows) {
+            if (!r.difference)
+                m.setDifferenceMode(false);
+            m.setDisplayMode(r.hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC);
+            const QVariant got = m.data(m.index(r.row, r.col));
+            QVERIFY2(got == r.expected,
+                     qPrintable(QStringLiteral("%1: %2").arg(r.name, got.toString())));
+        }
     }
-}
+    void intakeReleasesInFlightSlotOnce()
+    {
+        auto counter = std::make_shared<std::atomic<int>>(2);
+        LineType a = makeLine({{1, 1}}), b = makeLine({{1, 1}});
+        a->inFlight = b->inFlight = counter;
+        StreamDataModel port;
+        StreamAverageDataModel average;
+        QObject::connect(&port, &StreamDataModel::newLine, &average,
+                         &StreamAverageDataModel::updateNewLine);
+        feed(port, a); // the chained intake must not release again
+        QCOMPARE(counter->load(), 1);
+        b.reset(); // a line dropped on the way gives its slot back
+        QCOMPARE(counter->load(), 0);
+    }
+    void statisticFormat()
+    {
+        // Fields: 0 range (24 bits), 1 intensity (16), 2 quality (8), 9 none.
+        const struct
+        {
+            int field;
+            double value;
+            bool hex;
+            const char* expected;
+        } rows[] = {
+            {0, 5.0, false, "5.00"},
+            {0, -0.5, false, "-0.50"},
+            {0, 12345.678, false, "12345.68"},
+            {2, 10.9, true, "0a"},  // padded to the field's width
+            {2, 511.0, true, "ff"}, // low bits only
+            {1, -1.0, true, "ffff"},
+            {1, -1.9, true, "ffff"},     // truncated toward zero
+            {9, -2.0, true, "fffffffe"}, // no field: 32 bits
+            {1, qQNaN(), true, "0000"},
+        };
+        StreamAverageDataModel m;
+        StreamDiffAverageDataModel d;
+        for (const auto& r : rows) {
+            LineType line = makeLine({{1, 1}});
+            line->avr.assign(10, r.value);
+            const auto mode = r.hex ? StreamDataModel::DISPLAY_HEX : StreamDataModel::DISPLAY_DEC;
+            m.updateNewLine(line);
+            d.updateNewLine(line);
+            m.setDisplayMode(mode);
+            d.setDisplayMode(mode);
+            // The average model shows field f in column f, the difference
+            // model in row f.
+            QCOMPARE(direct(m, 0, r.field) + '|' + direct(d, r.field, 0),
+                     QStringLiteral("%1|%1").arg(QLatin1String(r.expected)));
+        }
+    }
+    void averageAndDiffModels()
+    {
+        StreamAverageDataModel m;
+        QCOMPARE(m.columnCount(), 0);
+        QVERIFY(!m.headerData(0, Qt::Vertical).isValid());
+        QSignalSpy headers(&m, &QAbstractItemModel::headerDataChanged);
+        QSignalSpy layout(&m, &QAbstractItemModel::layoutChanged);
 
-void TestModels::diffModel()
-{
-    StreamDiffAverageDataModel m;
-    QCOMPARE(m.rowCount(), 0);
-    m.updateNewLine(makeLine({{10, 1}}));
-    QVERIFY(m.rowCount() == 4 && m.columnCount() == 3);
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("0.00")); // the first line is its own reference
+        m.updateNewLine(makeLine({{10, 1}, {20, 3}}));
+        QVERIFY(m.rowCount() == 4 && m.columnCount() == 4);
+        QCOMPARE(headers.count(), 2);
+        QCOMPARE(headers.at(0).at(2).toInt(), 4);
+        QCOMPARE(headers.at(1).at(2).toInt(), 4);
+        QCOMPARE(layout.count(), 1);
+        QCOMPARE((QStringList{cell(m, 0, 0), cell(m, 1, 0), cell(m, 2, 0), cell(m, 3, 0)}),
+                 (QStringList{"15.00", "5.00", "10.00", "20.00"}));
+        QCOMPARE(m.headerData(3, Qt::Vertical).toString(), QStringLiteral("max"));
+        QVERIFY(!m.headerData(4, Qt::Vertical).isValid());
+        QCOMPARE(m.headerData(0, Qt::Horizontal).toString(), QStringLiteral("range"));
+        QVERIFY(direct(m, 4, 0).isNull()); // the first line stored 4 rows
 
-    m.updateNewLine(makeLine({{25, 1}}));
-    QCOMPARE(cell(m, 0, 0), QStringLiteral("25.00"));
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("15.00"));   // current - reference
-    QCOMPARE(direct(m, 0, 5), QStringLiteral("15.00")); // max, reachable by direct call only
-    QVERIFY_EXCEPTION_THROWN(direct(m, 0, 6), std::invalid_argument);
-    QVERIFY(!m.data(m.index(0, 6)).isValid()); // outside the table: no cell
+        // Later lines store their pixel count as the row count, so row 4 of an
+        // 8-pixel line reaches the statistic lookup.
+        m.updateNewLine(makeLine(Pixels(8, {1, 1})));
+        QCOMPARE(headers.count(), 2); // only the first line announces headers
+        try {
+            direct(m, 4, 0);
+            QFAIL("no exception");
+        } catch (const std::invalid_argument& e) {
+            QCOMPARE(QString::fromLatin1(e.what()), QStringLiteral("field index is out of range"));
+        }
 
-    m.setDiff();
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("0.00"));
-    m.setDiff(); // every toggle takes a new reference, never clears it
-    m.updateNewLine(makeLine({{20, 1}}));
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("-5.00"));
-    QCOMPARE(m.headerData(2, Qt::Horizontal).toString(), QStringLiteral("diff"));
-    QCOMPARE(m.headerData(7, Qt::Horizontal).toString(), QStringLiteral("diff"));
-    QCOMPARE(m.headerData(1, Qt::Vertical).toString(), QStringLiteral("intensity"));
-}
+        StreamDiffAverageDataModel d;
+        QCOMPARE(d.rowCount(), 0);
+        d.updateNewLine(makeLine({{10, 1}}));
+        QVERIFY(d.rowCount() == 4 && d.columnCount() == 3);
+        QCOMPARE(cell(d, 0, 2), QStringLiteral("0.00")); // the first line is its own reference
 
-void TestModels::headerModel()
-{
-    StreamHeaderDataModel m;
-    QCOMPARE(m.rowCount(), 1);
-    QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
-    // Collapsed, the values step through the header one byte at a time.
-    m.updateNewLine(makeLine({{1, 1}}, {0xA001, 3}));
-    QCOMPARE(cell(m, 0, 0), QStringLiteral("0000a001 030000a0"));
-    QCOMPARE(m.data(m.index(0, 0), Qt::TextAlignmentRole).toInt(), int(Qt::AlignLeft));
-    QCOMPARE(m.headerData(0, Qt::Horizontal).toString(), QStringLiteral("raw value"));
-    QVERIFY(!m.headerData(0, Qt::Vertical).isValid());
-    m.updateNewLine(makeLine({{1, 1}}, {}));
-    QVERIFY(!m.data(m.index(0, 0)).isValid()); // no header bytes, nothing shown
+        d.updateNewLine(makeLine({{25, 1}}));
+        QCOMPARE(cell(d, 0, 0), QStringLiteral("25.00"));
+        QCOMPARE(cell(d, 0, 2), QStringLiteral("15.00"));   // current - reference
+        QCOMPARE(direct(d, 0, 5), QStringLiteral("15.00")); // max, reachable by direct call only
+        QVERIFY_EXCEPTION_THROWN(direct(d, 0, 6), std::invalid_argument);
+        QVERIFY(!d.data(d.index(0, 6)).isValid()); // outside the table: no cell
 
-    m.updateNewLine(makeLine({{1, 1}}, {7, 1000, 0, 0, 0, 0, 0, 0}));
-    m.setExpandHeader(true);
-    const QStringList titles{"raw value", "description", "value", "raw value"};
-    for (int s = 0; s < 4; ++s)
-        QCOMPARE(m.headerData(s, Qt::Horizontal).toString(), titles[s]);
-    QCOMPARE(m.headerData(-2, Qt::Horizontal).toInt(), -2);
-    QCOMPARE(cell(m, 0, 1), QStringLiteral("line counter"));
-    QCOMPARE(cell(m, 0, 2), QStringLiteral("7"));
-}
+        d.setDiff();
+        QCOMPARE(cell(d, 0, 2), QStringLiteral("0.00"));
+        d.setDiff(); // every toggle takes a new reference, never clears it
+        d.updateNewLine(makeLine({{20, 1}}));
+        QCOMPARE(cell(d, 0, 2), QStringLiteral("-5.00"));
+        QCOMPARE(d.headerData(2, Qt::Horizontal).toString(), QStringLiteral("diff"));
+        QCOMPARE(d.headerData(7, Qt::Horizontal).toString(), QStringLiteral("diff"));
+        QCOMPARE(d.headerData(1, Qt::Vertical).toString(), QStringLiteral("intensity"));
+    }
+    void headerModel()
+    {
+        StreamHeaderDataModel m;
+        QCOMPARE(m.rowCount(), 1);
+        QVERIFY(!m.headerData(0, Qt::Horizontal).isValid());
+        // Collapsed, the values step through the header one byte at a time.
+        m.updateNewLine(makeLine({{1, 1}}, {0xA001, 3}));
+        QCOMPARE(cell(m, 0, 0), QStringLiteral("0000a001 030000a0"));
+        QCOMPARE(m.data(m.index(0, 0), Qt::TextAlignmentRole).toInt(), int(Qt::AlignLeft));
+        QCOMPARE(m.headerData(0, Qt::Horizontal).toString(), QStringLiteral("raw value"));
+        QVERIFY(!m.headerData(0, Qt::Vertical).isValid());
+        m.updateNewLine(makeLine({{1, 1}}, {}));
+        QVERIFY(!m.data(m.index(0, 0)).isValid()); // no header bytes, nothing shown
 
-void TestModels::headerExpanded_data()
-{
-    QTest::addColumn<std::vector<uint32_t>>("words");
-    QTest::addColumn<int>("headerBytes");
-    QTest::addColumn<int>("row");
-    QTest::addColumn<QString>("hex");
-    QTest::addColumn<QString>("binary");
-    QTest::newRow("low word") << std::vector<uint32_t>{0xA001, 3} << 8 << 0
-                              << QStringLiteral("0000a001 ")
-                              << QStringLiteral("00000000:00000000:10100000:00000001");
-    QTest::newRow("top bit") << std::vector<uint32_t>{0, 0x80000001} << 8 << 1
-                             << QStringLiteral("80000001 ")
-                             << QStringLiteral("10000000:00000000:00000000:00000001");
-    QTest::newRow("3-byte header")
-        << std::vector<uint32_t>{0xFFFFFFFF} << 3 << 0 << QStringLiteral("00000000 ")
-        << QStringLiteral("00000000:00000000:00000000:00000000");
-}
+        m.updateNewLine(makeLine({{1, 1}}, {7, 1000, 0, 0, 0, 0, 0, 0}));
+        QSignalSpy headers(&m, &QAbstractItemModel::headerDataChanged);
+        m.setExpandHeader(true);
+        QCOMPARE(headers.count(), 2);
+        QCOMPARE(headers.at(0).at(2).toInt(), 8);
+        QCOMPARE(headers.at(1).at(2).toInt(), 4);
+        QCOMPARE(m.data(m.index(0, 0), Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight));
+        const QStringList titles{"raw value", "description", "value", "raw value"};
+        for (int s = 0; s < 4; ++s)
+            QCOMPARE(m.headerData(s, Qt::Horizontal).toString(), titles[s]);
+        QCOMPARE(m.headerData(-2, Qt::Horizontal).toInt(), -2);
+        QCOMPARE(m.headerData(5, Qt::Vertical).toInt(), 5);
+        QCOMPARE(cell(m, 0, 1), QStringLiteral("line counter"));
+        QCOMPARE(cell(m, 0, 2), QStringLiteral("7"));
 
-void TestModels::headerExpanded()
-{
-    QFETCH(std::vector<uint32_t>, words);
-    QFETCH(int, headerBytes);
-    QFETCH(int, row);
-    QFETCH(QString, hex);
-    QFETCH(QString, binary);
-    LineType line = makeLine({{1, 1}, {2, 2}}, words);
-    line->header.resize(static_cast<std::size_t>(headerBytes));
-    StreamHeaderDataModel m;
-    m.updateNewLine(line);
-    QSignalSpy headers(&m, &QAbstractItemModel::headerDataChanged);
-    m.setExpandHeader(true);
-    QVERIFY(m.rowCount() == headerBytes / 4 && m.columnCount() == 4);
-    QCOMPARE(headers.count(), 2);
-    QCOMPARE(headers.at(0).at(2).toInt(), headerBytes / 4);
-    QCOMPARE(headers.at(1).at(2).toInt(), 4);
-    QCOMPARE(direct(m, row, 0), hex); // the 3-byte header has no rows of its own
-    QCOMPARE(direct(m, row, 3), binary);
-    QCOMPARE(m.data(m.index(row, 0), Qt::TextAlignmentRole).toInt(), int(Qt::AlignRight));
-    QCOMPARE(m.headerData(row, Qt::Vertical).toInt(), row);
-}
+        // Expanded, the true words in hex and binary; a 3-byte header has no
+        // words (no rows of its own), so it shows 0.
+        const struct
+        {
+            std::vector<uint32_t> words;
+            std::size_t bytes;
+            int row;
+            const char *hex, *binary;
+        } rows[] = {
+            {{0xA001, 3}, 8, 0, "0000a001 ", "00000000:00000000:10100000:00000001"},
+            {{0, 0x80000001}, 8, 1, "80000001 ", "10000000:00000000:00000000:00000001"},
+            {{0xFFFFFFFF}, 3, 0, "00000000 ", "00000000:00000000:00000000:00000000"},
+        };
+        for (const auto& r : rows) {
+            LineType line = makeLine({{1, 1}, {2, 2}}, r.words);
+            line->header.resize(r.bytes);
+            m.updateNewLine(line);
+            QCOMPARE(m.rowCount(), int(r.bytes / 4));
+            QCOMPARE(direct(m, r.row, 0), QString::fromLatin1(r.hex));
+            QCOMPARE(direct(m, r.row, 3), QString::fromLatin1(r.binary));
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(TestModels)
 #include "tst_models.moc"

@@ -3,7 +3,6 @@
 // overload bound and file headers; then the controller over loopback UDP.
 #include "models/streamdatamodel.h"
 #include "scanner/messageplayer.h"
-#include "scanner/tickcount.h"
 #include "scanner/udpsocket.h"
 #include "scanner/wireencoder.h"
 #include "stream/devicetransform.h"
@@ -61,15 +60,10 @@ std::vector<char> rawLine(uint32_t pixel, uint32_t bpp = 5, uint32_t datatyp = 2
                           const std::vector<char>& pixels = {}, uint32_t sub = 2,
                           uint32_t layoutFlag = 0)
 {
-    WireEncoder::RawLine h;
-    h.series = 77;
-    h.subProtocol = sub;
-    h.lineheadersize = 8;
-    h.pixel = pixel;
-    h.bpp = bpp;
-    h.datatyp = datatyp;
-    h.mode = mode;
-    h.layoutFlag = layoutFlag;
+    // series, protocol, sub, device, datatyp, mode, layout flag, header size,
+    // bpp, pixel, extra1, extra2, factor, parameter
+    const WireEncoder::RawLine h{77, 1,   sub,   0, datatyp, mode, layoutFlag,
+                                 8,  bpp, pixel, 0, 0,       0,    0.0};
     std::vector<char> bytes(8 + std::size_t(pixel) * bpp, 0);
     put(bytes, 0, 0xA001, 4);
     put(bytes, 4, 3, 4);
@@ -100,214 +94,188 @@ class TestReceiver : public QObject
 private slots:
     void initTestCase() { registerLineType(); }
     void init() { GlobalLineParser::instance().resetForTest(); }
-    void decodeLimits();
+    void decodeLimits()
+    {
+        const struct
+        {
+            const char* name;
+            uint32_t protocol, sub;
+            int32_t lineheadersize;
+            uint32_t pixel, bpp, datatyp;
+            bool accepted;
+        } rows[] = {
+            {"1.1 lower limits", 1, 1, 0, 1, 2, 9999, true},
+            {"1.3 upper limits", 1, 3, 255, 199999, 63, 9999, true},
+            {"protocol 1.4", 1, 4, 32, 10, 8, 2, false},
+            {"protocol 2.2", 2, 2, 32, 10, 8, 2, false},
+            {"pixel 0", 1, 2, 32, 0, 8, 2, false},
+            {"pixel 200000", 1, 2, 32, 200000, 8, 2, false},
+            {"negative pixel", 1, 2, 32, 0xFFFFFFFF, 8, 2, false},
+            {"bpp 1", 1, 2, 32, 10, 1, 2, false},
+            {"bpp 64", 1, 2, 32, 10, 64, 2, false},
+            {"datatyp 1", 1, 2, 32, 10, 8, 1, false},
+            {"datatyp 10000", 1, 2, 32, 10, 8, 10000, false},
+            {"header 256", 1, 2, 256, 10, 8, 2, false},
+            // Compared signed: a negative header size passes the decode.
+            {"header negative", 1, 2, -4, 10, 8, 2, true},
+        };
+        for (const auto& r : rows) {
+            strmsocket::LineRawInfo info{};
+            const auto set = [&info](std::size_t at, uint32_t v) {
+                std::memcpy(info.bytes + at, &v, 4);
+            };
+            set(8, r.protocol);
+            set(12, r.sub);
+            set(24, r.sub == 1 ? r.datatyp : 0);
+            set(32, static_cast<uint32_t>(r.lineheadersize));
+            set(36, r.bpp);
+            set(40, r.pixel);
+            set(124, r.datatyp);
+            QVERIFY2(LineFormat().decode(&info) == r.accepted, r.name);
+        }
+        QVERIFY(!LineFormat().decode(nullptr));
+    }
     void pixelDecoding_data()
     {
         QTest::addColumn<int>("row");
         for (int i = 0; i < int(std::size(kPixels)); ++i)
             QTest::newRow(kPixels[i].name) << i;
     }
-    void pixelDecoding();
-    void infoTextAndLine();
-    void layoutsAndOverloadBound();
-    void fileHeadersWithoutModel();
-    void controllerHalfMeasures();
-};
-
-void TestReceiver::decodeLimits()
-{
-    const struct
+    void pixelDecoding()
     {
-        const char* name;
-        uint32_t protocol, sub;
-        int32_t lineheadersize;
-        uint32_t pixel, bpp, datatyp;
-        bool accepted;
-    } rows[] = {
-        {"1.2 ok", 1, 2, 32, 2048, 8, 2, true},
-        {"1.1 lower limits", 1, 1, 0, 1, 2, 9999, true},
-        {"1.3 upper limits", 1, 3, 255, 199999, 63, 9999, true},
-        {"protocol 1.4", 1, 4, 32, 10, 8, 2, false},
-        {"protocol 2.2", 2, 2, 32, 10, 8, 2, false},
-        {"pixel 0", 1, 2, 32, 0, 8, 2, false},
-        {"pixel 200000", 1, 2, 32, 200000, 8, 2, false},
-        {"negative pixel", 1, 2, 32, 0xFFFFFFFF, 8, 2, false},
-        {"bpp 1", 1, 2, 32, 10, 1, 2, false},
-        {"bpp 64", 1, 2, 32, 10, 64, 2, false},
-        {"datatyp 1", 1, 2, 32, 10, 8, 1, false},
-        {"datatyp 10000", 1, 2, 32, 10, 8, 10000, false},
-        {"header 256", 1, 2, 256, 10, 8, 2, false},
-        // Compared signed: a negative header size passes the decode.
-        {"header negative", 1, 2, -4, 10, 8, 2, true},
-    };
-    for (const auto& r : rows) {
-        strmsocket::LineRawInfo info{};
-        const auto set = [&info](std::size_t at, uint32_t v) {
-            std::memcpy(info.bytes + at, &v, 4);
-        };
-        set(8, r.protocol);
-        set(12, r.sub);
-        set(24, r.sub == 1 ? r.datatyp : 0);
-        set(32, static_cast<uint32_t>(r.lineheadersize));
-        set(36, r.bpp);
-        set(40, r.pixel);
-        set(124, r.datatyp);
-        QVERIFY2(LineFormat().decode(&info) == r.accepted, r.name);
+        QFETCH(int, row);
+        const PixelRow& r = kPixels[row];
+        Bench b;
+        std::vector<char> px(16, 0);
+        put(px, 8 + r.rangeAt, r.rangeWord, r.sub == 1 ? 2 : 4);
+        put(px, 8 + r.intensityAt, r.intensityWord, 2);
+        play(b.receiver, {rawLine(2, 8, r.layoutFlag ? 3 : 2, 0, px, r.sub, r.layoutFlag)});
+        QTRY_COMPARE(b.lines.count(), 1);
+        const LineType line = b.line(0);
+        QCOMPARE(line->points.size(), std::size_t(2));
+        const vxs::VxPt pt = line->points[1]; // packed: copied, not referenced
+        QCOMPARE(pt.range, r.metres);
+        QCOMPARE(pt.intensity, r.intensity);
+        QCOMPARE(int(pt.valid), 1);
+        QVERIFY(pt.raw.size() == 8 && std::memcmp(pt.raw.data(), px.data() + 8, 8) == 0);
     }
-    QVERIFY(!LineFormat().decode(nullptr));
-}
+    void infoTextAndLine()
+    {
+        Bench b;
+        // Rejected lines give their own text and no line, and still count.
+        play(b.receiver, {rawLine(3, 5, 2, 0, {}, 4)}); // protocol 1.4
+        QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 0\n"));
+        play(b.receiver, {rawLine(3, 1)}); // bpp 1
+        QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 1\n"));
 
-void TestReceiver::pixelDecoding()
-{
-    QFETCH(int, row);
-    const PixelRow& r = kPixels[row];
-    Bench b;
-    std::vector<char> px(16, 0);
-    put(px, 8 + r.rangeAt, r.rangeWord, r.sub == 1 ? 2 : 4);
-    put(px, 8 + r.intensityAt, r.intensityWord, 2);
-    play(b.receiver, {rawLine(2, 8, r.layoutFlag ? 3 : 2, 0, px, r.sub, r.layoutFlag)});
-    QTRY_COMPARE(b.lines.count(), 1);
-    const LineType line = b.line(0);
-    QCOMPARE(line->points.size(), std::size_t(2));
-    const vxs::VxPt pt = line->points[1]; // packed: copied, not referenced
-    QCOMPARE(pt.range, r.metres);
-    QCOMPARE(pt.intensity, r.intensity);
-    QCOMPARE(int(pt.valid), 1);
-    QVERIFY(pt.raw.size() == 8 && std::memcmp(pt.raw.data(), px.data() + 8, 8) == 0);
-}
+        std::vector<char> px(3 * 5, 0);
+        put(px, 0, 100, 3);
+        put(px, 5, 300, 3);
+        put(px, 10, 200, 3);
+        play(b.receiver, {rawLine(3, 5, 2, 0, px)});
+        // The mode name is the one detected before this line (the start state).
+        QCOMPARE(b.lastText(), QStringLiteral("frame 2\nip 10.0.0.7\nprotokoll 1 2\ndatatyp 2\n"
+                                              "serie 77\npixel 3\nbpp 5\nlineheadersize 8\n"
+                                              "mode 0 - classic\n"));
+        QCOMPARE(b.model->series(), 77);
+        QCOMPARE(b.lines.count(), 0); // delivered by a queued call only
+        QTRY_COMPARE(b.lines.count(), 1);
+        const LineType line = b.model->currentLine();
+        QCOMPARE(line->header, (std::vector<uint8_t>{0x01, 0xA0, 0, 0, 3, 0, 0, 0}));
+        QCOMPARE(line->data.size(), std::size_t(15));
+        QCOMPARE(line->pixel, 3);
+        QCOMPARE(line->avr.at(0), 200.0);
+        QCOMPARE(line->max.at(0), 300.0);
 
-void TestReceiver::infoTextAndLine()
-{
-    Bench b;
-    // Rejected lines give their own text and no line, and still count.
-    play(b.receiver, {rawLine(3, 5, 2, 0, {}, 4)}); // protocol 1.4
-    QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 0\n"));
-    play(b.receiver, {rawLine(3, 1)}); // bpp 1
-    QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 1\n"));
-
-    std::vector<char> px(3 * 5, 0);
-    put(px, 0, 100, 3);
-    put(px, 5, 300, 3);
-    put(px, 10, 200, 3);
-    play(b.receiver, {rawLine(3, 5, 2, 0, px)});
-    QCOMPARE(b.texts.count(), 3);
-    // The mode name is the one detected before this line (the start state).
-    QCOMPARE(b.lastText(), QStringLiteral("frame 2\nip 10.0.0.7\nprotokoll 1 2\ndatatyp 2\n"
-                                          "serie 77\npixel 3\nbpp 5\nlineheadersize 8\n"
-                                          "mode 0 - classic\n"));
-    QCOMPARE(b.model->series(), 77);
-    QCOMPARE(b.lines.count(), 0); // delivered by a queued call only
-    QTRY_COMPARE(b.lines.count(), 1);
-    const LineType line = b.model->currentLine();
-    QCOMPARE(line->header, (std::vector<uint8_t>{0x01, 0xA0, 0, 0, 3, 0, 0, 0}));
-    QCOMPARE(line->data.size(), std::size_t(15));
-    QCOMPARE(line->pixel, 3);
-    QCOMPARE(line->avr.at(0), 200.0);
-    QCOMPARE(line->max.at(0), 300.0);
-    QVERIFY(uint32_t(vxtools::gettickcount()) - MyVxLinedataStream::lastLineTick() < 60000u);
-
-    play(b.receiver, {rawLine(3)});
-    QVERIFY(b.lastText().endsWith(QStringLiteral("mode 0 - peak\n")));
-    QCOMPARE(b.receiver.frames(), 4u);
-}
-
-void TestReceiver::layoutsAndOverloadBound()
-{
-    Bench b;
-    // Nothing runs the event loop: the queued hand-overs stay in flight, so
-    // of six lines the last two are skipped. The four taken get the basic
-    // layout for bpp 5, the extended one for bpp 8 (wider records), another
-    // datatyp and mode, and none for a pair that has no layout.
-    play(b.receiver, {rawLine(2, 5, 2, 0), rawLine(2, 8, 4, 0), rawLine(2, 12, 4, 1),
-                      rawLine(2, 8, 77, 0), rawLine(2), rawLine(2)});
-    QCOMPARE(b.receiver.frames(), 6u);
-    QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
-    QCOMPARE(b.receiver.linesInFlight(), MyVxLinedataStream::kMaxInFlight);
-    QCOMPARE(b.texts.count(), 4); // no text for a skipped line
-
-    QTRY_COMPARE(b.lines.count(), 4);
-    QCOMPARE(b.receiver.linesInFlight(), 0);
-    const int columns[] = {2, 4, 6, 0}, strides[] = {5, 8, 12, 8};
-    for (int i = 0; i < 4; ++i) {
-        QCOMPARE(b.line(i)->parser->colCount(), columns[i]);
-        QCOMPARE(b.line(i)->parser->stride(), strides[i]);
+        play(b.receiver, {rawLine(3)});
+        QVERIFY(b.lastText().endsWith(QStringLiteral("mode 0 - peak\n")));
     }
-    QVERIFY(GlobalLineParser::instance().snapshot().empty());
+    void layoutsAndOverloadBound()
+    {
+        Bench b;
+        // Nothing runs the event loop: the queued hand-overs stay in flight, so
+        // of six lines the last two are skipped. The four taken get the basic
+        // layout for bpp 5, the extended one for bpp 8 (wider records), another
+        // datatyp and mode, and none for a pair that has no layout.
+        play(b.receiver, {rawLine(2, 5, 2, 0), rawLine(2, 8, 4, 0), rawLine(2, 12, 4, 1),
+                          rawLine(2, 8, 77, 0), rawLine(2), rawLine(2)});
+        QCOMPARE(b.receiver.frames(), 6u);
+        QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
+        QCOMPARE(b.receiver.linesInFlight(), MyVxLinedataStream::kMaxInFlight);
+        QCOMPARE(b.texts.count(), 4); // no text for a skipped line
 
-    play(b.receiver, {rawLine(2)});
-    QVERIFY(b.lastText().startsWith(QStringLiteral("frame 6\n")));
-    QTRY_COMPARE(b.lines.count(), 5);
-    QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
-}
+        QTRY_COMPARE(b.lines.count(), 4);
+        const int columns[] = {2, 4, 6, 0}, strides[] = {5, 8, 12, 8};
+        for (int i = 0; i < 4; ++i) {
+            QCOMPARE(b.line(i)->parser->colCount(), columns[i]);
+            QCOMPARE(b.line(i)->parser->stride(), strides[i]);
+        }
+        QVERIFY(GlobalLineParser::instance().snapshot().empty());
 
-void TestReceiver::fileHeadersWithoutModel()
-{
-    // Without a model the lines are built and dropped (the leak check of the
-    // sanitizer build catches a line that is not freed).
-    MyVxLinedataStream receiver;
-    std::vector<std::pair<uint32_t, double>> matrix;
-    for (uint32_t k = 0; k < 16; ++k)
-        matrix.emplace_back(320 + k, k % 5 == 0 ? 1.0 : 0.0);
-    matrix[3].second = 1.5;  // key 323
-    matrix[7].second = -2.0; // key 327
-    matrix[11].second = 3.0; // key 331
-    play(receiver, {rawLine(16), WireEncoder::fileHeader(0, "a", matrix),
-                    WireEncoder::fileHeader(3, "b", matrix), // no entry for device 3
-                    WireEncoder::fileHeader(2, "c", {}),     // length 0
-                    WireEncoder::fileHeader(1, "d", {{327, 4.0}}), rawLine(16)});
-    QCOMPARE(receiver.frames(), 2u);
-    QCOMPARE(receiver.linesInFlight(), 0);
-    QCOMPARE(receiver.counters().callbackErrors, uint64_t(0));
+        play(b.receiver, {rawLine(2)});
+        QVERIFY(b.lastText().startsWith(QStringLiteral("frame 6\n")));
+        QTRY_COMPARE(b.lines.count(), 5);
+        QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
+    }
+    void fileHeadersWithoutModel()
+    {
+        // Without a model the lines are built and dropped (the leak check of the
+        // sanitizer build catches a line that is not freed).
+        MyVxLinedataStream receiver;
+        // A 4x4 matrix (keys 320..335, row by row) with translation 1.5, -2, 3.
+        const std::vector<std::pair<uint32_t, double>> matrix{
+            {320, 1.0}, {323, 1.5}, {325, 1.0}, {327, -2.0}, {330, 1.0}, {331, 3.0}, {335, 1.0}};
+        play(receiver, {rawLine(16), WireEncoder::fileHeader(0, "a", matrix),
+                        WireEncoder::fileHeader(3, "b", matrix), // no entry for device 3
+                        WireEncoder::fileHeader(2, "c", {}),     // length 0
+                        WireEncoder::fileHeader(1, "d", {{327, 4.0}}), rawLine(16)});
+        QCOMPARE(receiver.frames(), 2u);
+        QCOMPARE(receiver.counters().callbackErrors, uint64_t(0));
 
-    std::lock_guard<std::mutex> guard(DeviceTransform::tableLock());
-    const DeviceTransform& d0 = DeviceTransform::entry(0);
-    QCOMPARE(d0.receiver, &receiver);
-    QCOMPARE(d0.x, 1.5);
-    QCOMPARE(d0.y, -2.0);
-    QCOMPARE(d0.z, 3.0);
-    QCOMPARE(d0.matrix.Get()[3], 1.5);
-    QVERIFY(DeviceTransform::entry(2).receiver != &receiver);
-    // Without the matrix keys the translation is still read; the matrix stays.
-    const DeviceTransform& d1 = DeviceTransform::entry(1);
-    QCOMPARE(d1.receiver, &receiver);
-    QCOMPARE(d1.x, 0.0);
-    QCOMPARE(d1.y, 4.0);
-    QVERIFY(d1.matrix.IsIdentity());
-}
+        std::lock_guard<std::mutex> guard(DeviceTransform::tableLock());
+        const DeviceTransform& d0 = DeviceTransform::entry(0);
+        QCOMPARE(d0.receiver, &receiver);
+        QCOMPARE(d0.x, 1.5);
+        QCOMPARE(d0.y, -2.0);
+        QCOMPARE(d0.z, 3.0);
+        QCOMPARE(d0.matrix.Get()[3], 1.5);
+        QVERIFY(DeviceTransform::entry(2).receiver != &receiver);
+        // Without the matrix keys the translation is still read; the matrix stays.
+        const DeviceTransform& d1 = DeviceTransform::entry(1);
+        QCOMPARE(d1.receiver, &receiver);
+        QCOMPARE(d1.x, 0.0);
+        QCOMPARE(d1.y, 4.0);
+        QVERIFY(d1.matrix.IsIdentity());
+    }
+    void controllerHalfMeasures()
+    {
+        auto model = std::make_shared<StreamDataModel>();
+        StreamDataController controller(model);
+        QVERIFY(controller.thread() != QThread::currentThread());
+        QVERIFY(!controller.thread()->isRunning());
 
-void TestReceiver::controllerHalfMeasures()
-{
-    auto model = std::make_shared<StreamDataModel>();
-    StreamDataController controller(model);
-    QVERIFY(controller.thread() != QThread::currentThread());
-    QVERIFY(!controller.thread()->isRunning());
+        // Only the line port gets a socket: the info port stays free.
+        strmsocket::UdpSocket probe;
+        QVERIFY(probe.open(0, "127.0.0.1", 0, false));
+        const int infoPort = probe.localPort();
+        probe.close();
+        QVERIFY(controller.startStream(0, infoPort));
+        QVERIFY(!controller.isInfoConnected());
+        QVERIFY(probe.open(infoPort, "127.0.0.1", 0, false));
 
-    // Only the line port gets a socket: the info port stays free.
-    strmsocket::UdpSocket probe;
-    QVERIFY(probe.open(0, "127.0.0.1", 0, false));
-    const int infoPort = probe.localPort();
-    probe.close();
-    QVERIFY(controller.startStream(0, infoPort));
-    QVERIFY(controller.localPort() != 0);
-    QVERIFY(!controller.isInfoConnected());
-    QVERIFY(probe.open(infoPort, "127.0.0.1", 0, false));
-
-    controller.pauseStream(true);
-    QVERIFY(controller.isPaused());
-    controller.pauseStream(false);
-    QVERIFY(!controller.isPaused());
-
-    // Stopping leaves the line socket open: lines keep arriving.
-    controller.stopStream();
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    to.sin_port = htons(static_cast<uint16_t>(controller.localPort()));
-    const auto message = rawLine(8);
-    for (const auto& d : WireEncoder::fragment(1, message.data(), message.size()))
-        ::sendto(probe.fd(), d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
-    QTRY_VERIFY(model->currentLine() != nullptr);
-}
+        // Stopping leaves the line socket open: lines keep arriving.
+        controller.stopStream();
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        to.sin_port = htons(static_cast<uint16_t>(controller.localPort()));
+        const auto message = rawLine(8);
+        for (const auto& d : WireEncoder::fragment(1, message.data(), message.size()))
+            ::sendto(probe.fd(), d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to),
+                     sizeof to);
+        QTRY_VERIFY(model->currentLine() != nullptr);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestReceiver)
 #include "tst_receiver.moc"
