@@ -33,18 +33,14 @@ private slots:
         registerLineType();
         struct Port
         {
-            Port(const char* options, int datatyp, int columns)
-                : options(options), datatyp(datatyp), columns(columns)
-            {
-            }
             QString options;      // of the simulator
             int datatyp, columns; // of every line
-            // Members go in reverse: the controller (its receive thread) before
-            // the model it delivers to.
+            // Members go in reverse: the controller (its receive thread)
+            // before the model it delivers to.
             std::shared_ptr<StreamDataModel> model = std::make_shared<StreamDataModel>();
             std::shared_ptr<StreamDataController> controller =
                 std::make_shared<StreamDataController>(model);
-            QProcess sim;
+            std::unique_ptr<QProcess> sim = std::make_unique<QProcess>();
             int delivered = 0;
             bool layoutsMatch = true;
         };
@@ -62,15 +58,15 @@ private slots:
                     p.layoutsMatch = false;
             });
             const QString port = QString::number(p.controller->localPort());
-            p.sim.start(QStringLiteral(VX_SIM_PATH),
-                        (p.options + " --count 90 --rate 1500 --port " + port).split(' '));
+            p.sim->start(QStringLiteral(VX_SIM_PATH),
+                         (p.options + " --count 90 --rate 1500 --port " + port).split(' '));
         }
         // The event loop runs while the simulators send, so lines are taken in
         // as they come. Loopback may drop datagrams under load; whatever
         // arrives is either delivered or counted as skipped.
         for (Port& p : ports) {
-            QVERIFY(runUntil([&] { return p.sim.state() == QProcess::NotRunning; }, 30000));
-            QCOMPARE(p.sim.exitCode(), 0);
+            QVERIFY(runUntil([&] { return p.sim->state() == QProcess::NotRunning; }, 30000));
+            QCOMPARE(p.sim->exitCode(), 0);
             QVERIFY(runUntil(
                 [&] {
                     return p.controller->frames() > 0 &&

@@ -99,9 +99,7 @@ private slots:
         const struct
         {
             const char* name;
-            uint32_t protocol, sub;
-            int32_t lineheadersize;
-            uint32_t pixel, bpp, datatyp;
+            uint32_t protocol, sub, lineheadersize, pixel, bpp, datatyp;
             bool accepted;
         } rows[] = {
             {"1.1 lower limits", 1, 1, 0, 1, 2, 9999, true},
@@ -116,8 +114,8 @@ private slots:
             {"datatyp 1", 1, 2, 32, 10, 8, 1, false},
             {"datatyp 10000", 1, 2, 32, 10, 8, 10000, false},
             {"header 256", 1, 2, 256, 10, 8, 2, false},
-            // Compared signed: a negative header size passes the decode.
-            {"header negative", 1, 2, -4, 10, 8, 2, true},
+            // Compared signed: a negative header size (-4) passes the decode.
+            {"header negative", 1, 2, 0xFFFFFFFC, 10, 8, 2, true},
         };
         for (const auto& r : rows) {
             strmsocket::LineRawInfo info{};
@@ -127,7 +125,7 @@ private slots:
             set(8, r.protocol);
             set(12, r.sub);
             set(24, r.sub == 1 ? r.datatyp : 0);
-            set(32, static_cast<uint32_t>(r.lineheadersize));
+            set(32, r.lineheadersize);
             set(36, r.bpp);
             set(40, r.pixel);
             set(124, r.datatyp);
