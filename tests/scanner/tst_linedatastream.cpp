@@ -77,7 +77,9 @@ struct Sender
     }
 };
 
-// Waits (bounded) until the stream has read `n` datagrams.
+// Waits (bounded) until the stream has read `n` datagrams. The receive thread
+// counts a datagram before it dispatches what it completes: only messages
+// before the last one are surely dispatched, the last one after Disconnect.
 bool waitDatagrams(const strmsocket::UDPLinedataStream& s, uint64_t n)
 {
     for (int i = 0; i < 500; ++i) {
@@ -98,12 +100,8 @@ long threadCount()
 std::vector<char> line(uint32_t sub, uint32_t pixel, uint32_t bpp, uint32_t lhs, uint32_t device,
                        std::size_t bytes)
 {
-    WireEncoder::RawLine h;
-    h.subProtocol = sub;
-    h.pixel = pixel;
-    h.bpp = bpp;
-    h.lineheadersize = lhs;
-    h.device = device;
+    // series, protocol, sub-protocol, device, datatyp, mode, layout flag, then as named
+    const WireEncoder::RawLine h{0, 1, sub, device, 2, 0, 0, lhs, bpp, pixel};
     const std::vector<char> body(bytes, 0x5A);
     return WireEncoder::rawLine(h, body.data(), body.size());
 }
@@ -144,58 +142,50 @@ void safetyPromise()
     CHECK(c.truncatedMessages > 100 && c.malformedDatagrams == 0);
 }
 
-void delivery()
+void lifecycleAndDelivery()
 {
-    vxtest::row = "pause: lines discarded, file headers applied";
-    Reader r;
-    CHECK(r.Connect(0, ""));
-    CHECK(!r.Connect(0, "")); // already connected
-    Sender s(r.LocalPort());
-    std::size_t sent = s.send(1, line(2, 100, 8, 32, 7, 832));
-    CHECK(waitDatagrams(r, sent));
-    r.pause = true;
-    for (uint32_t i = 0; i < 5; ++i)
-        sent += s.send(10 + i, line(3, 10, 4, 0, 0, 40));
-    sent += s.send(20, WireEncoder::fileHeader(0, "head", {{100, -10.0}}));
-    CHECK(waitDatagrams(r, sent));
-    CHECK(r.lines == 1 && r.counters().pausedDiscards == 5);
-    r.pause = false;
-
-    vxtest::row = "a throwing callback, then a 400 KB line in many pieces";
-    r.throwNext = true;
-    sent += s.send(30, line(3, 10, 4, 0, 0, 40));
-    sent += s.send(31, line(2, 50000, 8, 0, 1, 400000), 1400);
-    CHECK(waitDatagrams(r, sent));
-    r.Disconnect(true);
-    CHECK(r.lines == 3 && r.counters().callbackErrors == 1);
-    CHECK(r.lastCount == 50000 && r.lastDevice == 1 && r.lastIp == "127.0.0.1");
-    CHECK(r.counters().receiveBufferSize > 0);
-    CHECK(r.GetVxSHeader(0) && r.GetVxSHeader(0)->GetDouble(100, 0) == -10.0);
-}
-
-void connectRules()
-{
-    vxtest::row = "busy port";
+    vxtest::row = "connect rules";
     const long before = threadCount();
     {
-        Reader a, b;
-        CHECK(a.Connect(0, ""));
-        CHECK(!b.Connect(a.LocalPort(), "") && !b.IsConnected());
-        CHECK(!b.Connect(a.LocalPort(), "127.0.0.1"));
+        Reader r, b;
+        b.Disconnect(false); // never connected
+        CHECK(!b.Connect(0, "not an address") && !b.Connect(70000, ""));
+        CHECK(r.Connect(0, ""));
+        CHECK(!r.Connect(0, "")); // already connected
+        CHECK(!b.Connect(r.LocalPort(), "") && !b.IsConnected());
+        CHECK(!b.Connect(r.LocalPort(), "127.0.0.1"));
         CHECK(threadCount() == before + 1);
-        a.Disconnect(true);
-        CHECK(threadCount() == before && !a.IsConnected() && a.LocalPort() == 0);
-        CHECK(b.Connect(0, "127.0.0.1")); // reconnect on another stream
+
+        vxtest::row = "pause: lines discarded, file headers applied";
+        Sender s(r.LocalPort());
+        std::size_t sent = 0;
+        r.pause = true;
+        for (uint32_t i = 0; i < 5; ++i)
+            sent += s.send(10 + i, line(3, 10, 4, 0, 0, 40));
+        sent += s.send(20, WireEncoder::fileHeader(0, "head", {{100, -10.0}}));
+        CHECK(waitDatagrams(r, sent));
+        CHECK(r.lines == 0 && r.counters().pausedDiscards == 5);
+        r.pause = false;
+
+        vxtest::row = "a throwing callback, then a 400 KB line in many pieces";
+        r.throwNext = true;
+        sent += s.send(30, line(3, 10, 4, 0, 0, 40));
+        sent += s.send(31, line(2, 50000, 8, 0, 1, 400000), 1400);
+        CHECK(waitDatagrams(r, sent));
+        r.Disconnect(true);
+        CHECK(r.lines == 2 && r.counters().callbackErrors == 1);
+        CHECK(r.lastCount == 50000 && r.lastDevice == 1 && r.lastIp == "127.0.0.1");
+        CHECK(r.counters().receiveBufferSize > 0);
+        CHECK(r.GetVxSHeader(0) && r.GetVxSHeader(0)->GetDouble(100, 0) == -10.0);
+
+        vxtest::row = "no thread outlives Disconnect or the stream";
+        CHECK(threadCount() == before && !r.IsConnected() && r.LocalPort() == 0);
+        CHECK(b.Connect(0, "127.0.0.1")); // after its failed attempts
         b.Disconnect(true);
         b.Disconnect(true);      // twice is harmless
-        CHECK(a.Connect(0, "")); // left connected: the destructor joins
+        CHECK(r.Connect(0, "")); // again, left connected: the destructor joins
     }
     CHECK(threadCount() == before);
-
-    vxtest::row = "bad address";
-    Reader c;
-    CHECK(!c.Connect(0, "not an address") && !c.Connect(70000, ""));
-    c.Disconnect(false); // never connected
 }
 
 } // namespace
@@ -203,7 +193,6 @@ void connectRules()
 int main()
 {
     safetyPromise();
-    delivery();
-    connectRules();
+    lifecycleAndDelivery();
     return vxtest::result("tst_linedatastream");
 }
