@@ -5,22 +5,20 @@
 // screenshot shown in the README.
 #include "app/mainwindow.h"
 #include "models/streamdatamodel.h"
-#include "resources/iconresources.h"
 #include "stream/streamdatacontroller.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
-#include "views/glformat.h"
 #include "views/myopenglwidget.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
+#include "windowtest.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
 #include <QProcess>
 #include <QScopeGuard>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace vxlindral;
@@ -85,15 +83,16 @@ void TestLiveViews::everyViewShowsTheStream()
     for (int i = 0; i < 12; ++i)
         cut->handleZoomIn();
 
-    // The point cloud moves along x with every line and its oldest points are
-    // trimmed, so a 3D view opened a moment ago shows the freshest surface.
+    // The point cloud moves along x by 1/250 per line and its oldest points
+    // are trimmed, so it stays in the camera's view only for its first few
+    // dozen lines: open a new 3D view and freeze once it holds about 20.
     const QString cloudName = QStringLiteral("%1_info").arg(port);
     window.findChild<ThreeDView*>(cloudName)->close();
     QTRY_VERIFY(!window.findChild<ThreeDView*>(cloudName));
     window.toggle3DView();
     auto* cloud = window.findChild<ThreeDView*>(cloudName);
     QVERIFY(cloud);
-    QTest::qWait(1200);
+    QTRY_VERIFY_WITH_TIMEOUT(cloud->glWidget()->getLineCount() >= 20, 10000);
 
     // Freeze so that every view holds the same moment, then look at each.
     window.controller(port)->pauseStream(true);
@@ -130,17 +129,7 @@ void TestLiveViews::everyViewShowsTheStream()
 
 int main(int argc, char* argv[])
 {
-    // Private settings: a first start opens only the 3D view.
-    QTemporaryDir config;
-    qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
-    GlFormat::installDefault();
-    IconResources::init();
-    QApplication app(argc, argv);
-    registerLineType();
-    QCoreApplication::setOrganizationName("vx");
-    QCoreApplication::setApplicationName("VxLindral");
-    TestLiveViews test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<TestLiveViews>(argc, argv);
 }
 
 #include "tst_liveviews.moc"

@@ -3,15 +3,14 @@
 // re-tiling, the settings round trip, export and recording.
 #include "app/mainwindow.h"
 #include "models/streamdatamodel.h"
-#include "resources/iconresources.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
-#include "views/glformat.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
+#include "windowtest.h"
 
 #include <QAction>
 #include <QApplication>
@@ -488,17 +487,7 @@ void TestMainWindow::recordingCancelRules()
 
 int main(int argc, char* argv[])
 {
-    // Private settings location, before anything reads it.
-    QTemporaryDir config;
-    qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
-    GlFormat::installDefault();
-    IconResources::init();
-    QApplication app(argc, argv);
-    registerLineType();
-    QCoreApplication::setOrganizationName("vx");
-    QCoreApplication::setApplicationName("VxLindral");
-    TestMainWindow test;
-    return QTest::qExec(&test, argc, argv);
+    return runWindowTest<TestMainWindow>(argc, argv);
 }
 
 #include "tst_mainwindow.moc"
