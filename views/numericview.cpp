@@ -150,6 +150,19 @@ void NumericView::updateNewLine(vxlindral::LineType)
 {
     if (QAbstractItemModel* m = dataTable->model())
         emit m->layoutChanged();
+    // The models announce every line as rows 0 .. rowCount inserted, while
+    // the small tables keep their few rows (1 header row, 4 statistics, one
+    // row per field): each announcement adds sections to a table's vertical
+    // header, which would grow by a line's pixel count with every line,
+    // without bound. A layout change makes the header take the model's shape
+    // again (and runs the tables' own handlers: column fit, fixed heights).
+    for (QTableView* t :
+         {static_cast<QTableView*>(headerTable), static_cast<QTableView*>(averageTable),
+          static_cast<QTableView*>(bigAverageTable)}) {
+        QAbstractItemModel* m = t->model();
+        if (m && t->verticalHeader()->count() != m->rowCount())
+            emit m->layoutChanged();
+    }
 }
 
 void NumericView::handleConfigChanged() {}
