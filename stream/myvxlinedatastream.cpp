@@ -58,9 +58,19 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     }
 
     if (!format.decode(&info)) {
-        if (target)
+        if (target) {
+            // The text of a rejected line is handed over like a line: it takes
+            // a slot until the GUI thread has delivered it, so a fast stream of
+            // undecodable lines cannot pile up texts without bound either.
+            inFlight->fetch_add(1, std::memory_order_acq_rel);
             emit target->notifyStatistic(QStringLiteral("unknown data\n") +
                                          QStringLiteral("frame %1\n").arg(thisFrame));
+            // Queued behind the text's own delivery to the same thread.
+            QMetaObject::invokeMethod(
+                target.get(),
+                [pending = inFlight] { pending->fetch_sub(1, std::memory_order_acq_rel); },
+                Qt::QueuedConnection);
+        }
         return;
     }
 

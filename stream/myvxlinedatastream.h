@@ -19,7 +19,8 @@ class StreamDataModel;
 // transforms (DeviceTransform).
 //
 // Overload bound: at most kMaxInFlight lines may be queued towards the model
-// and not yet taken in. A raw line arriving while that many are in flight is
+// and not yet taken in (the text of a rejected line counts as one until it has
+// been delivered). A raw line arriving while that many are in flight is
 // counted in the frame counter and as skipped, and is otherwise dropped.
 //
 // Ownership: held by value by StreamDataController; shares the model.

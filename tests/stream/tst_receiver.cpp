@@ -188,6 +188,20 @@ private slots:
         play(b.receiver, {rawLine(3)});
         QVERIFY(b.lastText().endsWith(QStringLiteral("mode 0 - peak\n")));
     }
+    void rejectedLinesShareTheBound()
+    {
+        Bench b;
+        // Undecodable lines (protocol 1.4): each text holds a slot until the
+        // GUI thread has delivered it, so without the event loop four pass.
+        const std::vector<char> bad = rawLine(3, 5, 2, 0, {}, 4);
+        play(b.receiver, {bad, bad, bad, bad, bad, bad});
+        QCOMPARE(b.receiver.frames(), 6u);
+        QCOMPARE(b.texts.count(), 4);
+        QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
+        QTRY_COMPARE(b.receiver.linesInFlight(), 0);
+        play(b.receiver, {bad});
+        QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 6\n"));
+    }
     void layoutsAndOverloadBound()
     {
         Bench b;
