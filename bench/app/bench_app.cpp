@@ -8,12 +8,11 @@
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
 //       [--rates 250,1000,...] [--pixels N] [--views default|all|both]
+#include "app/applicationsetup.h"
 #include "app/mainwindow.h"
 #include "models/streamdatamodel.h"
-#include "resources/iconresources.h"
 #include "stream/linetype.h"
 #include "stream/streamdatacontroller.h"
-#include "views/glformat.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -148,12 +147,9 @@ int main(int argc, char* argv[])
 {
     QTemporaryDir config;
     qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
-    vxlindral::GlFormat::installDefault();
-    vxlindral::IconResources::init();
+    vxlindral::ApplicationSetup::beforeApplication();
     QApplication app(argc, argv);
-    vxlindral::registerLineType();
-    QCoreApplication::setOrganizationName("vx");
-    QCoreApplication::setApplicationName("VxLindral");
+    vxlindral::ApplicationSetup::afterApplication();
 
     Options opt;
     const QStringList args = app.arguments();

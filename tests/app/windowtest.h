@@ -1,12 +1,8 @@
 #pragma once
-// Runs a QtTest object in a process set up the way the program's main() sets
-// itself up: private settings under a temporary XDG_CONFIG_HOME (so a first
-// start opens only the 3D view), the OpenGL 3.3 core default format and shared
-// contexts before the application exists, the icons, the line type and the
-// organisation and application names that place the settings.
-#include "resources/iconresources.h"
-#include "stream/linetype.h"
-#include "views/glformat.h"
+// Runs a QtTest object in a process set up the way the program sets itself
+// up, with private settings under a temporary XDG_CONFIG_HOME (so a first
+// start opens only the 3D view).
+#include "app/applicationsetup.h"
 
 #include <QApplication>
 #include <QTemporaryDir>
@@ -16,12 +12,9 @@ template <typename Test> int runWindowTest(int argc, char* argv[])
 {
     QTemporaryDir config;
     qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
-    vxlindral::GlFormat::installDefault();
-    vxlindral::IconResources::init();
+    vxlindral::ApplicationSetup::beforeApplication();
     QApplication app(argc, argv);
-    vxlindral::registerLineType();
-    QCoreApplication::setOrganizationName("vx");
-    QCoreApplication::setApplicationName("VxLindral");
+    vxlindral::ApplicationSetup::afterApplication();
     Test test;
     return QTest::qExec(&test, argc, argv);
 }
