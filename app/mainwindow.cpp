@@ -375,48 +375,9 @@ void MainWindow::connectView(int kind, BasicView* view, int port)
     const auto queued = Qt::QueuedConnection;
 
     switch (kind) {
-    case Numeric: {
-        auto* numeric = static_cast<NumericView*>(view);
-        if (model)
-            numeric->setDataModel(model);
-
-        auto* average = new StreamAverageDataModel(numeric);
-        if (model)
-            connect(model, &StreamDataModel::newLine, average,
-                    &StreamAverageDataModel::updateNewLine, queued);
-        connect(numeric, &NumericView::changeDisplayMode, average,
-                &StreamDataModel::setDisplayMode);
-        numeric->setAverageModel(average);
-
-        auto* bigAverage = new StreamDiffAverageDataModel(numeric);
-        if (model)
-            connect(model, &StreamDataModel::newLine, bigAverage,
-                    &StreamDiffAverageDataModel::updateNewLine, queued);
-        connect(numeric, &NumericView::changeDisplayMode, bigAverage,
-                &StreamDataModel::setDisplayMode);
-        // Every toggle, on or off, takes the current line as the new reference.
-        connect(numeric, &NumericView::changeDifferenceMode, bigAverage,
-                &StreamDiffAverageDataModel::setDiff);
-        numeric->setBigAverageModel(bigAverage);
-
-        auto* header = new StreamHeaderDataModel(numeric);
-        if (model)
-            connect(model, &StreamDataModel::newLine, header, &StreamHeaderDataModel::updateNewLine,
-                    queued);
-        connect(numeric, &NumericView::changeHeaderMode, header,
-                &StreamHeaderDataModel::setExpandHeader);
-        numeric->setHeaderModel(header);
-        header->setExpandHeader(false);
-
-        if (model) {
-            connect(numeric, &NumericView::changeDisplayMode, model,
-                    &StreamDataModel::setDisplayMode);
-            connect(numeric, &NumericView::changeDifferenceMode, model,
-                    &StreamDataModel::setDifferenceMode);
-            connect(model, &StreamDataModel::newLine, numeric, &NumericView::updateNewLine, queued);
-        }
+    case Numeric:
+        connectNumericView(static_cast<NumericView*>(view), model);
         break;
-    }
     case Cut:
         // The cut view's cursor readout goes to the status line.
         connect(view, &BasicView::updateStatusBar, this,
@@ -440,6 +401,49 @@ void MainWindow::connectView(int kind, BasicView* view, int port)
         break;
     default:
         break;
+    }
+}
+
+void MainWindow::connectNumericView(vxlindral::NumericView* numeric,
+                                    vxlindral::StreamDataModel* model)
+{
+    using namespace vxlindral;
+    const auto queued = Qt::QueuedConnection;
+
+    if (model)
+        numeric->setDataModel(model);
+
+    auto* average = new StreamAverageDataModel(numeric);
+    if (model)
+        connect(model, &StreamDataModel::newLine, average, &StreamAverageDataModel::updateNewLine,
+                queued);
+    connect(numeric, &NumericView::changeDisplayMode, average, &StreamDataModel::setDisplayMode);
+    numeric->setAverageModel(average);
+
+    auto* bigAverage = new StreamDiffAverageDataModel(numeric);
+    if (model)
+        connect(model, &StreamDataModel::newLine, bigAverage,
+                &StreamDiffAverageDataModel::updateNewLine, queued);
+    connect(numeric, &NumericView::changeDisplayMode, bigAverage, &StreamDataModel::setDisplayMode);
+    // Every toggle, on or off, takes the current line as the new reference.
+    connect(numeric, &NumericView::changeDifferenceMode, bigAverage,
+            &StreamDiffAverageDataModel::setDiff);
+    numeric->setBigAverageModel(bigAverage);
+
+    auto* header = new StreamHeaderDataModel(numeric);
+    if (model)
+        connect(model, &StreamDataModel::newLine, header, &StreamHeaderDataModel::updateNewLine,
+                queued);
+    connect(numeric, &NumericView::changeHeaderMode, header,
+            &StreamHeaderDataModel::setExpandHeader);
+    numeric->setHeaderModel(header);
+    header->setExpandHeader(false);
+
+    if (model) {
+        connect(numeric, &NumericView::changeDisplayMode, model, &StreamDataModel::setDisplayMode);
+        connect(numeric, &NumericView::changeDifferenceMode, model,
+                &StreamDataModel::setDifferenceMode);
+        connect(model, &StreamDataModel::newLine, numeric, &NumericView::updateNewLine, queued);
     }
 }
 

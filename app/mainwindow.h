@@ -13,6 +13,7 @@ class Ui_MainWindow;
 
 namespace vxlindral {
 class BasicView;
+class NumericView;
 class StreamDataController;
 class StreamDataModel;
 } // namespace vxlindral
@@ -98,6 +99,10 @@ private:
     void toggleView(int kind, QAction* action, int portLine);
     // Wires a new view to the port's model (queued for lines) and the window.
     void connectView(int kind, vxlindral::BasicView* view, int port);
+    // The numeric view's part of connectView: its three own models (average,
+    // big average, header), each fed by the port's model, and the view's
+    // switches to the models. `model` may be null (no lines then).
+    void connectNumericView(vxlindral::NumericView* view, vxlindral::StreamDataModel* model);
     // The text of the port's current line; empty when the port has no model.
     QString lineText(int port);
     vxlindral::BasicView* currentView() const;
