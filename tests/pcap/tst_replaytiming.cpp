@@ -7,8 +7,8 @@
 
 #include "tools/replay/replayer.h"
 
+#include <atomic>
 #include <cmath>
-#include <csignal>
 #include <functional>
 
 using namespace vxrec;
@@ -26,7 +26,7 @@ struct FakeRun : ReplayScheduler::Clock, DatagramSink
 {
     int64_t now = 5000 * kMs, costNs = 0;
     std::size_t stopAfter = 0;
-    volatile std::sig_atomic_t stop = 0;
+    std::atomic<bool> stop{false};
     std::vector<int64_t> times;
     std::vector<uint8_t> ids;
     int progressCalls = 0;
@@ -108,7 +108,7 @@ void schedule()
         std::string error;
         if (!CHECK(r.scan(error)))
             continue;
-        r.run(&f.stop, [&](const Replayer::Progress&) { ++f.progressCalls; });
+        r.run(f.stop, [&](const Replayer::Progress&) { ++f.progressCalls; });
         if (!CHECK_EQ(f.times.size(), row.sends))
             continue;
         CHECK_EQ(int(f.ids[0]), int(row.firstId));
