@@ -2,8 +2,8 @@
 // divided by the speed, --start counts from the capture's first frame, a
 // slow sender catches up instead of drifting, --loop continues without a gap
 // or a burst, --fast does not wait. A progress line comes once per second.
-#include "capturebuilder.h"
-#include "check.h"
+#include "tests/check.h"
+#include "tests/tools/pcapio/capturebuilder.h"
 
 #include "tools/replay/replayer.h"
 
@@ -55,7 +55,7 @@ void writeCapture()
         offsets.push_back(t);
         b.add(t0 + t, B::ipv4(B::udp(6101, {uint8_t(i)})));
     }
-    B::save(check::tempPath("timing.pcap"), b.bytes());
+    B::save(vxtest::tempPath("timing.pcap"), b.bytes());
 }
 
 // Each row's sends against the clock times they are due at, to the
@@ -94,9 +94,9 @@ void schedule()
         {"fast", 1, 0, false, true, 0, n, 0, [](std::size_t) { return 0.0; }},
     };
     for (const Row& row : rows) {
-        check::row = row.name;
+        vxtest::row = row.name;
         ReplayOptions o;
-        o.file = check::tempPath("timing.pcap");
+        o.file = vxtest::tempPath("timing.pcap");
         o.speed = row.speed;
         o.start = row.start;
         o.loop = row.loop;
@@ -128,5 +128,5 @@ int main()
 {
     writeCapture();
     schedule();
-    return check::result("tst_replaytiming");
+    return vxtest::result("tst_replaytiming");
 }
