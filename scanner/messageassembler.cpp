@@ -27,6 +27,17 @@ struct MessageAssembler::Sender
     std::vector<Pending> pending;
 };
 
+// One datagram as its framing describes it.
+struct MessageAssembler::Datagram
+{
+    uint32_t sender = 0; // IPv4 address
+    uint32_t number = 0; // of the message
+    uint32_t length = 0; // of the whole message
+    uint32_t offset = 0; // of this piece in the message
+    char* payload = nullptr;
+    std::size_t size = 0; // payload bytes
+};
+
 namespace {
 
 constexpr std::size_t kMaxPooled = 4;
@@ -264,100 +275,105 @@ MessageAssembler::Result MessageAssembler::feed(uint32_t sender, char* buffer, s
         r.malformed = true;
         return r;
     }
-    const uint32_t magic = rd32(buffer);
-    const uint32_t number = rd32(buffer + 4);
-    const uint32_t length = rd32(buffer + 8);
-    const uint32_t offset = rd32(buffer + 12);
-    const std::size_t payload = n - WireFormat::kDatagramHeader;
-    if (magic != WireFormat::kMagic || length == 0 || length > WireFormat::kMaxMessage ||
-        payload == 0 || uint64_t(offset) + payload > length) {
-        r.malformed = true;
-        r.lost += dropNumber(sender, number);
-        return r;
-    }
-
+    const Datagram d{sender,
+                     rd32(buffer + 4),
+                     rd32(buffer + 8),
+                     rd32(buffer + 12),
+                     buffer + WireFormat::kDatagramHeader,
+                     n - WireFormat::kDatagramHeader};
+    const bool framed = rd32(buffer) == WireFormat::kMagic && d.length != 0 &&
+                        d.length <= WireFormat::kMaxMessage && d.size != 0 &&
+                        uint64_t(d.offset) + d.size <= d.length;
     Sender* s = senders.empty() ? nullptr : findSender(sender);
-    Pending* p = s ? findPending(*s, number) : nullptr;
-    if (p && p->length != length) {
+    Pending* p = s ? findPending(*s, d.number) : nullptr;
+    if (!framed || (p && p->length != d.length)) {
+        // The message of that number, if any, cannot be trusted either.
         r.malformed = true;
-        r.lost += dropNumber(sender, number);
+        r.lost += dropNumber(sender, d.number);
         return r;
     }
 
-    if (payload == length) {
-        // The whole message in one datagram: hand it out without copying
-        // when the caller left room behind it.
+    if (d.size == d.length) {
         if (p)
-            dropNumber(sender, number); // completed by this datagram; nothing lost
-        char* msg = buffer + WireFormat::kDatagramHeader;
-        if (capacity >= n + kTail) {
-            std::memset(buffer + n, 0, kTail);
-        } else {
-            copy.assign(payload + kTail, 0);
-            std::memcpy(copy.data(), msg, payload);
-            msg = copy.data();
-        }
-        r.message = msg;
-        r.length = payload;
-        noteDone(sender, number, length);
+            dropNumber(sender, d.number); // completed by this datagram; nothing lost
+        deliverWhole(d, capacity >= n + kTail, r);
         return r;
     }
-
-    if (!p && recentlyDone(sender, number, length))
-        return r; // a late duplicate of a delivered message
-
     if (!p) {
-        const std::size_t need = std::size_t(length) + kTail;
-        Sender& snd = makeSender(sender, r.lost);
-        if (snd.pending.size() >= WireFormat::kMaxIncompletePerSender) {
-            auto oldest =
-                std::min_element(snd.pending.begin(), snd.pending.end(),
-                                 [](const Pending& a, const Pending& b) { return a.seq < b.seq; });
-            drop(snd, static_cast<std::size_t>(oldest - snd.pending.begin()));
-            ++r.lost;
-        }
-        // The total held stays below the cap: give up the oldest messages of
-        // any sender (never this sender's entry itself, which stays).
-        while (heldBytes + need > kMaxPendingBytes && evictOldest())
-            ++r.lost;
-        Pending np;
-        np.number = number;
-        np.length = length;
-        np.seq = ++sequence;
-        np.lastProgress = t;
-        np.buf = takeBuffer(need, np.cap);
-        std::memset(np.buf.get() + length, 0, kTail);
-        heldBytes += np.cap;
-        snd.pending.push_back(std::move(np));
-        s = &snd;
-        p = &snd.pending.back();
-        removeEmptySenders();
+        if (recentlyDone(sender, d.number, d.length))
+            return r; // a late duplicate of a delivered message
+        p = &startMessage(d, t, r.lost);
         s = findSender(sender);
-        p = findPending(*s, number);
     }
-    s->lastSeen = t;
-
-    const uint64_t fresh = addRange(p->ranges, offset, offset + static_cast<uint32_t>(payload));
-    if (fresh) {
-        std::memcpy(p->buf.get() + offset, buffer + WireFormat::kDatagramHeader, payload);
-        p->received += fresh;
-        p->lastProgress = t;
-    }
-    if (p->received == p->length) {
-        const std::size_t idx = static_cast<std::size_t>(p - s->pending.data());
-        delivered = std::move(p->buf);
-        deliveredCap = p->cap;
-        heldBytes -= p->cap;
-        r.message = delivered.get();
-        r.length = p->length;
-        noteDone(sender, number, p->length);
-        s->pending.erase(s->pending.begin() + static_cast<std::ptrdiff_t>(idx));
-        removeEmptySenders();
-    } else if (p->ranges.size() > kMaxRanges) {
-        // Too scattered to track: give it up rather than grow without bound.
-        r.lost += dropNumber(sender, number);
-    }
+    addFragment(d, t, *s, *p, r);
     return r;
+}
+
+void MessageAssembler::deliverWhole(const Datagram& d, bool roomBehind, Result& r)
+{
+    if (roomBehind) {
+        std::memset(d.payload + d.size, 0, kTail);
+        r.message = d.payload;
+    } else {
+        copy.assign(d.size + kTail, 0);
+        std::memcpy(copy.data(), d.payload, d.size);
+        r.message = copy.data();
+    }
+    r.length = d.size;
+    noteDone(d.sender, d.number, d.length);
+}
+
+MessageAssembler::Pending& MessageAssembler::startMessage(const Datagram& d, uint64_t t, int& lost)
+{
+    const std::size_t need = std::size_t(d.length) + kTail;
+    Sender& snd = makeSender(d.sender, lost);
+    if (snd.pending.size() >= WireFormat::kMaxIncompletePerSender) {
+        auto oldest =
+            std::min_element(snd.pending.begin(), snd.pending.end(),
+                             [](const Pending& a, const Pending& b) { return a.seq < b.seq; });
+        drop(snd, static_cast<std::size_t>(oldest - snd.pending.begin()));
+        ++lost;
+    }
+    // The total held stays below the cap: give up the oldest messages of any
+    // sender (never this sender's entry itself, which stays).
+    while (heldBytes + need > kMaxPendingBytes && evictOldest())
+        ++lost;
+    Pending np;
+    np.number = d.number;
+    np.length = d.length;
+    np.seq = ++sequence;
+    np.lastProgress = t;
+    np.buf = takeBuffer(need, np.cap);
+    std::memset(np.buf.get() + d.length, 0, kTail);
+    heldBytes += np.cap;
+    snd.pending.push_back(std::move(np));
+    // Evictions may have emptied other senders; removing them moves this one.
+    removeEmptySenders();
+    return *findPending(*findSender(d.sender), d.number);
+}
+
+void MessageAssembler::addFragment(const Datagram& d, uint64_t t, Sender& s, Pending& p, Result& r)
+{
+    s.lastSeen = t;
+    const uint64_t fresh = addRange(p.ranges, d.offset, d.offset + static_cast<uint32_t>(d.size));
+    if (fresh) {
+        std::memcpy(p.buf.get() + d.offset, d.payload, d.size);
+        p.received += fresh;
+        p.lastProgress = t;
+    }
+    if (p.received == p.length) {
+        delivered = std::move(p.buf);
+        deliveredCap = p.cap;
+        heldBytes -= p.cap;
+        r.message = delivered.get();
+        r.length = p.length;
+        noteDone(d.sender, d.number, p.length);
+        s.pending.erase(s.pending.begin() + (&p - s.pending.data()));
+        removeEmptySenders();
+    } else if (p.ranges.size() > kMaxRanges) {
+        // Too scattered to track: give it up rather than grow without bound.
+        r.lost += dropNumber(d.sender, d.number);
+    }
 }
 
 } // namespace strmsocket

@@ -68,6 +68,18 @@ public:
 private:
     struct Pending;
     struct Sender;
+    struct Datagram;
+
+    // The two paths of feed(), once the datagram's framing has been checked.
+    // A message carried whole by one datagram: handed out in place when the
+    // caller left room behind the datagram, else copied.
+    void deliverWhole(const Datagram& d, bool roomBehind, Result& r);
+    // A piece of a message in several datagrams: startMessage() opens the
+    // pending message for its first piece (giving up others to stay within
+    // the limits), addFragment() copies each piece in and hands the message
+    // out once every byte has arrived.
+    Pending& startMessage(const Datagram& d, uint64_t t, int& lost);
+    void addFragment(const Datagram& d, uint64_t t, Sender& s, Pending& p, Result& r);
 
     uint64_t now() const;
     Sender* findSender(uint32_t addr);

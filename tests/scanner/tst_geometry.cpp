@@ -1,10 +1,10 @@
 // The rules of Vec3 that are easy to get wrong, and messages dispatched
 // without a socket: range-to-XYZ geometry with and without file headers, and
 // the dispatch rules (truncated lines, unknown protocols and kinds).
-#include "check.h"
 #include "scanner/vec3.h"
 #include "scanner/vxlinedatastream.h"
 #include "scanner/wireencoder.h"
+#include "tests/check.h"
 
 #include <cmath>
 #include <limits>

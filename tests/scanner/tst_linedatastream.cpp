@@ -1,10 +1,10 @@
 // The real receive path over loopback: the safety promise under randomised and
 // mutated datagrams, pause, a throwing callback, Connect/Disconnect rules and
 // that no receive thread outlives Disconnect.
-#include "check.h"
 #include "scanner/linerawinfo.h"
 #include "scanner/vxlinedatastream.h"
 #include "scanner/wireencoder.h"
+#include "tests/check.h"
 
 #include <arpa/inet.h>
 #include <atomic>

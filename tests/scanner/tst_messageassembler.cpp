@@ -1,8 +1,8 @@
 // Reassembly of datagrams into messages: ordering, duplicates, contradicting
 // fragments, timeouts via the injected clock, and the eviction limits.
-#include "check.h"
 #include "scanner/messageassembler.h"
 #include "scanner/wireencoder.h"
+#include "tests/check.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,8 +1,8 @@
 // Column layouts (catalogue, statistics, text forms, stride guard) and the
 // line header words.
-#include "check.h"
 #include "scanner/lineheader.h"
 #include "scanner/rawlineparser.h"
+#include "tests/check.h"
 
 #include <cmath>
 #include <string>

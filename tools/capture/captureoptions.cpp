@@ -1,9 +1,10 @@
 #include "tools/capture/captureoptions.h"
 
-#include "tools/pcapio/commandline.h"
 #include "tools/pcapio/pcapwriter.h"
 
 namespace vxrec {
+
+using vxcommon::CommandLine;
 
 const char* CaptureOptions::usage()
 {
@@ -25,49 +26,41 @@ const char* CaptureOptions::usage()
            "Exit status: 0 when done, 1 on a socket or file error, 2 on bad options.\n";
 }
 
-CaptureOptions::Parse CaptureOptions::parse(int argc, char** argv, std::string& error)
+CaptureOptions::Outcome CaptureOptions::parse(int argc, const char* const* argv,
+                                              CaptureOptions& out, std::string& error)
 {
     CommandLine cl(argc, argv);
-    while (!cl.atEnd()) {
-        const std::string a = cl.take();
-        int64_t i = 0;
-        bool ok = true;
-        if (a == "--help" || a == "-h") {
-            return Parse::Help;
-        } else if (a == "--port") {
-            ok = cl.integer(0, 65535, i);
-            port = static_cast<int>(i);
-        } else if (a == "--out") {
-            ok = cl.value(out);
-        } else if (a == "--bind") {
-            ok = cl.value(bind);
-        } else if (a == "--count") {
-            ok = cl.integer(1, INT64_MAX, i);
-            count = static_cast<uint64_t>(i);
-        } else if (a == "--duration") {
-            ok = cl.number(1e-3, 1e9, duration);
-        } else if (a == "--max-bytes") {
-            // At least the file header and one small datagram.
-            ok = cl.integer(PcapWriter::kFileHeader + PcapWriter::recordBytes(0), INT64_MAX, i);
-            maxBytes = static_cast<uint64_t>(i);
-        } else {
-            error = a.rfind("-", 0) == 0 ? "unknown option " + a : "unexpected argument " + a;
-            return Parse::Error;
-        }
-        if (!ok) {
-            error = cl.error();
-            return Parse::Error;
-        }
-    }
-    if (port < 0) {
-        error = "--port is required";
-        return Parse::Error;
-    }
-    if (out.empty()) {
-        error = "--out is required";
-        return Parse::Error;
-    }
-    return Parse::Ok;
+    const auto read = [&](const std::string& arg) {
+        if (arg == "--help" || arg == "-h")
+            return Outcome::Help;
+        return out.read(cl, arg) ? Outcome::Run : Outcome::Error;
+    };
+    const auto complete = [&] {
+        if (out.port < 0)
+            return cl.fail("--port is required");
+        return !out.out.empty() || cl.fail("--out is required");
+    };
+    return cl.walk(read, complete, error);
+}
+
+bool CaptureOptions::read(CommandLine& cl, const std::string& name)
+{
+    if (name == "--port")
+        return cl.integer(0, 65535, port);
+    if (name == "--out")
+        return cl.value(out);
+    if (name == "--bind")
+        return cl.value(bind);
+    if (name == "--count")
+        return cl.integer(1, INT64_MAX, count);
+    if (name == "--duration")
+        return cl.number(1e-3, 1e9, duration);
+    // At least the file header and one empty datagram.
+    if (name == "--max-bytes")
+        return cl.integer(PcapWriter::kFileHeader + PcapWriter::recordBytes(0), INT64_MAX,
+                          maxBytes);
+    return cl.fail(name.rfind("-", 0) == 0 ? "unknown option " + name
+                                           : "unexpected argument " + name);
 }
 
 } // namespace vxrec

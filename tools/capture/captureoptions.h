@@ -1,4 +1,6 @@
 #pragma once
+#include "tools/common/commandline.h"
+
 #include <cstdint>
 #include <string>
 
@@ -14,14 +16,17 @@ struct CaptureOptions
     double duration = 0;   // stop after this many seconds; 0: no limit
     uint64_t maxBytes = 0; // the file never grows beyond this; 0: no limit
 
-    enum class Parse
-    {
-        Ok,
-        Help,
-        Error
-    };
-    Parse parse(int argc, char** argv, std::string& error);
+    using Outcome = vxcommon::CommandLine::Outcome;
+    // Parses argv[1..argc-1] into `out`. On Error, `error` holds a one-line
+    // message.
+    static Outcome parse(int argc, const char* const* argv, CaptureOptions& out,
+                         std::string& error);
     static const char* usage();
+
+private:
+    // Takes the option `name` and its value from `cl`; false with cl.error()
+    // set when the option is unknown or its value is bad.
+    bool read(vxcommon::CommandLine& cl, const std::string& name);
 };
 
 } // namespace vxrec

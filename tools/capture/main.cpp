@@ -2,46 +2,20 @@
 // See CaptureOptions::usage().
 #include "tools/capture/captureoptions.h"
 #include "tools/capture/udpcapture.h"
+#include "tools/common/stopsignal.h"
 
-#include <csignal>
 #include <cstdio>
 #include <string>
 
 namespace {
 
-volatile std::sig_atomic_t stopRequested = 0;
+using namespace vxrec;
 
-void onSignal(int)
+// Records the port into the file as `options` say; the exit status.
+int record(const CaptureOptions& options)
 {
-    stopRequested = 1;
-}
-
-} // namespace
-
-int main(int argc, char** argv)
-{
-    using namespace vxrec;
-    CaptureOptions options;
-    std::string error;
-    switch (options.parse(argc, argv, error)) {
-    case CaptureOptions::Parse::Help:
-        std::fputs(CaptureOptions::usage(), stdout);
-        return 0;
-    case CaptureOptions::Parse::Error:
-        std::fprintf(stderr, "vxscanner-capture: %s\n(see vxscanner-capture --help)\n",
-                     error.c_str());
-        return 2;
-    case CaptureOptions::Parse::Ok:
-        break;
-    }
-
-    // Without SA_RESTART a signal ends the wait for data at once.
-    struct sigaction sa = {};
-    sa.sa_handler = onSignal;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-
+    // A signal ends the wait for data at once.
+    vxcommon::StopSignal::install();
     UdpCapture capture(options);
     if (!capture.open()) {
         std::fprintf(stderr, "vxscanner-capture: error: %s\n", capture.error().c_str());
@@ -51,7 +25,7 @@ int main(int argc, char** argv)
                 capture.localPort(), options.out.c_str());
     std::fflush(stdout);
 
-    const UdpCapture::StopReason reason = capture.run(&stopRequested);
+    const UdpCapture::StopReason reason = capture.run(vxcommon::StopSignal::requested());
     std::printf("vxscanner-capture: %llu datagrams (%llu bytes) from %zu sender%s written to "
                 "%s (%llu bytes); %s\n",
                 static_cast<unsigned long long>(capture.datagrams()),
@@ -64,4 +38,12 @@ int main(int argc, char** argv)
         return 1;
     }
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return vxcommon::CommandLine::run(argc, argv, "vxscanner-capture",
+                                      "(see vxscanner-capture --help)", record);
 }

@@ -1,16 +1,16 @@
 #include "tools/capture/udpcapture.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace vxrec {
+
+using vxcommon::DatagramSocket;
 
 namespace {
 
@@ -24,20 +24,9 @@ int64_t clockNs(clockid_t id)
     return int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
-std::string systemError(const std::string& what)
-{
-    return what + ": " + std::strerror(errno);
-}
-
 } // namespace
 
 UdpCapture::UdpCapture(const CaptureOptions& options) : options(options), buffer(kBufferSize) {}
-
-UdpCapture::~UdpCapture()
-{
-    if (fd >= 0)
-        ::close(fd);
-}
 
 const char* UdpCapture::describe(StopReason reason)
 {
@@ -59,35 +48,25 @@ const char* UdpCapture::describe(StopReason reason)
 bool UdpCapture::open()
 {
     sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(static_cast<uint16_t>(options.port));
-    local.sin_addr.s_addr = htonl(INADDR_ANY);
-    if (!options.bind.empty() && inet_pton(AF_INET, options.bind.c_str(), &local.sin_addr) != 1) {
+    if (!DatagramSocket::parse(options.bind, static_cast<uint16_t>(options.port), local)) {
         message = "--bind: '" + options.bind + "' is not an IPv4 address";
         return false;
     }
-    fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        message = systemError("cannot open a UDP socket");
+    if (!socket.open()) {
+        message = DatagramSocket::systemError("cannot open a UDP socket");
         return false;
     }
-    const int on = 1;
     // The local address of each datagram and the kernel's receive time.
-    setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
-    setsockopt(fd, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
-    // A large receive buffer rides out bursts while the file is written;
-    // the forced variant works where permitted, the plain one is capped.
-    const int size = 32 << 20;
-    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0)
-        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-    if (::bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
-        message = systemError("cannot bind UDP port " + std::to_string(options.port));
+    socket.set(IPPROTO_IP, IP_PKTINFO, 1);
+    socket.set(SOL_SOCKET, SO_TIMESTAMPNS, 1);
+    // A large receive buffer rides out bursts while the file is written.
+    socket.requestReceiveBuffer(32 << 20);
+    if (!socket.bind(local)) {
+        message =
+            DatagramSocket::systemError("cannot bind UDP port " + std::to_string(options.port));
         return false;
     }
-    sockaddr_in bound{};
-    socklen_t len = sizeof bound;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &len);
-    boundPort = ntohs(bound.sin_port);
+    boundPort = socket.localPort();
     if (!writer.open(options.out)) {
         message = writer.error();
         return false;
@@ -107,11 +86,11 @@ UdpCapture::Got UdpCapture::receiveOne()
     msg.msg_iovlen = 1;
     msg.msg_control = control;
     msg.msg_controllen = sizeof control;
-    const ssize_t n = ::recvmsg(fd, &msg, MSG_DONTWAIT);
+    const ssize_t n = ::recvmsg(socket.fd(), &msg, MSG_DONTWAIT);
     if (n < 0) {
         if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)
             return Got::Nothing;
-        message = systemError("receive failed");
+        message = DatagramSocket::systemError("receive failed");
         return Got::Error;
     }
     uint32_t localAddress = 0;
@@ -166,7 +145,7 @@ bool UdpCapture::limitReached(StopReason& reason) const
     return false;
 }
 
-UdpCapture::StopReason UdpCapture::run(const volatile std::sig_atomic_t* stop)
+UdpCapture::StopReason UdpCapture::run(const std::atomic<bool>& stop)
 {
     if (options.duration > 0)
         deadlineNs = clockNs(CLOCK_MONOTONIC) + static_cast<int64_t>(options.duration * 1e9);
@@ -175,7 +154,7 @@ UdpCapture::StopReason UdpCapture::run(const volatile std::sig_atomic_t* stop)
     for (;;) {
         if (limitReached(reason))
             break;
-        if (stop && *stop) {
+        if (stop.load(std::memory_order_relaxed)) {
             // Ctrl+C: what the socket already holds was received; keep it.
             reason = StopReason::Stopped;
             Got got = Got::Nothing;
@@ -191,7 +170,7 @@ UdpCapture::StopReason UdpCapture::run(const volatile std::sig_atomic_t* stop)
             const int64_t left = (deadlineNs - clockNs(CLOCK_MONOTONIC)) / 1000000 + 1;
             timeout = static_cast<int>(std::max<int64_t>(0, std::min<int64_t>(timeout, left)));
         }
-        pollfd p{fd, POLLIN, 0};
+        pollfd p{socket.fd(), POLLIN, 0};
         if (::poll(&p, 1, timeout) <= 0)
             continue; // timeout or a signal: check the limits and the flag
         // Read everything queued, then flush once: few writes under load,

@@ -1,8 +1,9 @@
 #pragma once
 #include "tools/capture/captureoptions.h"
+#include "tools/common/datagramsocket.h"
 #include "tools/pcapio/pcapwriter.h"
 
-#include <csignal>
+#include <atomic>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -32,14 +33,11 @@ public:
     };
 
     explicit UdpCapture(const CaptureOptions& options);
-    ~UdpCapture();
-    UdpCapture(const UdpCapture&) = delete;
-    UdpCapture& operator=(const UdpCapture&) = delete;
 
     // Binds the port and creates the file. False with error() on failure.
     bool open();
     int localPort() const { return boundPort; }
-    StopReason run(const volatile std::sig_atomic_t* stop);
+    StopReason run(const std::atomic<bool>& stop);
 
     uint64_t datagrams() const { return count; }
     uint64_t payloadBytes() const { return bytes; }
@@ -60,7 +58,7 @@ private:
     bool limitReached(StopReason& reason) const;
 
     const CaptureOptions& options;
-    int fd = -1;
+    vxcommon::DatagramSocket socket;
     int boundPort = 0;
     PcapWriter writer;
     std::vector<uint8_t> buffer;

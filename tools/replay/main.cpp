@@ -1,52 +1,23 @@
 // vxscanner-replay: sends the UDP datagrams of a capture file with the
 // capture's timing. See ReplayOptions::usage().
+#include "tools/common/stopsignal.h"
+#include "tools/replay/datagramsender.h"
 #include "tools/replay/replayer.h"
 #include "tools/replay/replayoptions.h"
-#include "tools/replay/udpsender.h"
 
-#include <csignal>
 #include <cstdio>
 #include <string>
 
 namespace {
 
-volatile std::sig_atomic_t stopRequested = 0;
+using namespace vxrec;
 
-void onSignal(int)
+// Replays the capture as `options` say; the exit status.
+int replay(const ReplayOptions& options)
 {
-    stopRequested = 1;
-}
-
-void installSignals()
-{
-    struct sigaction sa = {};
-    sa.sa_handler = onSignal;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, nullptr);
-    sigaction(SIGTERM, &sa, nullptr);
-}
-
-} // namespace
-
-int main(int argc, char** argv)
-{
-    using namespace vxrec;
-    ReplayOptions options;
-    std::string error;
-    switch (options.parse(argc, argv, error)) {
-    case ReplayOptions::Parse::Help:
-        std::fputs(ReplayOptions::usage(), stdout);
-        return 0;
-    case ReplayOptions::Parse::Error:
-        std::fprintf(stderr, "vxscanner-replay: %s\n(see vxscanner-replay --help)\n",
-                     error.c_str());
-        return 2;
-    case ReplayOptions::Parse::Ok:
-        break;
-    }
-
-    UdpSender sender;
+    DatagramSender sender;
     Replayer replayer(options, ReplayScheduler::systemClock(), sender);
+    std::string error;
     if (!replayer.scan(error)) {
         std::fprintf(stderr, "vxscanner-replay: error: %s\n", error.c_str());
         return 1;
@@ -67,8 +38,9 @@ int main(int argc, char** argv)
                  double(scan.lastNs - scan.firstNs) / 1e9, options.file.c_str(),
                  sender.destination().c_str(), options.loop ? ", looping until Ctrl+C" : "");
 
-    installSignals();
-    replayer.run(&stopRequested, [&](const Replayer::Progress& p) {
+    vxcommon::StopSignal::install();
+    const std::atomic<bool>& stopped = vxcommon::StopSignal::requested();
+    replayer.run(stopped, [&](const Replayer::Progress& p) {
         if (!options.quiet)
             std::fprintf(stderr, "%.1f / %.1f s, %llu datagrams sent, %.0f datagrams/s\n",
                          p.positionS, p.totalS, static_cast<unsigned long long>(p.sent),
@@ -81,7 +53,7 @@ int main(int argc, char** argv)
                 static_cast<unsigned long long>(replayer.sentBytes()),
                 static_cast<unsigned long long>(replayer.passes()),
                 replayer.passes() == 1 ? "" : "es", sender.destination().c_str(),
-                stopRequested ? " (interrupted)" : "", scan.skipped.summary().c_str());
+                stopped ? " (interrupted)" : "", scan.skipped.summary().c_str());
     int status = 0;
     if (replayer.sendErrors()) {
         std::fprintf(stderr, "vxscanner-replay: error: %llu datagrams not sent, last: %s\n",
@@ -96,4 +68,12 @@ int main(int argc, char** argv)
     }
     std::fflush(stdout);
     return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return vxcommon::CommandLine::run(argc, argv, "vxscanner-replay",
+                                      "(see vxscanner-replay --help)", replay);
 }

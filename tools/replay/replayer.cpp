@@ -144,9 +144,9 @@ bool Replayer::runPass(ReplayScheduler& scheduler)
     return !first && !stopped();
 }
 
-void Replayer::run(const volatile std::sig_atomic_t* stopFlag, const ProgressFunction& progressFn)
+void Replayer::run(const std::atomic<bool>& stopFlag, const ProgressFunction& progressFn)
 {
-    stop = stopFlag;
+    stop = &stopFlag;
     progress = progressFn;
     lastTickNs = clock.nowNs();
     nextTickNs = lastTickNs + kSecondNs;

@@ -4,7 +4,7 @@
 #include "tools/replay/replayoptions.h"
 #include "tools/replay/replayscheduler.h"
 
-#include <csignal>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -54,7 +54,7 @@ public:
 
     // Sends every pass (one, or until `stop` with --loop). Calls `progress`
     // once per second of clock time.
-    void run(const volatile std::sig_atomic_t* stop, const ProgressFunction& progress);
+    void run(const std::atomic<bool>& stop, const ProgressFunction& progress);
 
     uint64_t sent() const { return sentCount; }
     uint64_t sentBytes() const { return sentByteCount; }
@@ -63,7 +63,7 @@ public:
     uint64_t passes() const { return passCount; }
 
 private:
-    bool stopped() const { return stop && *stop; }
+    bool stopped() const { return stop && stop->load(std::memory_order_relaxed); }
     bool waitUntil(int64_t dueNs);
     void tick(int64_t nowNs);
     bool runPass(ReplayScheduler& scheduler);
@@ -73,7 +73,7 @@ private:
     ReplayScheduler::Clock& clock;
     DatagramSink& sink;
     Scan info;
-    const volatile std::sig_atomic_t* stop = nullptr;
+    const std::atomic<bool>* stop = nullptr;
     ProgressFunction progress;
     int64_t nextTickNs = 0;
     int64_t lastTickNs = 0;

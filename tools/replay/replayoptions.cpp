@@ -1,7 +1,8 @@
 #include "tools/replay/replayoptions.h"
-#include "tools/pcapio/commandline.h"
 
 namespace vxrec {
+
+using vxcommon::CommandLine;
 
 const char* ReplayOptions::usage()
 {
@@ -25,61 +26,51 @@ const char* ReplayOptions::usage()
            "or truncated-capture error, 2 on bad options.\n";
 }
 
-ReplayOptions::Parse ReplayOptions::parse(int argc, char** argv, std::string& error)
+ReplayOptions::Outcome ReplayOptions::parse(int argc, const char* const* argv, ReplayOptions& out,
+                                            std::string& error)
 {
     CommandLine cl(argc, argv);
     bool haveFile = false;
-    while (!cl.atEnd()) {
-        const std::string a = cl.take();
-        int64_t i = 0;
+    const auto read = [&](const std::string& arg) {
+        if (arg == "--help" || arg == "-h")
+            return Outcome::Help;
         bool ok = true;
-        if (a == "--help" || a == "-h") {
-            return Parse::Help;
-        } else if (a == "--port") {
-            ok = cl.integer(1, 65535, i);
-            port = static_cast<uint16_t>(i);
-        } else if (a == "--source-port") {
-            ok = cl.integer(1, 65535, i);
-            sourcePort = static_cast<int>(i);
-        } else if (a == "--to-port") {
-            ok = cl.integer(1, 65535, i);
-            toPort = static_cast<int>(i);
-        } else if (a == "--host") {
-            ok = cl.value(host) && !host.empty();
-            if (!ok && cl.error().empty()) {
-                error = "--host needs an address";
-                return Parse::Error;
-            }
-        } else if (a == "--speed") {
-            ok = cl.number(1e-3, 1e6, speed);
-        } else if (a == "--start") {
-            ok = cl.number(0, 1e9, start);
-        } else if (a == "--fast") {
-            fast = true;
-        } else if (a == "--loop") {
-            loop = true;
-        } else if (a == "--quiet") {
-            quiet = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            error = "unknown option " + a;
-            return Parse::Error;
+        if (arg.size() > 1 && arg[0] == '-') {
+            ok = out.read(cl, arg);
         } else if (haveFile) {
-            error = "more than one capture file given";
-            return Parse::Error;
+            ok = cl.fail("more than one capture file given");
         } else {
-            file = a;
+            out.file = arg;
             haveFile = true;
         }
-        if (!ok) {
-            error = cl.error();
-            return Parse::Error;
-        }
-    }
-    if (!haveFile) {
-        error = "no capture file given";
-        return Parse::Error;
-    }
-    return Parse::Ok;
+        return ok ? Outcome::Run : Outcome::Error;
+    };
+    return cl.walk(read, [&] { return haveFile || cl.fail("no capture file given"); }, error);
+}
+
+bool ReplayOptions::read(CommandLine& cl, const std::string& name)
+{
+    if (name == "--port")
+        return cl.integer(1, 65535, port);
+    if (name == "--source-port")
+        return cl.integer(1, 65535, sourcePort);
+    if (name == "--to-port")
+        return cl.integer(1, 65535, toPort);
+    if (name == "--host")
+        return cl.value(host) && (!host.empty() || cl.fail("--host needs an address"));
+    if (name == "--speed")
+        return cl.number(1e-3, 1e6, speed);
+    if (name == "--start")
+        return cl.number(0, 1e9, start);
+    if (name == "--fast")
+        fast = true;
+    else if (name == "--loop")
+        loop = true;
+    else if (name == "--quiet")
+        quiet = true;
+    else
+        return cl.fail("unknown option " + name);
+    return true;
 }
 
 } // namespace vxrec

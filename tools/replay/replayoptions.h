@@ -1,4 +1,6 @@
 #pragma once
+#include "tools/common/commandline.h"
+
 #include <cstdint>
 #include <string>
 
@@ -18,15 +20,18 @@ struct ReplayOptions
     double start = 0.0; // seconds after the capture's first frame
     bool quiet = false; // no progress lines
 
-    enum class Parse
-    {
-        Ok,
-        Help,
-        Error
-    };
-    Parse parse(int argc, char** argv, std::string& error);
-    uint16_t destinationPort() const { return static_cast<uint16_t>(toPort < 0 ? port : toPort); }
+    using Outcome = vxcommon::CommandLine::Outcome;
+    // Parses argv[1..argc-1] into `out`. On Error, `error` holds a one-line
+    // message.
+    static Outcome parse(int argc, const char* const* argv, ReplayOptions& out, std::string& error);
     static const char* usage();
+
+    uint16_t destinationPort() const { return static_cast<uint16_t>(toPort < 0 ? port : toPort); }
+
+private:
+    // Takes the option `name` and its value from `cl`; false with cl.error()
+    // set when the option is unknown or its value is bad.
+    bool read(vxcommon::CommandLine& cl, const std::string& name);
 };
 
 } // namespace vxrec

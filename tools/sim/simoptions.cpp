@@ -2,12 +2,15 @@
 
 #include "scanner/linerawinfo.h"
 #include "scanner/wireformat.h"
+#include "tools/common/commandline.h"
 
-#include <charconv>
-#include <cmath>
+#include <limits>
 #include <set>
+#include <type_traits>
 
 namespace vxsim {
+
+using vxcommon::CommandLine;
 
 namespace {
 
@@ -15,37 +18,15 @@ const char* const kOptions[] = {"--host",   "--port",     "--rate",    "--pixels
                                 "--layout", "--bpp",      "--datatyp", "--mode",   "--device",
                                 "--count",  "--duration", "--help"};
 
+// The smallest double above 0: a lower bound that admits every positive value.
+constexpr double kAboveZero = std::numeric_limits<double>::denorm_min();
+
 bool known(const std::string& name)
 {
     for (const char* o : kOptions)
         if (name == o)
             return true;
     return false;
-}
-
-// Whole-string decimal integer within [lo, hi].
-bool toInteger(const std::string& text, uint64_t lo, uint64_t hi, uint64_t& out)
-{
-    uint64_t v = 0;
-    const char* end = text.data() + text.size();
-    const auto r = std::from_chars(text.data(), end, v);
-    if (text.empty() || r.ec != std::errc() || r.ptr != end || v < lo || v > hi)
-        return false;
-    out = v;
-    return true;
-}
-
-// Whole-string finite real number greater than 0 and at most `hi`.
-bool toPositive(const std::string& text, double hi, double& out)
-{
-    double v = 0.0;
-    const char* end = text.data() + text.size();
-    const auto r = std::from_chars(text.data(), end, v);
-    if (text.empty() || r.ec != std::errc() || r.ptr != end || !std::isfinite(v) || v <= 0.0 ||
-        v > hi)
-        return false;
-    out = v;
-    return true;
 }
 
 std::string badValue(const std::string& name, const std::string& value, const char* expected)
@@ -59,147 +40,102 @@ SimOptions::Outcome SimOptions::parse(int argc, const char* const* argv, SimOpti
                                       std::string& error)
 {
     SimOptions o;
-    std::set<std::string> seen;
-    bool bppGiven = false, datatypGiven = false, modeGiven = false, layoutGiven = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        std::string name = arg, value;
-        bool hasValue = false;
-        const auto eq = arg.find('=');
-        if (arg.rfind("--", 0) == 0 && eq != std::string::npos) {
-            name = arg.substr(0, eq);
-            value = arg.substr(eq + 1);
-            hasValue = true;
-        }
-        if (!known(name)) {
-            error = arg.rfind("--", 0) == 0 ? "unknown option " + name
-                                            : "unexpected argument '" + arg + "'";
-            return Outcome::Error;
-        }
-        if (name == "--help") {
-            if (hasValue) {
-                error = "--help takes no value";
-                return Outcome::Error;
-            }
+    std::set<std::string> given;
+    CommandLine cl(argc, argv);
+    const auto read = [&](const std::string& name) {
+        if (name == "--help" && !cl.hasInlineValue())
             return Outcome::Help;
-        }
-        if (!seen.insert(name).second) {
-            error = name + " given twice";
-            return Outcome::Error;
-        }
-        if (!hasValue) {
-            if (i + 1 >= argc) {
-                error = "missing value for " + name;
-                return Outcome::Error;
-            }
-            value = argv[++i];
-        }
+        return o.read(cl, name, given) ? Outcome::Run : Outcome::Error;
+    };
+    const Outcome outcome = cl.walk(read, [&] { return o.settle(cl, given); }, error);
+    if (outcome == Outcome::Run)
+        out = o;
+    return outcome;
+}
 
+bool SimOptions::read(CommandLine& cl, const std::string& name, std::set<std::string>& given)
+{
+    if (!known(name))
+        return cl.fail(name.rfind("--", 0) == 0 ? "unknown option " + name
+                                                : "unexpected argument '" + name + "'");
+    if (name == "--help")
+        return cl.fail("--help takes no value");
+    if (!given.insert(name).second)
+        return cl.fail(name + " given twice");
+    std::string value;
+    if (!cl.value(value))
+        return cl.fail("missing value for " + name);
+
+    const auto bad = [&](const char* expected) { return cl.fail(badValue(name, value, expected)); };
+    const auto integer = [&](uint64_t lo, uint64_t hi, const char* expected, auto& to) {
         uint64_t n = 0;
-        const auto integer = [&](uint64_t lo, uint64_t hi, const char* expected) {
-            if (toInteger(value, lo, hi, n))
-                return true;
-            error = badValue(name, value, expected);
-            return false;
-        };
-        const auto positive = [&](double hi, const char* expected, double& to) {
-            if (toPositive(value, hi, to))
-                return true;
-            error = badValue(name, value, expected);
-            return false;
-        };
-        if (name == "--host") {
-            if (value.empty()) {
-                error = "empty value for --host";
-                return Outcome::Error;
-            }
-            o.host = value;
-        } else if (name == "--port") {
-            if (!integer(1, 65535, "a port 1..65535"))
-                return Outcome::Error;
-            o.port = static_cast<int>(n);
-        } else if (name == "--rate") {
-            if (!positive(1e6, "lines per second, > 0 and at most 1000000", o.rate))
-                return Outcome::Error;
-        } else if (name == "--pixels") {
-            if (!integer(1, 199999, "1..199999"))
-                return Outcome::Error;
-            o.pixels = static_cast<int>(n);
-        } else if (name == "--protocol") {
-            if (value == "1.1" || value == "1.2" || value == "1.3") {
-                o.subProtocol = value[2] - '0';
-            } else {
-                error = badValue(name, value, "1.1, 1.2 or 1.3");
-                return Outcome::Error;
-            }
-        } else if (name == "--layout") {
-            if (value != "short" && value != "long") {
-                error = badValue(name, value, "short or long");
-                return Outcome::Error;
-            }
-            o.shortLayout = value == "short";
-            layoutGiven = true;
-        } else if (name == "--bpp") {
-            if (!integer(2, 63, "2..63"))
-                return Outcome::Error;
-            o.bpp = static_cast<int>(n);
-            bppGiven = true;
-        } else if (name == "--datatyp") {
-            if (!integer(2, 9999, "2..9999"))
-                return Outcome::Error;
-            o.datatyp = static_cast<int>(n);
-            datatypGiven = true;
-        } else if (name == "--mode") {
-            if (!integer(0, UINT32_MAX, "0..4294967295"))
-                return Outcome::Error;
-            o.mode = static_cast<uint32_t>(n);
-            modeGiven = true;
-        } else if (name == "--device") {
-            if (!integer(0, UINT32_MAX, "0..4294967295"))
-                return Outcome::Error;
-            o.device = static_cast<uint32_t>(n);
-        } else if (name == "--count") {
-            if (!integer(1, UINT64_MAX, "a number of lines >= 1"))
-                return Outcome::Error;
-            o.count = n;
-        } else if (name == "--duration") {
-            if (!positive(1e9, "seconds > 0", o.duration))
-                return Outcome::Error;
-        }
+        if (!CommandLine::toInteger(value, lo, hi, n))
+            return bad(expected);
+        to = static_cast<std::remove_reference_t<decltype(to)>>(n);
+        return true;
+    };
+    const auto positive = [&](double hi, const char* expected, double& to) {
+        return CommandLine::toNumber(value, kAboveZero, hi, to) || bad(expected);
+    };
+    if (name == "--host") {
+        host = value;
+        return !value.empty() || cl.fail("empty value for --host");
     }
+    if (name == "--port")
+        return integer(1, 65535, "a port 1..65535", port);
+    if (name == "--rate")
+        return positive(1e6, "lines per second, > 0 and at most 1000000", rate);
+    if (name == "--pixels")
+        return integer(1, 199999, "1..199999", pixels);
+    if (name == "--protocol") {
+        if (value != "1.1" && value != "1.2" && value != "1.3")
+            return bad("1.1, 1.2 or 1.3");
+        subProtocol = value[2] - '0';
+        return true;
+    }
+    if (name == "--layout") {
+        if (value != "short" && value != "long")
+            return bad("short or long");
+        shortLayout = value == "short";
+        return true;
+    }
+    if (name == "--bpp")
+        return integer(2, 63, "2..63", bpp);
+    if (name == "--datatyp")
+        return integer(2, 9999, "2..9999", datatyp);
+    if (name == "--mode")
+        return integer(0, UINT32_MAX, "0..4294967295", mode);
+    if (name == "--device")
+        return integer(0, UINT32_MAX, "0..4294967295", device);
+    if (name == "--count")
+        return integer(1, UINT64_MAX, "a number of lines >= 1", count);
+    return positive(1e9, "seconds > 0", duration); // --duration
+}
 
-    if (seen.count("--count") && seen.count("--duration")) {
-        error = "--count and --duration exclude each other";
-        return Outcome::Error;
+bool SimOptions::settle(CommandLine& cl, const std::set<std::string>& given)
+{
+    if (given.count("--count") && given.count("--duration"))
+        return cl.fail("--count and --duration exclude each other");
+    const bool v11 = subProtocol == 1;
+    if (given.count("--layout") && !v11)
+        return cl.fail("--layout applies to protocol 1.1 only");
+    if (given.count("--mode") && v11)
+        return cl.fail("--mode applies to protocols 1.2 and 1.3 only (1.1 lines carry no mode)");
+    if (v11 && shortLayout) {
+        if (!given.count("--bpp"))
+            bpp = 5;
+        if (!given.count("--datatyp"))
+            datatyp = 3;
     }
-    const bool v11 = o.subProtocol == 1;
-    if (layoutGiven && !v11) {
-        error = "--layout applies to protocol 1.1 only";
-        return Outcome::Error;
-    }
-    if (modeGiven && v11) {
-        error = "--mode applies to protocols 1.2 and 1.3 only (1.1 lines carry no mode)";
-        return Outcome::Error;
-    }
-    if (v11 && o.shortLayout) {
-        if (!bppGiven)
-            o.bpp = 5;
-        if (!datatypGiven)
-            o.datatyp = 3;
-    }
-    if (o.bpp < o.basicBytes()) {
-        error = "--bpp " + std::to_string(o.bpp) + " is too small: protocol " + o.protocolText() +
-                (v11 ? (o.shortLayout ? " short" : " long") : "") + " needs at least " +
-                std::to_string(o.basicBytes()) + " bytes per pixel for range and intensity";
-        return Outcome::Error;
-    }
-    if (o.messageBytes() > strmsocket::WireFormat::kMaxMessage) {
-        error = "a line of " + std::to_string(o.messageBytes()) +
-                " bytes exceeds the 16 MiB message limit";
-        return Outcome::Error;
-    }
-    out = o;
-    return Outcome::Run;
+    if (bpp < basicBytes())
+        return cl.fail("--bpp " + std::to_string(bpp) + " is too small: protocol " +
+                       protocolText() + (v11 ? (shortLayout ? " short" : " long") : "") +
+                       " needs at least " + std::to_string(basicBytes()) +
+                       " bytes per pixel for range and intensity");
+    if (messageBytes() > strmsocket::WireFormat::kMaxMessage)
+        return cl.fail("a line of " + std::to_string(messageBytes()) +
+                       " bytes exceeds the 16 MiB message limit");
+    return true;
 }
 
 int SimOptions::basicBytes() const

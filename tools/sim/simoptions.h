@@ -1,5 +1,8 @@
 #pragma once
+#include "tools/common/commandline.h"
+
 #include <cstdint>
+#include <set>
 #include <string>
 
 namespace vxsim {
@@ -11,12 +14,9 @@ namespace vxsim {
 class SimOptions
 {
 public:
-    enum class Outcome
-    {
-        Run,   // options valid: start sending
-        Help,  // --help given: print usage(), exit 0
-        Error, // bad options: print the error, exit 2
-    };
+    // Run: options valid, start sending; Help: --help given, print usage()
+    // and exit 0; Error: bad options, print the error and exit 2.
+    using Outcome = vxcommon::CommandLine::Outcome;
 
     std::string host = "127.0.0.1";
     int port = 6101;
@@ -32,7 +32,8 @@ public:
     double duration = 0.0; // seconds to send; 0 = no limit
     int lineheadersize = 32;
 
-    // Parses argv[1..argc-1]. On Error, `error` holds a one-line message.
+    // Parses argv[1..argc-1] into `out` (left alone unless the outcome is
+    // Run). On Error, `error` holds a one-line message.
     static Outcome parse(int argc, const char* const* argv, SimOptions& out, std::string& error);
     static std::string usage();
 
@@ -43,6 +44,15 @@ public:
     uint64_t messageBytes() const;
     // The protocol as text ("1.2").
     std::string protocolText() const;
+
+private:
+    // Takes the option `name` and its value from `cl`; false with
+    // cl.error() set when the option is unknown, repeated or its value is
+    // bad. `given` collects the options seen.
+    bool read(vxcommon::CommandLine& cl, const std::string& name, std::set<std::string>& given);
+    // Checks the options together and fills in the defaults that depend on
+    // others; false with cl.error() set when they do not fit together.
+    bool settle(vxcommon::CommandLine& cl, const std::set<std::string>& given);
 };
 
 } // namespace vxsim

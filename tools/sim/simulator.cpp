@@ -38,19 +38,19 @@ Simulator::Simulator(const SimOptions& options, std::FILE* output)
 
 bool Simulator::open(std::string& error)
 {
-    return socket.open(opt.host, opt.port, error);
+    return messages.open(opt.host, opt.port, error);
 }
 
 void Simulator::printSummary(double elapsed, double rate, bool final)
 {
     std::fprintf(out, "%s%.1f s: %llu lines, %llu datagrams, %llu bytes, %.1f lines/s%s",
                  final ? "total " : "", elapsed, static_cast<unsigned long long>(sentLines),
-                 static_cast<unsigned long long>(socket.datagrams()),
-                 static_cast<unsigned long long>(socket.bytes()), rate, final ? " average" : "");
-    if (socket.errors())
+                 static_cast<unsigned long long>(messages.datagrams()),
+                 static_cast<unsigned long long>(messages.bytes()), rate, final ? " average" : "");
+    if (messages.errors())
         std::fprintf(out, ", %llu send errors (%s)",
-                     static_cast<unsigned long long>(socket.errors()),
-                     std::strerror(socket.lastError()));
+                     static_cast<unsigned long long>(messages.errors()),
+                     std::strerror(messages.lastError()));
     std::fputc('\n', out);
     std::fflush(out);
 }
@@ -83,7 +83,7 @@ void Simulator::run(const std::atomic<bool>& stop)
         if (t >= end)
             break;
         if (t >= nextHeader) {
-            socket.queue(header);
+            messages.queue(header);
             nextHeader = std::max(nextHeader + kSecond, t);
         }
         // Lines whose deadline has passed.
@@ -97,8 +97,8 @@ void Simulator::run(const std::atomic<bool>& stop)
         due = std::min(due, limit);
         const uint64_t batch = std::min(due - std::min(due, sentLines), kMaxBatchLines);
         for (uint64_t k = 0; k < batch; ++k)
-            socket.queue(composer.compose(sentLines + k));
-        socket.flush();
+            messages.queue(composer.compose(sentLines + k));
+        messages.flush();
         sentLines += batch;
         if (sentLines >= limit)
             break;

@@ -1,7 +1,7 @@
 #pragma once
 #include "tools/sim/linecomposer.h"
+#include "tools/sim/messagesender.h"
 #include "tools/sim/simoptions.h"
-#include "tools/sim/udpsender.h"
 
 #include <atomic>
 #include <cstdint>
@@ -21,7 +21,7 @@ namespace vxsim {
 // the schedule restarts from now instead of sending the backlog at once.
 //
 // Once a second it prints a one-line summary to `out`, and a final one when it
-// ends. Ownership: owns its composer and socket. Threads: one thread; `stop`
+// ends. Ownership: owns its composer and sender. Threads: one thread; `stop`
 // may be set from a signal handler.
 class Simulator
 {
@@ -34,7 +34,7 @@ public:
     void run(const std::atomic<bool>& stop);
 
     uint64_t lines() const { return sentLines; }
-    const UdpSender& sender() const { return socket; }
+    const MessageSender& sender() const { return messages; }
 
 private:
     void printSummary(double elapsed, double rate, bool final);
@@ -42,7 +42,7 @@ private:
     SimOptions opt;
     std::FILE* out;
     LineComposer composer;
-    UdpSender socket;
+    MessageSender messages;
     uint64_t sentLines = 0;
 };
 

@@ -2,13 +2,13 @@
 // divided by the speed, --start counts from the capture's first frame, a
 // slow sender catches up instead of drifting, --loop continues without a gap
 // or a burst, --fast does not wait. A progress line comes once per second.
-#include "capturebuilder.h"
-#include "check.h"
+#include "tests/check.h"
+#include "tests/tools/pcapio/capturebuilder.h"
 
 #include "tools/replay/replayer.h"
 
+#include <atomic>
 #include <cmath>
-#include <csignal>
 #include <functional>
 
 using namespace vxrec;
@@ -26,7 +26,7 @@ struct FakeRun : ReplayScheduler::Clock, DatagramSink
 {
     int64_t now = 5000 * kMs, costNs = 0;
     std::size_t stopAfter = 0;
-    volatile std::sig_atomic_t stop = 0;
+    std::atomic<bool> stop{false};
     std::vector<int64_t> times;
     std::vector<uint8_t> ids;
     int progressCalls = 0;
@@ -55,7 +55,7 @@ void writeCapture()
         offsets.push_back(t);
         b.add(t0 + t, B::ipv4(B::udp(6101, {uint8_t(i)})));
     }
-    B::save(check::tempPath("timing.pcap"), b.bytes());
+    B::save(vxtest::tempPath("timing.pcap"), b.bytes());
 }
 
 // Each row's sends against the clock times they are due at, to the
@@ -94,9 +94,9 @@ void schedule()
         {"fast", 1, 0, false, true, 0, n, 0, [](std::size_t) { return 0.0; }},
     };
     for (const Row& row : rows) {
-        check::row = row.name;
+        vxtest::row = row.name;
         ReplayOptions o;
-        o.file = check::tempPath("timing.pcap");
+        o.file = vxtest::tempPath("timing.pcap");
         o.speed = row.speed;
         o.start = row.start;
         o.loop = row.loop;
@@ -108,7 +108,7 @@ void schedule()
         std::string error;
         if (!CHECK(r.scan(error)))
             continue;
-        r.run(&f.stop, [&](const Replayer::Progress&) { ++f.progressCalls; });
+        r.run(f.stop, [&](const Replayer::Progress&) { ++f.progressCalls; });
         if (!CHECK_EQ(f.times.size(), row.sends))
             continue;
         CHECK_EQ(int(f.ids[0]), int(row.firstId));
@@ -128,5 +128,5 @@ int main()
 {
     writeCapture();
     schedule();
-    return check::result("tst_replaytiming");
+    return vxtest::result("tst_replaytiming");
 }

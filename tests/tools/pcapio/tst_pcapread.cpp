@@ -1,8 +1,8 @@
 // Reading captures down to UDP datagrams: file formats and byte orders,
 // timestamp resolutions, link types, IP fragment reassembly, the kinds of
 // skipped frames, damaged files, and the writer's files read back.
-#include "capturebuilder.h"
-#include "check.h"
+#include "tests/check.h"
+#include "tests/tools/pcapio/capturebuilder.h"
 
 #include "tools/pcapio/datagramextractor.h"
 #include "tools/pcapio/ipv4reassembler.h"
@@ -44,8 +44,8 @@ Extracted extract(const std::string& path)
 
 Extracted extract(const Bytes& capture)
 {
-    B::save(check::tempPath("built.cap"), capture);
-    return extract(check::tempPath("built.cap"));
+    B::save(vxtest::tempPath("built.cap"), capture);
+    return extract(vxtest::tempPath("built.cap"));
 }
 
 // Every supported link type in both formats, byte orders and resolutions:
@@ -62,9 +62,9 @@ void formatsAndLinkTypes()
     for (int i = 0; i < 48; ++i) {
         const uint32_t linkType = links[i / 8].first;
         const bool vlan = links[i / 8].second, pcapng = i & 4, big = i & 2, nano = i & 1;
-        check::row = "link " + std::to_string(linkType) + (vlan ? "+vlan" : "") +
-                     (pcapng ? " pcapng" : " pcap") + (big ? " BE" : " LE") +
-                     (nano ? " ns" : " us");
+        vxtest::row = "link " + std::to_string(linkType) + (vlan ? "+vlan" : "") +
+                      (pcapng ? " pcapng" : " pcap") + (big ? " BE" : " LE") +
+                      (nano ? " ns" : " us");
         const auto frame = [&](const Bytes& ip) { return B::link(linkType, 0x0800, ip, vlan); };
         B b(pcapng ? Format::Pcapng : Format::Pcap, big, nano, linkType);
         b.add(kT0, B::link(linkType, 0x86dd, ipv6, vlan));
@@ -130,7 +130,7 @@ void framesToDatagrams()
         {"udp length", 101, {udpTooLong}, 0, {}, "1 bad UDP header"},
     };
     for (const Row& row : rows) {
-        check::row = row.name;
+        vxtest::row = row.name;
         B b(Format::Pcap, false, true, row.linkType);
         int64_t t = kT0;
         for (const Bytes& f : row.frames)
@@ -148,7 +148,7 @@ void framesToDatagrams()
 // the bound, and old ones time out in capture time.
 void reassemblyMemoryBound()
 {
-    check::row = "reassembly bound";
+    vxtest::row = "reassembly bound";
     SkipCounters counters;
     Ipv4Reassembler r(counters, 16, 30LL * 1000000000);
     const Bytes segment = B::udp(6101, Bytes(60000, 5));
@@ -174,7 +174,7 @@ void reassemblyMemoryBound()
 void damagedFiles()
 {
     for (Format format : {Format::Pcap, Format::Pcapng}) {
-        check::row = format == Format::Pcap ? "truncated pcap" : "truncated pcapng";
+        vxtest::row = format == Format::Pcap ? "truncated pcap" : "truncated pcapng";
         B b(format, false, true, 101);
         for (int i = 0; i < 3; ++i)
             b.add(kT0 + i, B::ipv4(B::udp(6101, Bytes(50, 1))));
@@ -191,12 +191,12 @@ void damagedFiles()
         {"unsupported link", header},
     };
     for (const auto& [name, content] : rows) {
-        check::row = name;
+        vxtest::row = name;
         const Extracted r = extract(content);
         CHECK(!r.opened && !r.error.empty());
     }
-    check::row = "missing";
-    CHECK(!extract(check::tempPath("does-not-exist.pcap")).opened);
+    vxtest::row = "missing";
+    CHECK(!extract(vxtest::tempPath("does-not-exist.pcap")).opened);
 }
 
 // One's-complement sum of big-endian 16-bit words, folded.
@@ -214,9 +214,9 @@ uint32_t onesSum(const Bytes& b)
 // payloads, and valid IP and UDP checksums.
 void writerRoundTrip()
 {
-    check::row = "writer round trip";
+    vxtest::row = "writer round trip";
     const std::size_t sizes[] = {0, 1, 7, 1472, 65507};
-    const std::string path = check::tempPath("written.pcap");
+    const std::string path = vxtest::tempPath("written.pcap");
     PcapWriter w;
     CHECK(w.open(path));
     for (std::size_t i = 0; i < 5; ++i)
@@ -259,5 +259,5 @@ int main()
     reassemblyMemoryBound();
     damagedFiles();
     writerRoundTrip();
-    return check::result("tst_pcapread");
+    return vxtest::result("tst_pcapread");
 }

@@ -1,11 +1,15 @@
 #pragma once
+#include "tools/common/datagramsocket.h"
+
 #include <cstdint>
 #include <string>
+#include <sys/socket.h>
 #include <vector>
 
 namespace vxsim {
 
-// A UDP socket connected to the receiver, sending wire messages.
+// Sends wire messages (raw lines, file headers) from a UDP socket connected
+// to the receiver, each split into datagrams under its own message number.
 //
 // queue() splits a message into datagrams under the next message number;
 // flush() hands everything queued to the kernel in batches (sendmmsg). The
@@ -15,14 +19,9 @@ namespace vxsim {
 // on loopback) is counted as an error and skipped; sending goes on.
 //
 // Ownership: owns the socket. Threads: one thread at a time.
-class UdpSender
+class MessageSender
 {
 public:
-    UdpSender() = default;
-    ~UdpSender();
-    UdpSender(const UdpSender&) = delete;
-    UdpSender& operator=(const UdpSender&) = delete;
-
     // Resolves `host` (IPv4), opens the socket and connects it to host:port.
     // False with a message in `error` when the host does not resolve or the
     // socket cannot be set up.
@@ -39,14 +38,14 @@ public:
     uint64_t errors() const { return errorCount; }
     // errno of the last failed send, 0 for none.
     int lastError() const { return lastErrno; }
-    // The effective send buffer size in bytes.
-    int sendBufferSize() const { return sendBuffer; }
 
 private:
-    int fd = -1;
+    vxcommon::DatagramSocket socket;
     uint32_t nextNumber = 1;
-    int sendBuffer = 0;
     std::vector<std::vector<char>> pending;
+    // sendmmsg's vectors, reused from flush to flush.
+    std::vector<iovec> iov;
+    std::vector<mmsghdr> headers;
     uint64_t messageCount = 0, datagramCount = 0, byteCount = 0, errorCount = 0;
     int lastErrno = 0;
 };

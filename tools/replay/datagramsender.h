@@ -1,4 +1,5 @@
 #pragma once
+#include "tools/common/datagramsocket.h"
 #include "tools/replay/datagramsink.h"
 
 #include <cstdint>
@@ -7,16 +8,13 @@
 
 namespace vxrec {
 
-// Sends datagram payloads to one IPv4 host and port from an unbound UDP
-// socket. Ownership: owns the socket. Threads: one thread at a time.
-class UdpSender : public DatagramSink
+// Sends replayed datagram payloads, each as it is, to one IPv4 host and port
+// from an unbound, unconnected UDP socket (so that an ICMP "port
+// unreachable" from a receiver not yet running does not fail later sends).
+// Ownership: owns the socket. Threads: one thread at a time.
+class DatagramSender : public DatagramSink
 {
 public:
-    UdpSender() = default;
-    ~UdpSender() override;
-    UdpSender(const UdpSender&) = delete;
-    UdpSender& operator=(const UdpSender&) = delete;
-
     // Resolves `host` (name or dotted address) to IPv4 and opens the socket.
     bool open(const std::string& host, uint16_t port);
     bool send(const uint8_t* data, std::size_t n) override;
@@ -25,7 +23,7 @@ public:
     const std::string& destination() const { return target; }
 
 private:
-    int fd = -1;
+    vxcommon::DatagramSocket socket;
     sockaddr_in address{};
     std::string target;
     std::string message;
