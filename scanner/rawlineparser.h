@@ -63,7 +63,12 @@ public:
     const char* modAsString() const;
     static const char* modAsString(int mode);
 
+    // Mean, population standard deviation, minimum and maximum of every
+    // column over `count` records of stride() bytes at `bytes`. Computed from
+    // exact integer sums, so the result does not depend on the records' order.
     AvrStd calc(const char* bytes, int count) const;
+    // The same into `out`, reusing its arrays' storage.
+    void calc(const char* bytes, int count, AvrStd& out) const;
 
     // Record size in bytes of the lines this parser reads (the line's bpp,
     // which may exceed the layout's bytes per pixel). 0 means

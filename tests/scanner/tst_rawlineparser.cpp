@@ -4,6 +4,7 @@
 #include "scanner/lineheader.h"
 #include "scanner/rawlineparser.h"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -104,6 +105,92 @@ void statisticsAndText()
     CHECK(p.valueAsString(buf, 3, twoPixels, 0, 9, false) == 1 && std::string(buf) == "0");
 }
 
+// calc against a plain two-pass reference over value(): every layout with
+// records of its own size and narrower ones (columns cut at the record's end
+// or wholly beyond it), one and many records, extreme and mixed values.
+void statisticsMatchReference()
+{
+    enum Fill
+    {
+        Mixed,      // pseudo-random bytes
+        AllOnes,    // every column at its unsigned maximum or -1
+        Alternate,  // records of all 0x00 and all 0xFF: both extremes
+        SignedEdge, // every byte 0x80 / 0x7F in turn: signed minimum and maximum
+    };
+    struct Row
+    {
+        int datatyp, mode;
+        bool extended;
+        int stride, count;
+        Fill fill;
+    };
+    const Row rows[] = {
+        {4, 1, true, 12, 1, Mixed},       {4, 1, true, 12, 2048, Mixed},
+        {4, 1, true, 12, 4096, AllOnes},  {4, 1, true, 12, 999, SignedEdge},
+        {4, 1, true, 11, 500, Alternate}, {4, 1, true, 9, 300, Mixed},
+        {2, 5, true, 12, 2048, AllOnes},  {2, 5, true, 11, 777, Mixed},
+        {2, 5, true, 10, 64, Alternate},  {2, 5, false, 8, 1, AllOnes},
+        {3, 5, true, 8, 4200, Mixed},     {3, 5, false, 5, 3, SignedEdge},
+        {2, 0, false, 5, 2048, Mixed},    {2, 0, false, 4, 100, AllOnes},
+        {2, 0, false, 3, 100, Mixed},     {2, 0, false, 2, 17, Alternate},
+        {4, 0, false, 8, 199999, Mixed},
+    };
+    RawLineParser::AvrStd reused; // shrinks and grows from row to row
+    uint32_t seed = 12345;
+    for (const Row& r : rows) {
+        vxtest::row = std::to_string(r.datatyp) + "/" + std::to_string(r.mode) +
+                      (r.extended ? " ext" : "") + " stride " + std::to_string(r.stride) + " x" +
+                      std::to_string(r.count) + " fill " + std::to_string(r.fill);
+        RawLineParser p;
+        CHECK(p.detect(r.datatyp, static_cast<M>(r.mode), r.extended));
+        p.setStride(r.stride);
+        // Exactly count x stride bytes, so that a read beyond the records
+        // shows under the address sanitizer.
+        std::vector<char> bytes(std::size_t(r.count) * std::size_t(r.stride));
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            seed = seed * 1664525u + 1013904223u;
+            const std::size_t record = i / std::size_t(r.stride);
+            switch (r.fill) {
+            case Mixed:
+                bytes[i] = char(seed >> 24);
+                break;
+            case AllOnes:
+                bytes[i] = char(0xFF);
+                break;
+            case Alternate:
+                bytes[i] = char(record % 2 ? 0xFF : 0x00);
+                break;
+            case SignedEdge:
+                bytes[i] = char(record % 2 ? 0x7F : 0x80);
+                break;
+            }
+        }
+        const auto s = p.calc(bytes.data(), r.count);
+        p.calc(bytes.data(), r.count, reused);
+        CHECK(s.avr.size() == std::size_t(p.colCount()) && reused.avr == s.avr &&
+              reused.sdev == s.sdev && reused.min == s.min && reused.max == s.max);
+        for (int c = 0; c < p.colCount() && c < int(s.avr.size()); ++c) {
+            double sum = 0, lo = 0, hi = 0;
+            for (int i = 0; i < r.count; ++i) {
+                const double v = double(p.value(bytes.data(), i, c));
+                sum += v;
+                lo = i == 0 || v < lo ? v : lo;
+                hi = i == 0 || v > hi ? v : hi;
+            }
+            const double mean = sum / r.count;
+            double squares = 0;
+            for (int i = 0; i < r.count; ++i) {
+                const double d = double(p.value(bytes.data(), i, c)) - mean;
+                squares += d * d;
+            }
+            const double sdev = std::sqrt(squares / r.count);
+            CHECK_NEAR(s.avr[c], mean, 1e-9 * std::max(1.0, std::fabs(mean)));
+            CHECK_NEAR(s.sdev[c], sdev, 1e-9 * std::max(1.0, sdev));
+            CHECK(s.min[c] == lo && s.max[c] == hi);
+        }
+    }
+}
+
 void strideGuard()
 {
     RawLineParser p;
@@ -165,6 +252,7 @@ int main()
 {
     catalogue();
     statisticsAndText();
+    statisticsMatchReference();
     strideGuard();
     headerWords();
     return vxtest::result("tst_rawlineparser");
