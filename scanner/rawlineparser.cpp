@@ -168,22 +168,34 @@ struct ColumnSums
 
 // Exact integer sums of one column over `count` records, as four independent
 // chains. With at most 32-bit values and an int count neither the sum (below
-// 2^63) nor the sum of squares (below 2^95) can overflow.
+// 2^63) nor the sum of squares (below 2^95) can overflow. The squares are
+// summed in 64 bits over as many records as cannot overflow there (all of
+// them for columns of up to 16 bits), then carried into 128 bits.
 template <int Load>
-ColumnSums accumulate(const unsigned char* base, int count, int stride, const ColumnSpan& span)
+ColumnSums accumulate(const unsigned char* base, int count, int stride, const ColumnSpan& span,
+                      int bits)
 {
+    // Squares of `bits`-bit values: 2^(64 - 2 bits) of them fit 64 bits.
+    const int spare = 64 - 2 * bits; // bits is 1..32 here
+    const int block = spare >= 31 ? count : 1 << spare;
     const unsigned char* p = base + span.start;
     int64_t sum = 0;
     unsigned __int128 squares = 0;
     int64_t lo = INT64_MAX, hi = INT64_MIN;
-    for (int i = 0; i < count; ++i, p += stride) {
-        const uint64_t raw = (loadLE<Load>(p, span.bytes) >> span.shift) & span.mask;
-        const auto v = static_cast<int64_t>((raw ^ span.sign) - span.sign);
-        const uint64_t magnitude = v < 0 ? -static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
-        sum += v;
-        squares += magnitude * magnitude;
-        lo = v < lo ? v : lo;
-        hi = v > hi ? v : hi;
+    for (int done = 0; done < count;) {
+        const int end = count - done > block ? done + block : count;
+        uint64_t blockSquares = 0;
+        for (; done < end; ++done, p += stride) {
+            const uint64_t raw = (loadLE<Load>(p, span.bytes) >> span.shift) & span.mask;
+            const auto v = static_cast<int64_t>((raw ^ span.sign) - span.sign);
+            // A negative value's square is the same modulo 2^64, and it fits.
+            const auto u = static_cast<uint64_t>(v);
+            sum += v;
+            blockSquares += u * u;
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
+        }
+        squares += blockSquares;
     }
     return ColumnSums{sum, squares, lo, hi};
 }
@@ -241,6 +253,19 @@ const char* RawLineParser::modAsString(int mode)
     }
 }
 
+bool RawLineParser::sameLayout(const RawLineParser& other) const
+{
+    if (dtyp != other.dtyp || mod != other.mod || bpp != other.bpp ||
+        cols.size() != other.cols.size())
+        return false;
+    for (std::size_t i = 0; i < cols.size(); ++i) {
+        const ColDef &a = cols[i], &b = other.cols[i];
+        if (a.bits != b.bits || a.flags != b.flags || a.offset != b.offset || a.name != b.name)
+            return false;
+    }
+    return true;
+}
+
 RawLineParser::ColDef RawLineParser::getColDef(int index) const
 {
     if (index < 0 || index >= colCount())
@@ -284,19 +309,19 @@ void RawLineParser::calc(const char* bytes, int count, AvrStd& out) const
         case 0:
             break; // every bit lies beyond the record: all values are 0
         case 1:
-            sums = accumulate<1>(base, count, s, span);
+            sums = accumulate<1>(base, count, s, span, cols[c].bits);
             break;
         case 2:
-            sums = accumulate<2>(base, count, s, span);
+            sums = accumulate<2>(base, count, s, span, cols[c].bits);
             break;
         case 4:
-            sums = accumulate<4>(base, count, s, span);
+            sums = accumulate<4>(base, count, s, span, cols[c].bits);
             break;
         case 8:
-            sums = accumulate<8>(base, count, s, span);
+            sums = accumulate<8>(base, count, s, span, cols[c].bits);
             break;
         default:
-            sums = accumulate<kByteWise>(base, count, s, span);
+            sums = accumulate<kByteWise>(base, count, s, span, cols[c].bits);
             break;
         }
         // Exact: count * sum of squares - sum^2 is count^2 times the

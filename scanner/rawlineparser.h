@@ -85,6 +85,9 @@ public:
     int datatyp() const { return dtyp; }
     mod_t mode() const { return static_cast<mod_t>(mod); }
     bool empty() const { return cols.empty(); }
+    // Whether `other` was detected to the same columns for the same
+    // (datatyp, mode); the stride is not compared.
+    bool sameLayout(const RawLineParser& other) const;
 
     // Raw value of column `col` of pixel `row` of a line whose pixel records
     // start at `bytes` and are stride() apart; sign-extended for signed
