@@ -87,7 +87,6 @@ public:
     void postText(const QString& text);
 
     Counters counters() const;
-    const Limits& limits() const { return bounds; }
 
 private slots:
     // The drain event: runs on the queue's thread.
