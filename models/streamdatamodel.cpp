@@ -69,16 +69,11 @@ bool StreamDataModel::setData(const QModelIndex&, const QVariant& value, int)
 {
     QMutexLocker locker(&mutex);
     LineType line;
-    {
-        std::lock_guard<std::mutex> handover(lineHandoverLock());
-        if (value.canConvert<LineType>())
-            line = value.value<LineType>();
-    }
+    if (value.canConvert<LineType>())
+        line = value.value<LineType>();
     current = line;
     if (!current)
         return true;
-    // Taking the line in frees its slot in the receiver's overload bound.
-    current->releaseInFlight();
 
     rows = current->rowCount();
     columns = current->parser ? current->parser->colCount() : 0;

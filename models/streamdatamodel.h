@@ -17,8 +17,9 @@ namespace vxlindral {
 // Ownership: the main window holds one per port by shared pointer; the
 // receiver of that port holds another reference. Lines are shared handles.
 // Threads: GUI thread for everything, except setSeries() which the receive
-// thread calls. setData() is reached by a queued call from the receiver and
-// holds the model's mutex; the read operations take no lock.
+// thread calls and notifyStatistic, which the receiver emits from its thread.
+// setData() is called by the receiver's LineQueue when it drains on the GUI
+// thread and holds the model's mutex; the read operations take no lock.
 class StreamDataModel : public QAbstractListModel
 {
     Q_OBJECT

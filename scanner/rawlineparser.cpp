@@ -1,6 +1,8 @@
 #include "scanner/rawlineparser.h"
 
+#include <algorithm>
 #include <cinttypes>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -97,6 +99,107 @@ int64_t toValue(uint64_t raw, const ColDef& c)
     return static_cast<int64_t>(raw);
 }
 
+// Where one column lies in a record, resolved once per calc(): a single
+// little-endian load of `load` bytes (1, 2, 4 or 8) at `start` that covers
+// the column's bytes inside the record and never leaves it, then a shift, a
+// mask and a sign extension. `load` 0: the column lies wholly beyond the
+// record; kByteWise: no such load fits (a record narrower than the load),
+// the column's bytes are read one by one.
+constexpr int kByteWise = 3;
+
+struct ColumnSpan
+{
+    int load = 0;
+    int64_t start = 0;
+    int bytes = 0; // kByteWise: bytes read from `start`
+    unsigned shift = 0;
+    uint64_t mask = 0;
+    uint64_t sign = 0; // the sign bit of a signed column, 0 otherwise
+};
+
+ColumnSpan spanOf(const ColDef& c, int stride)
+{
+    ColumnSpan span;
+    // Columns are 1 to 32 bits wide (the catalogue has no other), so a
+    // column's bytes and its shift fit one 64-bit load.
+    if (c.bits <= 0 || c.bits > 32 || c.offset < 0)
+        return span;
+    const int64_t first = c.offset / 8;
+    if (first >= stride)
+        return span;
+    // Bytes beyond the record read as 0: they are simply not loaded.
+    const int64_t last = std::min<int64_t>((c.offset + c.bits - 1) / 8, stride - 1);
+    const int bytes = static_cast<int>(last - first + 1);
+    int width = 1;
+    while (width < bytes)
+        width *= 2;
+    if (width <= stride) {
+        span.load = width;
+        span.start = std::min<int64_t>(first, stride - width);
+    } else {
+        span.load = kByteWise;
+        span.start = first;
+        span.bytes = bytes;
+    }
+    span.shift = static_cast<unsigned>((first - span.start) * 8 + c.offset % 8);
+    span.mask = (uint64_t(1) << c.bits) - 1;
+    span.sign = c.isSigned() ? uint64_t(1) << (c.bits - 1) : 0;
+    return span;
+}
+
+template <int Load> uint64_t loadLE(const unsigned char* p, int bytes)
+{
+    uint64_t v = 0;
+    if (Load == kByteWise) {
+        for (int b = bytes - 1; b >= 0; --b)
+            v = (v << 8) | p[b];
+    } else {
+        std::memcpy(&v, p, Load); // the host is little-endian, as the wire is
+    }
+    return v;
+}
+
+struct ColumnSums
+{
+    int64_t sum = 0;
+    unsigned __int128 squares = 0;
+    int64_t lo = 0, hi = 0;
+};
+
+// Exact integer sums of one column over `count` records, as four independent
+// chains. With at most 32-bit values and an int count neither the sum (below
+// 2^63) nor the sum of squares (below 2^95) can overflow. The squares are
+// summed in 64 bits over as many records as cannot overflow there (all of
+// them for columns of up to 16 bits), then carried into 128 bits.
+template <int Load>
+ColumnSums accumulate(const unsigned char* base, int count, int stride, const ColumnSpan& span,
+                      int bits)
+{
+    // Squares of `bits`-bit values: 2^(64 - 2 bits) of them fit 64 bits.
+    const int spare = 64 - 2 * bits; // bits is 1..32 here
+    const int block = spare >= 31 ? count : 1 << spare;
+    const unsigned char* p = base + span.start;
+    int64_t sum = 0;
+    unsigned __int128 squares = 0;
+    int64_t lo = INT64_MAX, hi = INT64_MIN;
+    for (int done = 0; done < count;) {
+        const int end = count - done > block ? done + block : count;
+        uint64_t blockSquares = 0;
+        for (; done < end; ++done, p += stride) {
+            const uint64_t raw = (loadLE<Load>(p, span.bytes) >> span.shift) & span.mask;
+            const auto v = static_cast<int64_t>((raw ^ span.sign) - span.sign);
+            // A negative value's square is the same modulo 2^64, and it fits.
+            const auto u = static_cast<uint64_t>(v);
+            sum += v;
+            blockSquares += u * u;
+            lo = v < lo ? v : lo;
+            hi = v > hi ? v : hi;
+        }
+        squares += blockSquares;
+    }
+    return ColumnSums{sum, squares, lo, hi};
+}
+
 } // namespace
 
 bool RawLineParser::detect(int datatyp, mod_t mode, bool extended)
@@ -150,6 +253,19 @@ const char* RawLineParser::modAsString(int mode)
     }
 }
 
+bool RawLineParser::sameLayout(const RawLineParser& other) const
+{
+    if (dtyp != other.dtyp || mod != other.mod || bpp != other.bpp ||
+        cols.size() != other.cols.size())
+        return false;
+    for (std::size_t i = 0; i < cols.size(); ++i) {
+        const ColDef &a = cols[i], &b = other.cols[i];
+        if (a.bits != b.bits || a.flags != b.flags || a.offset != b.offset || a.name != b.name)
+            return false;
+    }
+    return true;
+}
+
 RawLineParser::ColDef RawLineParser::getColDef(int index) const
 {
     if (index < 0 || index >= colCount())
@@ -171,39 +287,54 @@ int64_t RawLineParser::value(const char* bytes, int row, int col) const
 RawLineParser::AvrStd RawLineParser::calc(const char* bytes, int count) const
 {
     AvrStd r;
+    calc(bytes, count, r);
+    return r;
+}
+
+void RawLineParser::calc(const char* bytes, int count, AvrStd& out) const
+{
     const std::size_t n = cols.size();
-    r.avr.assign(n, 0.0);
-    r.sdev.assign(n, 0.0);
-    r.min.assign(n, 0.0);
-    r.max.assign(n, 0.0);
-    if (!bytes || count <= 0 || n == 0 || stride() <= 0)
-        return r;
+    out.avr.assign(n, 0.0);
+    out.sdev.assign(n, 0.0);
+    out.min.assign(n, 0.0);
+    out.max.assign(n, 0.0);
     const int s = stride();
+    if (!bytes || count <= 0 || n == 0 || s <= 0)
+        return;
     const auto* base = reinterpret_cast<const unsigned char*>(bytes);
     for (std::size_t c = 0; c < n; ++c) {
-        const ColDef& cd = cols[c];
-        // Welford's update: one pass, numerically stable.
-        double mean = 0.0, m2 = 0.0;
-        double lo = 0.0, hi = 0.0;
-        const unsigned char* rec = base;
-        for (int i = 0; i < count; ++i, rec += s) {
-            const double v = static_cast<double>(toValue(fieldBits(rec, s, cd), cd));
-            if (i == 0) {
-                lo = hi = v;
-            } else {
-                lo = v < lo ? v : lo;
-                hi = v > hi ? v : hi;
-            }
-            const double d = v - mean;
-            mean += d / (i + 1);
-            m2 += d * (v - mean);
+        const ColumnSpan span = spanOf(cols[c], s);
+        ColumnSums sums;
+        switch (span.load) {
+        case 0:
+            break; // every bit lies beyond the record: all values are 0
+        case 1:
+            sums = accumulate<1>(base, count, s, span, cols[c].bits);
+            break;
+        case 2:
+            sums = accumulate<2>(base, count, s, span, cols[c].bits);
+            break;
+        case 4:
+            sums = accumulate<4>(base, count, s, span, cols[c].bits);
+            break;
+        case 8:
+            sums = accumulate<8>(base, count, s, span, cols[c].bits);
+            break;
+        default:
+            sums = accumulate<kByteWise>(base, count, s, span, cols[c].bits);
+            break;
         }
-        r.avr[c] = mean;
-        r.sdev[c] = std::sqrt(m2 / count); // population standard deviation
-        r.min[c] = lo;
-        r.max[c] = hi;
+        // Exact: count * sum of squares - sum^2 is count^2 times the
+        // population variance, computed without rounding.
+        const auto magnitude = static_cast<unsigned __int128>(
+            sums.sum < 0 ? -static_cast<uint64_t>(sums.sum) : static_cast<uint64_t>(sums.sum));
+        const unsigned __int128 spread =
+            static_cast<unsigned __int128>(count) * sums.squares - magnitude * magnitude;
+        out.avr[c] = static_cast<double>(sums.sum) / count;
+        out.sdev[c] = std::sqrt(static_cast<double>(spread)) / count;
+        out.min[c] = static_cast<double>(sums.lo);
+        out.max[c] = static_cast<double>(sums.hi);
     }
-    return r;
 }
 
 int RawLineParser::valueAsString(char* buffer, int size, const char* bytes, int row, int col,

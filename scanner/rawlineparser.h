@@ -63,7 +63,12 @@ public:
     const char* modAsString() const;
     static const char* modAsString(int mode);
 
+    // Mean, population standard deviation, minimum and maximum of every
+    // column over `count` records of stride() bytes at `bytes`. Computed from
+    // exact integer sums, so the result does not depend on the records' order.
     AvrStd calc(const char* bytes, int count) const;
+    // The same into `out`, reusing its arrays' storage.
+    void calc(const char* bytes, int count, AvrStd& out) const;
 
     // Record size in bytes of the lines this parser reads (the line's bpp,
     // which may exceed the layout's bytes per pixel). 0 means
@@ -80,6 +85,9 @@ public:
     int datatyp() const { return dtyp; }
     mod_t mode() const { return static_cast<mod_t>(mod); }
     bool empty() const { return cols.empty(); }
+    // Whether `other` was detected to the same columns for the same
+    // (datatyp, mode); the stride is not compared.
+    bool sameLayout(const RawLineParser& other) const;
 
     // Raw value of column `col` of pixel `row` of a line whose pixel records
     // start at `bytes` and are stride() apart; sign-extended for signed

@@ -46,6 +46,7 @@ void VxLinedataStream::OnRAWData(const strmsocket::VxStreamDeviceInfo& device, c
     current.bytes = count > 0 ? data : nullptr;
     currentCount = count;
     selected = 0;
+    forgetPrepared(); // another line: its pixel count and the headers may differ
     struct Forget
     {
         VxLinedataStream* s;
@@ -54,6 +55,7 @@ void VxLinedataStream::OnRAWData(const strmsocket::VxStreamDeviceInfo& device, c
             // The line's buffer is gone after the callback.
             s->current.bytes = nullptr;
             s->currentCount = 0;
+            s->forgetPrepared();
         }
     } forget{this};
     UDPLinedataStream::OnRAWData(device, packet, info, data, end, count, length);
@@ -62,11 +64,6 @@ void VxLinedataStream::OnRAWData(const strmsocket::VxStreamDeviceInfo& device, c
 VxSHeader* VxLinedataStream::GetVxSHeader(unsigned device)
 {
     return StoredHeader(device);
-}
-
-void VxLinedataStream::Set(unsigned, int pixel)
-{
-    selected = pixel;
 }
 
 VxLinedataStream::Geometry& VxLinedataStream::geometryOf(unsigned device)
@@ -110,9 +107,10 @@ void VxLinedataStream::refresh(Geometry& g, unsigned device)
     g.identity = g.matrix.IsIdentity();
 }
 
-void VxLinedataStream::XYZ0(unsigned device, double& x, double& y, double& z)
+void VxLinedataStream::resolveXYZ0(unsigned device, double& x, double& y, double& z)
 {
     x = y = z = 0.0;
+    forgetPrepared(); // the geometry cache may be rebuilt below
     if (selected < 0 || selected >= currentCount || !current.bytes)
         return;
     Geometry& g = geometryOf(device);
@@ -145,6 +143,11 @@ void VxLinedataStream::XYZ0(unsigned device, double& x, double& y, double& z)
         g.tableAngle0 = a0;
         g.tableIncrement = step;
     }
+    // Until the line ends, XYZ0 for this device only looks the angle up.
+    preparedSin = g.sinT.data();
+    preparedCos = g.cosT.data();
+    preparedMatrix = g.identity ? nullptr : &g.matrix;
+    preparedDevice = device;
     const auto i = static_cast<std::size_t>(selected);
     x = 0.0;
     y = r * g.sinT[i];

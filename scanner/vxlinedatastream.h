@@ -32,9 +32,24 @@ public:
     // The device's file header, or null without one.
     VxSHeader* GetVxSHeader(unsigned device);
     // Selects the pixel of the current line whose coordinates XYZ0 gives.
-    void Set(unsigned device, int pixel);
-    // Coordinates in metres of the pixel last selected by Set.
-    void XYZ0(unsigned device, double& x, double& y, double& z);
+    void Set(unsigned /*device*/, int pixel) { selected = pixel; }
+    // Coordinates in metres of the pixel last selected by Set. The first call
+    // of a line resolves the device's geometry and angle table for the line;
+    // every further call for that device is a table look-up.
+    void XYZ0(unsigned device, double& x, double& y, double& z)
+    {
+        const auto i = static_cast<unsigned>(selected);
+        if (preparedSin && device == preparedDevice && i < static_cast<unsigned>(currentCount)) {
+            const double r = current.range(selected) * 0.001;
+            x = 0.0;
+            y = r * preparedSin[i];
+            z = r * preparedCos[i];
+            if (preparedMatrix)
+                preparedMatrix->Apply(x, y, z);
+            return;
+        }
+        resolveXYZ0(device, x, y, z);
+    }
 
     // Devices whose geometry is cached at once; beyond, the cache starts over.
     static constexpr std::size_t kMaxGeometries = 64;
@@ -43,6 +58,10 @@ private:
     struct Geometry;
     Geometry& geometryOf(unsigned device);
     void refresh(Geometry& g, unsigned device);
+    // XYZ0 without a prepared table: resolves the geometry, prepares the
+    // table for the current line when it can, and gives the coordinates.
+    void resolveXYZ0(unsigned device, double& x, double& y, double& z);
+    void forgetPrepared() { preparedSin = preparedCos = nullptr; }
     std::map<unsigned, Geometry*> geometries;
     Geometry* lastGeometry = nullptr; // the one XYZ0 used last
     unsigned lastDevice = 0;
@@ -50,4 +69,10 @@ private:
     vxs::RawPixel current;
     int currentCount = 0;
     int selected = 0;
+    // The current line's angle table and transform for preparedDevice (null
+    // sin/cos: nothing prepared; null matrix: identity).
+    const double* preparedSin = nullptr;
+    const double* preparedCos = nullptr;
+    const VxTRMatrix* preparedMatrix = nullptr;
+    unsigned preparedDevice = 0;
 };

@@ -14,8 +14,9 @@ const char* GlobalLineParser::modeName() const
     return parser.modAsString();
 }
 
-std::shared_ptr<vx::RawLineParser> GlobalLineParser::update(int datatyp, int mode, int bpp,
-                                                            const char** previousModeName)
+std::shared_ptr<vx::RawLineParser>
+GlobalLineParser::update(int datatyp, int mode, int bpp, const char** previousModeName,
+                         std::shared_ptr<vx::RawLineParser> reuse)
 {
     // Check, detection and copy form one step, so that a receiver of another
     // port cannot change the layout between this line's detection and its copy.
@@ -31,6 +32,8 @@ std::shared_ptr<vx::RawLineParser> GlobalLineParser::update(int datatyp, int mod
             parser.reset();
         }
     }
+    if (reuse && reuse->sameLayout(parser))
+        return reuse;
     return std::make_shared<vx::RawLineParser>(parser);
 }
 

@@ -21,10 +21,13 @@ public:
     const char* modeName() const;
 
     // Brings the layout up to date for a line of (datatyp, mode, bpp) and
-    // returns a private copy of it. `previousModeName` receives the mode name
-    // as it was before this line (the name shown with the line).
+    // returns a private copy of it: `reuse` itself when that copy already has
+    // the same layout (lines of one layout then share one copy that nobody
+    // changes), else a new one. `previousModeName` receives the mode name as
+    // it was before this line (the name shown with the line).
     std::shared_ptr<vx::RawLineParser> update(int datatyp, int mode, int bpp,
-                                              const char** previousModeName);
+                                              const char** previousModeName,
+                                              std::shared_ptr<vx::RawLineParser> reuse = {});
 
     // A copy of the current layout (tests, diagnostics).
     vx::RawLineParser snapshot() const;

@@ -19,10 +19,4 @@ int registerLineType()
     return id;
 }
 
-std::mutex& lineHandoverLock()
-{
-    static auto* lock = new std::mutex;
-    return *lock;
-}
-
 } // namespace vxlindral

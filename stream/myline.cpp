@@ -8,18 +8,22 @@ MyLine::MyLine()
     flags = 200;
 }
 
-MyLine::~MyLine()
-{
-    // A line whose queued hand-over was dropped must not keep its slot.
-    releaseInFlight();
-}
+MyLine::~MyLine() = default;
 
-void MyLine::releaseInFlight()
+std::size_t MyLine::footprint() const
 {
-    if (released.exchange(true, std::memory_order_acq_rel))
-        return;
-    if (inFlight)
-        inFlight->fetch_sub(1, std::memory_order_acq_rel);
+    std::size_t bytes =
+        sizeof(MyLine) + points.capacity() * sizeof(vxs::VxPt) + header.capacity() +
+        data.capacity() +
+        (avr.capacity() + sdev.capacity() + min.capacity() + max.capacity()) * sizeof(double);
+    // Raw bytes up to ByteVector::kInline live inside the point; all points
+    // of a line have the same bpp, so the first one tells whether any
+    // point's bytes are out of line.
+    if (!points.empty() && points.front().raw.capacity() > vxs::ByteVector::kInline) {
+        for (const vxs::VxPt& pt : points)
+            bytes += pt.raw.capacity();
+    }
+    return bytes;
 }
 
 } // namespace vxlindral

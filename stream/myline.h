@@ -2,7 +2,7 @@
 #include "scanner/rawlineparser.h"
 #include "scanner/vxptline.h"
 
-#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -11,7 +11,8 @@ namespace vxlindral {
 
 // One received scan line: header bytes, pixel bytes, decoded points, its own
 // copy of the column layout and the per-column statistics.
-// Ownership: shared through LineType; freed when the last holder lets go.
+// Ownership: shared through LineType; freed (or, when it came from a
+// LinePool, returned there) when the last holder lets go.
 // Threads: built on the receive thread, then read-only and readable from any
 // thread.
 class MyLine : public vxs::VxPtLine
@@ -22,23 +23,18 @@ public:
 
     int rowCount() const { return pixel; }
 
-    std::vector<uint8_t> data;                  // count x bpp pixel bytes
-    std::shared_ptr<vx::RawLineParser> parser;  // layout current when the line arrived
-    int pixel = 0;                              // pixel count announced by the line
-    std::vector<double> avr;                    // per-column mean
-    std::vector<double> sdev;                   // per-column standard deviation
-    std::vector<double> min;                    // per-column minimum
-    std::vector<double> max;                    // per-column maximum
+    // Bytes this line holds: the record itself and the capacity of every
+    // buffer it owns (points with their out-of-line raw bytes, header, pixel
+    // bytes, statistics). The layout is shared and not counted.
+    std::size_t footprint() const;
 
-    // Overload bound: set by the receiver when it hands the line over; the
-    // model releases it when it takes the line in (see LineTicket).
-    std::shared_ptr<std::atomic<int>> inFlight;
-    // Releases the in-flight slot once (acquire-release, so the GUI thread
-    // sees everything the receive thread wrote). Safe to call more than once.
-    void releaseInFlight();
-
-private:
-    std::atomic<bool> released{false};
+    std::vector<uint8_t> data;                 // count x bpp pixel bytes
+    std::shared_ptr<vx::RawLineParser> parser; // layout current when the line arrived
+    int pixel = 0;                             // pixel count announced by the line
+    std::vector<double> avr;                   // per-column mean
+    std::vector<double> sdev;                  // per-column standard deviation
+    std::vector<double> min;                   // per-column minimum
+    std::vector<double> max;                   // per-column maximum
 };
 
 } // namespace vxlindral

@@ -4,15 +4,13 @@
 #include "scanner/tickcount.h"
 #include "stream/devicetransform.h"
 #include "stream/globallineparser.h"
-#include "stream/linetype.h"
+#include "stream/linepool.h"
 #include "stream/myline.h"
 
-#include <QMetaObject>
-#include <QModelIndex>
 #include <QMutexLocker>
 #include <QString>
-#include <QVariant>
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
@@ -20,7 +18,18 @@ namespace vxlindral {
 
 std::atomic<uint32_t> MyVxLinedataStream::lastTick{0};
 
-MyVxLinedataStream::MyVxLinedataStream() : inFlight(std::make_shared<std::atomic<int>>(0)) {}
+namespace {
+// Every information text fits: nine lines of short numbers, the sender's
+// address and a mode name.
+constexpr int kTextBuffer = 512;
+} // namespace
+
+MyVxLinedataStream::MyVxLinedataStream() : MyVxLinedataStream(LineQueue::Limits()) {}
+
+MyVxLinedataStream::MyVxLinedataStream(const LineQueue::Limits& handover)
+    : queue(std::make_unique<LineQueue>(handover)), pool(LinePool::create())
+{
+}
 
 MyVxLinedataStream::~MyVxLinedataStream()
 {
@@ -31,7 +40,7 @@ MyVxLinedataStream::~MyVxLinedataStream()
 
 bool MyVxLinedataStream::setModel(std::shared_ptr<StreamDataModel> newModel, int port)
 {
-    std::atomic_store(&model, std::move(newModel));
+    queue->setModel(std::move(newModel));
     return Connect(port, std::string());
 }
 
@@ -46,30 +55,17 @@ void MyVxLinedataStream::OnMessagesLost(int) {}
 void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
                                    const strmsocket::LineRawInfo& info, const char* data, int count)
 {
-    const std::shared_ptr<StreamDataModel> target = std::atomic_load(&model);
+    const std::shared_ptr<StreamDataModel> target = queue->model();
     const uint32_t thisFrame = frame.load(std::memory_order_relaxed);
     frame.store(thisFrame + 1, std::memory_order_relaxed);
 
-    // The GUI thread has not taken in the lines already handed over: drop
-    // this one before any work, so that a slow GUI bounds memory and load.
-    if (inFlight->load(std::memory_order_acquire) >= kMaxInFlight) {
-        skipped.fetch_add(1, std::memory_order_relaxed);
-        return;
-    }
-
+    // The texts are formatted in one go into one buffer: the same text as
+    // QString::arg with decimal numbers gives, built with one allocation.
+    char text[kTextBuffer];
     if (!format.decode(&info)) {
         if (target) {
-            // The text of a rejected line is handed over like a line: it takes
-            // a slot until the GUI thread has delivered it, so a fast stream of
-            // undecodable lines cannot pile up texts without bound either.
-            inFlight->fetch_add(1, std::memory_order_acq_rel);
-            emit target->notifyStatistic(QStringLiteral("unknown data\n") +
-                                         QStringLiteral("frame %1\n").arg(thisFrame));
-            // Queued behind the text's own delivery to the same thread.
-            QMetaObject::invokeMethod(
-                target.get(),
-                [pending = inFlight] { pending->fetch_sub(1, std::memory_order_acq_rel); },
-                Qt::QueuedConnection);
+            const int n = std::snprintf(text, sizeof text, "unknown data\nframe %u\n", thisFrame);
+            queue->postText(QString::fromLatin1(text, n));
         }
         return;
     }
@@ -79,29 +75,29 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
         std::memcpy(&serie, packet + 4, sizeof serie);
 
     // The layout is brought up to date here, but the text names the mode of
-    // the layout detected before this line.
+    // the layout detected before this line. A copy of the previous line's
+    // layout serves again while nothing changed (its stride included).
+    const int32_t bpp = format.bpp;
     const char* modeName = nullptr;
-    std::shared_ptr<vx::RawLineParser> layout =
-        GlobalLineParser::instance().update(format.datatyp, format.mode, format.bpp, &modeName);
+    layout = GlobalLineParser::instance().update(
+        format.datatyp, format.mode, bpp, &modeName,
+        layout && layout->stride() == bpp ? std::move(layout) : nullptr);
+    // The line's layout reads whole records of the line's bpp, and never
+    // beyond one: a layout wider than the records reads its missing columns
+    // as 0 instead of reading into the next pixel (or past the line).
+    if (layout->stride() != bpp)
+        layout->setStride(bpp); // a new copy, not yet shared
 
-    QString text;
-    text.reserve(192);
-    text += QStringLiteral("frame %1\n").arg(thisFrame);
-    text += QStringLiteral("ip %1\n").arg(
-        QString::fromLatin1(device.ip, static_cast<int>(strnlen(device.ip, sizeof device.ip))));
-    text += QStringLiteral("protokoll %1 %2\n").arg(format.protocol).arg(format.subProtocol);
-    text += QStringLiteral("datatyp %1\n").arg(format.datatyp);
-    text += QStringLiteral("serie %1\n").arg(serie);
-    text += QStringLiteral("pixel %1\n").arg(format.pixel);
-    text += QStringLiteral("bpp %1\n").arg(format.bpp);
-    text += QStringLiteral("lineheadersize %1\n").arg(format.lineheadersize);
-    text += QStringLiteral("mode %1 - %2\n")
-                .arg(format.mode)
-                .arg(modeName ? QString::fromLatin1(modeName) : QString());
-
+    const int n =
+        std::snprintf(text, sizeof text,
+                      "frame %u\nip %.*s\nprotokoll %u %u\ndatatyp %d\nserie %u\npixel %d\nbpp %d\n"
+                      "lineheadersize %d\nmode %d - %s\n",
+                      thisFrame, static_cast<int>(strnlen(device.ip, sizeof device.ip)), device.ip,
+                      format.protocol, format.subProtocol, format.datatyp, serie, format.pixel, bpp,
+                      format.lineheadersize, format.mode, modeName ? modeName : "");
     if (target) {
         target->setSeries(static_cast<int>(serie));
-        emit target->notifyStatistic(text);
+        queue->postText(QString::fromLatin1(text, std::min(n, kTextBuffer - 1)));
     }
 
     // A negative header size passes the decode limits but cannot be copied.
@@ -109,27 +105,26 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
         throw std::length_error("cannot create std::vector larger than max_size()");
 
     const int32_t headerSize = format.lineheadersize;
-    const int32_t bpp = format.bpp;
     const int32_t pixel = format.pixel;
-    const char* lineBytes = data ? data : format.bytes;
+    // As bytes of the vectors' own type, so that the copies are plain
+    // memory copies.
+    const auto* lineBytes = reinterpret_cast<const uint8_t*>(data ? data : format.bytes);
 
-    auto line = std::make_unique<MyLine>();
-    line->header.assign(lineBytes, lineBytes + headerSize);
-    // The line's layout reads whole records of the line's bpp, and never
-    // beyond one: a layout wider than the records reads its missing columns
-    // as 0 instead of reading into the next pixel (or past the line).
-    layout->setStride(bpp);
-    line->parser = std::move(layout);
-    line->pixel = pixel;
+    LineType handle = pool->acquire();
+    MyLine& line = *handle;
+    line.header.assign(lineBytes, lineBytes + headerSize);
+    line.parser = layout;
+    line.pixel = pixel;
     const std::size_t pixelBytes =
         static_cast<std::size_t>(std::max(count, 0)) * static_cast<std::size_t>(bpp);
-    line->data.assign(lineBytes + headerSize, lineBytes + headerSize + pixelBytes);
+    line.data.assign(lineBytes + headerSize, lineBytes + headerSize + pixelBytes);
 
+    // A recycled line keeps its points' storage: every point is overwritten.
     const vxs::RawPixel px = format.pixels();
-    line->points.reserve(static_cast<std::size_t>(pixel));
+    line.points.resize(static_cast<std::size_t>(pixel));
+    vxs::VxPt* points = line.points.data();
     for (int i = 0; i < pixel; ++i) {
-        line->points.emplace_back();
-        vxs::VxPt& pt = line->points.back();
+        vxs::VxPt& pt = points[i];
         pt.raw.assign(px.pixel(i), static_cast<std::size_t>(bpp));
         pt.intensity = px.intensity(i);
         pt.range = px.range(i) * 0.001;
@@ -140,38 +135,24 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
         pt.y = y;
         pt.z = z;
         pt.valid = 1;
+        pt.reject = 0;
     }
 
     // Statistics over the records actually copied (the announced pixel count
     // and the delivered count agree for every line the library hands out).
     const int records = std::min(pixel, count);
-    vx::RawLineParser::AvrStd stats =
-        line->parser->calc(reinterpret_cast<const char*>(line->data.data()), std::max(records, 0));
-    line->avr = std::move(stats.avr);
-    line->sdev = std::move(stats.sdev);
-    line->min = std::move(stats.min);
-    line->max = std::move(stats.max);
+    layout->calc(reinterpret_cast<const char*>(line.data.data()), std::max(records, 0), stats);
+    // Swapped, not copied: the working arrays take the recycled line's storage.
+    line.avr.swap(stats.avr);
+    line.sdev.swap(stats.sdev);
+    line.min.swap(stats.min);
+    line.max.swap(stats.max);
 
     lastTick.store(static_cast<uint32_t>(vxtools::gettickcount()), std::memory_order_relaxed);
 
-    deliverLine(std::move(line), target);
-}
-
-void MyVxLinedataStream::deliverLine(std::unique_ptr<MyLine> line,
-                                     const std::shared_ptr<StreamDataModel>& to)
-{
-    if (!line || !to)
-        return; // the line is freed here
-    // The slot is taken before the hand-over and given back when the model
-    // takes the line in, or when the line dies on the way.
-    inFlight->fetch_add(1, std::memory_order_acq_rel);
-    line->inFlight = inFlight;
-    const LineType handle(line.release());
-    registerLineType();
-    std::lock_guard<std::mutex> handover(lineHandoverLock());
-    QMetaObject::invokeMethod(to.get(), "setData", Qt::QueuedConnection,
-                              Q_ARG(QModelIndex, QModelIndex()),
-                              Q_ARG(QVariant, QVariant::fromValue(handle)));
+    // Without a model the line goes straight back to the pool.
+    if (target)
+        queue->push(std::move(handle));
 }
 
 void MyVxLinedataStream::OnRAWFileHeaderBuf(const strmsocket::VxStreamDeviceInfo& device,

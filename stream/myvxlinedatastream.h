@@ -1,6 +1,8 @@
 #pragma once
+#include "scanner/rawlineparser.h"
 #include "scanner/vxlinedatastream.h"
 #include "stream/lineformat.h"
+#include "stream/linequeue.h"
 
 #include <QMutex>
 #include <atomic>
@@ -9,29 +11,31 @@
 
 namespace vxlindral {
 
-class MyLine;
+class LinePool;
 class StreamDataModel;
 
 // The line-data socket of one port: checks and decodes every raw line the
 // library delivers, emits the line's stream information text through the
 // model's notifyStatistic, builds a MyLine and hands it to the model on the
-// GUI thread with a queued setData call. File headers update the device
-// transforms (DeviceTransform).
+// GUI thread through its LineQueue (bounded by memory and age; the newest
+// line always gets through). File headers update the device transforms
+// (DeviceTransform).
 //
-// Overload bound: at most kMaxInFlight lines may be queued towards the model
-// and not yet taken in (the text of a rejected line counts as one until it has
-// been delivered). A raw line arriving while that many are in flight is
-// counted in the frame counter and as skipped, and is otherwise dropped.
+// Lines come from the receiver's LinePool and go back there when their last
+// handle goes, so that in steady state a line costs neither allocation nor
+// fresh pages; lines of one layout share one copy of it.
 //
-// Ownership: held by value by StreamDataController; shares the model.
-// Threads: setModel(), stop() and destruction on the GUI thread; the
-// callbacks on the library's receive thread; the counters from any thread.
+// Ownership: held by value by StreamDataController; owns its queue, shares
+// the model and its pool (with the lines it handed out).
+// Threads: construction, setModel(), stop() and destruction on the GUI
+// thread; the callbacks on the library's receive thread; the counters from
+// any thread.
 class MyVxLinedataStream : public VxLinedataStream
 {
 public:
-    static constexpr int kMaxInFlight = 4;
-
     MyVxLinedataStream();
+    // With other bounds for the hand-over (tests).
+    explicit MyVxLinedataStream(const LineQueue::Limits& handover);
     ~MyVxLinedataStream() override;
 
     // Makes `model` the receiver of lines and connects the socket to `port`
@@ -46,26 +50,26 @@ public:
                    const strmsocket::LineRawInfo& info, const char* data, int count) override;
     void OnMessagesLost(int count) override;
 
-    // Raw lines seen (good or bad, skipped included).
+    // Raw lines seen (good or bad).
     uint32_t frames() const { return frame.load(std::memory_order_relaxed); }
-    // Raw lines dropped because kMaxInFlight lines were in flight.
-    uint64_t skippedLines() const { return skipped.load(std::memory_order_relaxed); }
-    // Lines handed to the model and not yet taken in.
-    int linesInFlight() const { return inFlight->load(std::memory_order_acquire); }
+    // What the hand-over to the GUI thread did: lines taken in, dropped by
+    // cause, texts dropped, lines and bytes waiting.
+    LineQueue::Counters handoverCounters() const { return queue->counters(); }
 
     // Low 32 bits of the tick count taken after the last line built by any
     // receiver of the process.
     static uint32_t lastLineTick() { return lastTick.load(std::memory_order_relaxed); }
 
 private:
-    void deliverLine(std::unique_ptr<MyLine> line, const std::shared_ptr<StreamDataModel>& to);
-
-    std::shared_ptr<StreamDataModel> model; // access through std::atomic_load/store
     std::atomic<uint32_t> frame{0};
     LineFormat format;
-    QMutex mutex; // taken by the file-header callback
-    std::shared_ptr<std::atomic<int>> inFlight;
-    std::atomic<uint64_t> skipped{0};
+    QMutex mutex;                     // taken by the file-header callback
+    std::unique_ptr<LineQueue> queue; // holds the model
+    std::shared_ptr<LinePool> pool;
+    // Receive thread only: the layout copy of the previous line (shared by
+    // the lines built with it) and the statistics' working arrays.
+    std::shared_ptr<vx::RawLineParser> layout;
+    vx::RawLineParser::AvrStd stats;
 
     static std::atomic<uint32_t> lastTick;
 };

@@ -36,8 +36,9 @@ public:
     Q_INVOKABLE void pauseStream(bool pause);
     Q_INVOKABLE bool isPaused() const;
 
-    // Raw lines the line receiver dropped because the model fell behind.
-    uint64_t skippedLines() const { return lineStream.skippedLines(); }
+    // The hand-over of lines to the model: lines taken in, dropped by cause
+    // (memory, age), texts dropped, lines and bytes waiting.
+    LineQueue::Counters handoverCounters() const { return lineStream.handoverCounters(); }
     // Raw lines the line receiver has seen.
     uint32_t frames() const { return lineStream.frames(); }
     // The library's counters of the line socket.

@@ -1,9 +1,9 @@
 // The real main window in-process, fed over loopback UDP by vxscanner-sim at
 // a series of rates, once with the default views and once with all five open.
 // For each rate it prints the lines the simulator sent, the lines the port's
-// model took in, the lines the receiver skipped because the model fell behind,
-// the peak resident memory and the share of wall time the GUI thread spent on
-// the CPU.
+// model took in, the lines the hand-over to the GUI thread dropped because
+// the window fell behind (by memory or by age), the peak resident memory and
+// the share of wall time the GUI thread spent on the CPU.
 //
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
@@ -103,11 +103,15 @@ void runSet(const QString& set, const Options& opt, const QString& simPath)
 
     std::printf("\nviews: %s (%d pixels per line, %.1f s per rate)\n", qPrintable(set), opt.pixels,
                 opt.duration);
-    std::printf("%8s %9s %9s %9s %8s %9s %9s %8s\n", "rate/s", "sent", "taken", "skipped", "taken%",
+    const auto dropped = [&controller] {
+        const vxlindral::LineQueue::Counters c = controller->handoverCounters();
+        return c.droppedMemory + c.droppedAge;
+    };
+    std::printf("%8s %9s %9s %9s %8s %9s %9s %8s\n", "rate/s", "sent", "taken", "dropped", "taken%",
                 "rss MiB", "peak MiB", "gui busy");
     for (int rate : opt.rates) {
         const quint64 takenBefore = taken;
-        const quint64 skippedBefore = controller->skippedLines();
+        const quint64 droppedBefore = dropped();
         QProcess sim;
         sim.setProcessChannelMode(QProcess::MergedChannels);
         sim.start(simPath, {"--host", "127.0.0.1", "--port", "6101", "--rate",
@@ -131,10 +135,10 @@ void runSet(const QString& set, const Options& opt, const QString& simPath)
             QRegularExpression(R"(total [0-9.]+ s: (\d+) lines)").match(out);
         const quint64 sent = m.hasMatch() ? m.captured(1).toULongLong() : 0;
         const quint64 got = taken - takenBefore;
-        const quint64 skipped = controller->skippedLines() - skippedBefore;
+        const quint64 lost = dropped() - droppedBefore;
         std::printf("%8d %9llu %9llu %9llu %7.1f%% %9.1f %9.1f %7.1f%%\n", rate,
                     static_cast<unsigned long long>(sent), static_cast<unsigned long long>(got),
-                    static_cast<unsigned long long>(skipped), sent ? 100.0 * got / sent : 0.0,
+                    static_cast<unsigned long long>(lost), sent ? 100.0 * got / sent : 0.0,
                     rssMiB(), peakRssMiB(), 100.0 * busyShare);
         std::fflush(stdout);
     }

@@ -154,20 +154,6 @@ private slots:
                      qPrintable(QStringLiteral("%1: %2").arg(r.name, got.toString())));
         }
     }
-    void intakeReleasesInFlightSlotOnce()
-    {
-        auto counter = std::make_shared<std::atomic<int>>(2);
-        LineType a = makeLine({{1, 1}}), b = makeLine({{1, 1}});
-        a->inFlight = b->inFlight = counter;
-        StreamDataModel port;
-        StreamAverageDataModel average;
-        QObject::connect(&port, &StreamDataModel::newLine, &average,
-                         &StreamAverageDataModel::updateNewLine);
-        feed(port, a); // the chained intake must not release again
-        QCOMPARE(counter->load(), 1);
-        b.reset(); // a line dropped on the way gives its slot back
-        QCOMPARE(counter->load(), 0);
-    }
     void statisticFormat()
     {
         // Fields: 0 range (24 bits), 1 intensity (16), 2 quality (8), 9 none.

@@ -4,6 +4,7 @@
 #include "scanner/rawlineparser.h"
 #include "tests/check.h"
 
+#include <algorithm>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -104,6 +105,68 @@ void statisticsAndText()
     CHECK(p.valueAsString(buf, 3, twoPixels, 0, 9, false) == 1 && std::string(buf) == "0");
 }
 
+// calc against a plain two-pass reference over value(): every layout with
+// records of its own size and narrower ones (columns cut at the record's end
+// or wholly beyond it), one and many records, extreme and mixed values.
+void statisticsMatchReference()
+{
+    struct Row
+    {
+        int datatyp, mode;
+        bool extended;
+        int stride, count;
+        char fill; // 'm' mixed bytes, 'f' all 0xFF, 'a' records of 0x00 and 0xFF, 's' 0x80 and 0x7F
+    };
+    const Row rows[] = {
+        {4, 1, true, 12, 1, 'm'},    {4, 1, true, 12, 2048, 'm'},   {4, 1, true, 12, 4096, 'f'},
+        {4, 1, true, 12, 999, 's'},  {4, 1, true, 11, 500, 'a'},    {4, 1, true, 9, 300, 'm'},
+        {2, 5, true, 12, 2048, 'f'}, {2, 5, true, 11, 777, 'm'},    {2, 5, true, 10, 64, 'a'},
+        {2, 5, false, 8, 1, 'f'},    {3, 5, true, 8, 4200, 'm'},    {3, 5, false, 5, 3, 's'},
+        {2, 0, false, 5, 2048, 'm'}, {2, 0, false, 4, 100, 'f'},    {2, 0, false, 3, 100, 'm'},
+        {2, 0, false, 2, 17, 'a'},   {4, 0, false, 8, 199999, 'm'},
+    };
+    RawLineParser::AvrStd reused; // shrinks and grows from row to row
+    uint32_t seed = 12345;
+    for (const Row& r : rows) {
+        vxtest::row = std::to_string(r.datatyp) + "/" + std::to_string(r.mode) +
+                      (r.extended ? " ext" : "") + " stride " + std::to_string(r.stride) + " x" +
+                      std::to_string(r.count) + " " + r.fill;
+        RawLineParser p;
+        CHECK(p.detect(r.datatyp, static_cast<M>(r.mode), r.extended));
+        p.setStride(r.stride);
+        // Exactly count x stride bytes: a read beyond shows under the address sanitizer.
+        std::vector<char> bytes(std::size_t(r.count) * std::size_t(r.stride));
+        for (std::size_t i = 0; i < bytes.size(); ++i) {
+            seed = seed * 1664525u + 1013904223u;
+            const bool odd = (i / std::size_t(r.stride)) % 2;
+            bytes[i] = char(r.fill == 'm'   ? seed >> 24
+                            : r.fill == 'f' ? 0xFF
+                            : r.fill == 'a' ? (odd ? 0xFF : 0x00)
+                                            : (odd ? 0x7F : 0x80));
+        }
+        const auto s = p.calc(bytes.data(), r.count);
+        p.calc(bytes.data(), r.count, reused);
+        CHECK(s.avr.size() == std::size_t(p.colCount()) && reused.avr == s.avr &&
+              reused.sdev == s.sdev && reused.min == s.min && reused.max == s.max);
+        for (int c = 0; c < p.colCount() && c < int(s.avr.size()); ++c) {
+            std::vector<double> v(std::size_t(r.count));
+            for (int i = 0; i < r.count; ++i)
+                v[std::size_t(i)] = double(p.value(bytes.data(), i, c));
+            double sum = 0, squares = 0;
+            for (double x : v)
+                sum += x;
+            const double mean = sum / r.count;
+            for (double x : v)
+                squares += (x - mean) * (x - mean);
+            const double sdev = std::sqrt(squares / r.count);
+            CHECK_NEAR(s.avr[c], mean, 1e-9 * std::max(1.0, std::fabs(mean)));
+            CHECK_NEAR(s.sdev[c], sdev, 1e-9 * std::max(1.0, sdev));
+            CHECK(s.min[c] == *std::min_element(v.begin(), v.end()) &&
+                  s.max[c] == *std::max_element(v.begin(), v.end()));
+        }
+    }
+}
+
 void strideGuard()
 {
     RawLineParser p;
@@ -165,6 +228,7 @@ int main()
 {
     catalogue();
     statisticsAndText();
+    statisticsMatchReference();
     strideGuard();
     headerWords();
     return vxtest::result("tst_rawlineparser");

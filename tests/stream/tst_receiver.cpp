@@ -1,6 +1,7 @@
 // The line receiver fed by the library's message player (no socket): decode
-// limits, pixel decoding, the information text, per-line layouts, the
-// overload bound and file headers; then the controller over loopback UDP.
+// limits, pixel decoding, the information text, per-line layouts, bounded
+// texts, recycled lines and file headers; then the controller over loopback
+// UDP.
 #include "models/streamdatamodel.h"
 #include "scanner/messageplayer.h"
 #include "scanner/udpsocket.h"
@@ -13,6 +14,7 @@
 
 #include <QSignalSpy>
 #include <QtTest>
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
 #include <sys/socket.h>
@@ -39,7 +41,7 @@ struct Bench
     QSignalSpy texts{model.get(), &StreamDataModel::notifyStatistic};
     QSignalSpy lines{model.get(), &StreamDataModel::newLine};
 
-    Bench()
+    explicit Bench(const LineQueue::Limits& limits = LineQueue::Limits()) : receiver(limits)
     {
         receiver.setModel(model, 0);
         receiver.Disconnect(true);
@@ -188,46 +190,65 @@ private slots:
         play(b.receiver, {rawLine(3)});
         QVERIFY(b.lastText().endsWith(QStringLiteral("mode 0 - peak\n")));
     }
-    void rejectedLinesShareTheBound()
+    void textsBeyondTheCap()
     {
-        Bench b;
-        // Undecodable lines (protocol 1.4): each text holds a slot until the
-        // GUI thread has delivered it, so without the event loop four pass.
+        // Nothing runs the event loop: the texts of four undecodable lines
+        // (protocol 1.4) may be on their way, the fifth is held and replaced
+        // by the sixth; the drain hands over the newest.
+        LineQueue::Limits limits;
+        limits.maxTextsInFlight = 4;
+        Bench b(limits);
         const std::vector<char> bad = rawLine(3, 5, 2, 0, {}, 4);
         play(b.receiver, {bad, bad, bad, bad, bad, bad});
         QCOMPARE(b.receiver.frames(), 6u);
         QCOMPARE(b.texts.count(), 4);
-        QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
-        QTRY_COMPARE(b.receiver.linesInFlight(), 0);
+        QCOMPARE(b.receiver.handoverCounters().textsDropped, uint64_t(1));
+        QTRY_COMPARE(b.texts.count(), 5);
+        QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 5\n"));
+        // Delivered: the next text goes straight out again.
         play(b.receiver, {bad});
+        QCOMPARE(b.texts.count(), 6);
         QCOMPARE(b.lastText(), QStringLiteral("unknown data\nframe 6\n"));
     }
-    void layoutsAndOverloadBound()
+    void layoutsPerLineAndRecycledLines()
     {
         Bench b;
-        // Nothing runs the event loop: the queued hand-overs stay in flight, so
-        // of six lines the last two are skipped. The four taken get the basic
-        // layout for bpp 5, the extended one for bpp 8 (wider records), another
-        // datatyp and mode, and none for a pair that has no layout.
+        // Nothing runs the event loop: all six lines wait for the GUI thread.
+        // They get the basic layout for bpp 5, the extended one for bpp 8
+        // (wider records), another datatyp and mode, none for a pair that
+        // has no layout, and the basic one again.
         play(b.receiver, {rawLine(2, 5, 2, 0), rawLine(2, 8, 4, 0), rawLine(2, 12, 4, 1),
-                          rawLine(2, 8, 77, 0), rawLine(2), rawLine(2)});
-        QCOMPARE(b.receiver.frames(), 6u);
-        QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
-        QCOMPARE(b.receiver.linesInFlight(), MyVxLinedataStream::kMaxInFlight);
-        QCOMPARE(b.texts.count(), 4); // no text for a skipped line
-
-        QTRY_COMPARE(b.lines.count(), 4);
-        const int columns[] = {2, 4, 6, 0}, strides[] = {5, 8, 12, 8};
-        for (int i = 0; i < 4; ++i) {
+                          rawLine(2, 8, 77, 0), rawLine(2), rawLine(3)});
+        QCOMPARE(b.texts.count(), 6);
+        QCOMPARE(b.receiver.handoverCounters().linesWaiting, uint64_t(6));
+        QTRY_COMPARE(b.lines.count(), 6);
+        const int columns[] = {2, 4, 6, 0, 2, 2}, strides[] = {5, 8, 12, 8, 5, 5};
+        for (int i = 0; i < 6; ++i) {
             QCOMPARE(b.line(i)->parser->colCount(), columns[i]);
             QCOMPARE(b.line(i)->parser->stride(), strides[i]);
         }
-        QVERIFY(GlobalLineParser::instance().snapshot().empty());
+        QCOMPARE(b.receiver.handoverCounters().linesTaken, uint64_t(6));
 
-        play(b.receiver, {rawLine(2)});
-        QVERIFY(b.lastText().startsWith(QStringLiteral("frame 6\n")));
-        QTRY_COMPARE(b.lines.count(), 5);
-        QCOMPARE(b.receiver.skippedLines(), uint64_t(2));
+        // Once the model lets them go, the lines come back; the one reused is
+        // refilled completely: nothing of its longer, wider past remains.
+        std::vector<const MyLine*> earlier;
+        for (int i = 0; i < 6; ++i)
+            earlier.push_back(b.line(i).get());
+        b.lines.clear();
+        auto next = std::make_shared<StreamDataModel>();
+        b.receiver.setModel(next, 0);
+        b.receiver.Disconnect(true);
+        b.model = next; // the old model and its lines go
+        std::vector<char> px(2 * 5, 0);
+        put(px, 5, 4242, 3);
+        play(b.receiver, {rawLine(2, 5, 2, 0, px)});
+        QTRY_VERIFY(next->currentLine() != nullptr);
+        const LineType again = next->currentLine();
+        const double ranges[] = {again->points[0].range, again->points[1].range}; // packed
+        QVERIFY(std::count(earlier.begin(), earlier.end(), again.get()) == 1);
+        QVERIFY(again->points.size() == 2 && again->data.size() == 10);
+        QVERIFY(again->avr.size() == 2 && again->max.at(0) == 4242.0);
+        QVERIFY(ranges[0] == 0.0 && ranges[1] == 0.4242);
     }
     void fileHeadersWithoutModel()
     {
