@@ -59,11 +59,9 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     const uint32_t thisFrame = frame.load(std::memory_order_relaxed);
     frame.store(thisFrame + 1, std::memory_order_relaxed);
 
-    // The texts are formatted in one go into one buffer: the same text as
-    // QString::arg with decimal numbers gives, built with one allocation.
-    char text[kTextBuffer];
     if (!format.decode(&info)) {
         if (target) {
+            char text[64];
             const int n = std::snprintf(text, sizeof text, "unknown data\nframe %u\n", thisFrame);
             queue->postText(QString::fromLatin1(text, n));
         }
@@ -88,18 +86,40 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     if (layout->stride() != bpp)
         layout->setStride(bpp); // a new copy, not yet shared
 
+    if (target) {
+        target->setSeries(static_cast<int>(serie));
+        queue->postText(streamText(thisFrame, device, serie, modeName));
+    }
+
+    LineType line = buildLine(device, data, count);
+    lastTick.store(static_cast<uint32_t>(vxtools::gettickcount()), std::memory_order_relaxed);
+
+    // Without a model the line goes straight back to the pool.
+    if (target)
+        queue->push(std::move(line));
+}
+
+QString MyVxLinedataStream::streamText(uint32_t thisFrame,
+                                       const strmsocket::VxStreamDeviceInfo& device, uint32_t serie,
+                                       const char* modeName) const
+{
+    // Formatted in one go into one buffer: the same text as QString::arg
+    // with decimal numbers gives, built with one allocation.
+    char text[kTextBuffer];
     const int n =
         std::snprintf(text, sizeof text,
                       "frame %u\nip %.*s\nprotokoll %u %u\ndatatyp %d\nserie %u\npixel %d\nbpp %d\n"
                       "lineheadersize %d\nmode %d - %s\n",
                       thisFrame, static_cast<int>(strnlen(device.ip, sizeof device.ip)), device.ip,
-                      format.protocol, format.subProtocol, format.datatyp, serie, format.pixel, bpp,
-                      format.lineheadersize, format.mode, modeName ? modeName : "");
-    if (target) {
-        target->setSeries(static_cast<int>(serie));
-        queue->postText(QString::fromLatin1(text, std::min(n, kTextBuffer - 1)));
-    }
+                      format.protocol, format.subProtocol, format.datatyp, serie, format.pixel,
+                      format.bpp, format.lineheadersize, format.mode, modeName ? modeName : "");
+    return QString::fromLatin1(text, std::min(n, kTextBuffer - 1));
+}
 
+LineType MyVxLinedataStream::buildLine(const strmsocket::VxStreamDeviceInfo& device,
+                                       const char* data, int count)
+{
+    const int32_t bpp = format.bpp;
     // A negative header size passes the decode limits but cannot be copied.
     if (format.lineheadersize < 0)
         throw std::length_error("cannot create std::vector larger than max_size()");
@@ -147,12 +167,7 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     line.sdev.swap(stats.sdev);
     line.min.swap(stats.min);
     line.max.swap(stats.max);
-
-    lastTick.store(static_cast<uint32_t>(vxtools::gettickcount()), std::memory_order_relaxed);
-
-    // Without a model the line goes straight back to the pool.
-    if (target)
-        queue->push(std::move(handle));
+    return handle;
 }
 
 void MyVxLinedataStream::OnRAWFileHeaderBuf(const strmsocket::VxStreamDeviceInfo& device,
