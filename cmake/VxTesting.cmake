@@ -17,24 +17,23 @@ function(vx_add_test)
     endif()
 endfunction()
 
-# vx_object_library(<name> [EXCLUDE <files...>]): an object library of every
-# .cpp/.h/.ui/.qrc in the current folder, with the repository root on the
-# include path. Folders of the viewer each make one; vxlindral_core bundles them.
-function(vx_object_library name)
-    cmake_parse_arguments(O "" "" "EXCLUDE;LIBS" ${ARGN})
-    file(GLOB srcs CONFIGURE_DEPENDS
-        ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h
-        ${CMAKE_CURRENT_SOURCE_DIR}/*.ui ${CMAKE_CURRENT_SOURCE_DIR}/*.qrc)
-    foreach(x ${O_EXCLUDE})
-        list(REMOVE_ITEM srcs ${CMAKE_CURRENT_SOURCE_DIR}/${x})
-    endforeach()
-    if(NOT srcs)
-        # A folder whose sources are not written yet still gives a target.
-        set(stub ${CMAKE_CURRENT_BINARY_DIR}/${name}_empty.cpp)
-        file(WRITE ${stub} "// no sources yet\n")
-        set(srcs ${stub})
+# vx_library(<name> [SOURCES <files...>] [EXCLUDE <files...>] LIBS <targets...>):
+# one layer of the viewer as a static library: the given sources, or every
+# .cpp/.h/.ui/.qrc of the current folder but the excluded ones. It links what
+# it uses (LIBS, public), so a target can only use the layers below it.
+function(vx_library name)
+    cmake_parse_arguments(L "" "" "SOURCES;EXCLUDE;LIBS" ${ARGN})
+    if(L_SOURCES)
+        set(srcs ${L_SOURCES})
+    else()
+        file(GLOB srcs CONFIGURE_DEPENDS
+            ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/*.h
+            ${CMAKE_CURRENT_SOURCE_DIR}/*.ui ${CMAKE_CURRENT_SOURCE_DIR}/*.qrc)
+        foreach(x ${L_EXCLUDE})
+            list(REMOVE_ITEM srcs ${CMAKE_CURRENT_SOURCE_DIR}/${x})
+        endforeach()
     endif()
-    add_library(${name} OBJECT ${srcs})
-    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_BINARY_DIR})
-    target_link_libraries(${name} PUBLIC ${O_LIBS})
+    add_library(${name} STATIC ${srcs})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${name} PUBLIC ${L_LIBS})
 endfunction()

@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
     build-essential cmake ninja-build ccache pkg-config
-    qtbase5-dev libqt5svg5 libboost-dev
+    qtbase5-dev libqt5svg5
     xvfb xauth libgl1-mesa-dri libglx-mesa0 fonts-dejavu-core
     clang libclang-rt-14-dev
     imagemagick xdotool
