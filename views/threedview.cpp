@@ -62,8 +62,7 @@ void ThreeDView::handleHome()
     Camera3D& camera = widget->getCamera();
     camera.setTranslation(QVector3D(0.0f, 0.0f, 0.0f));
     camera.setRotation(QQuaternion::fromAxisAndAngle(QVector3D(0.0f, 0.0f, 1.0f), 0.0f));
-    // A repaint only; the navigation step follows with the next frame.
-    static_cast<QWidget*>(widget)->update();
+    widget->requestFrame();
 }
 
 } // namespace vxlindral

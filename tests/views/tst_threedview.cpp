@@ -2,13 +2,78 @@
 #include "views/threedview.h"
 #include "viewtestsupport.h"
 
+#include <QOpenGLBuffer>
 #include <QOpenGLContext>
+#include <QOpenGLExtraFunctions>
+#include <QOpenGLFramebufferObject>
+#include <QOpenGLShaderProgram>
+#include <QOpenGLVertexArrayObject>
 #include <QSettings>
+#include <QSignalSpy>
+#include <cstring>
 
 using namespace vxlindral;
 using viewtest::makeIntensityLine;
 using viewtest::makeLine;
 using viewtest::pt;
+
+namespace {
+
+// The cloud as one contiguous array from whose front the oldest vertices are
+// erased, drawn with one call: the form whose picture the ring must keep.
+struct ContiguousCloud
+{
+    std::vector<CloudVertex> v;
+    int lines = 0;
+    void add(const MyLine& line, int perLine, int maxPoints, BasicView& view)
+    {
+        const int n = line.pixel;
+        const int step = perLine > 0 ? std::max(n / perLine, 1) : 1;
+        const int count = n / step;
+        if (count > 0 && count + static_cast<long long>(v.size()) > maxPoints)
+            v.erase(v.begin(), v.begin() + std::min<std::ptrdiff_t>(count, v.size()));
+        int minI = 65535, maxI = 0;
+        view.calculateRanges(&line, minI, maxI);
+        const double r = (maxI - minI) / 210.0;
+        const float x = static_cast<float>(lines++ / 250.0 + 0.1);
+        for (int i = 0; i < n; i += step) {
+            const vxs::VxPt& p = line.points[static_cast<std::size_t>(i)];
+            const auto c = static_cast<float>(
+                std::min(((p.intensity - static_cast<uint32_t>(minI)) / r + 45.0) / 255.0, 255.0));
+            v.push_back({x, -static_cast<float>(p.z), static_cast<float>(p.y), c, c, c});
+        }
+    }
+};
+
+// Index of the first vertex that differs (or where the lengths part), -1 if
+// none.
+int firstDifference(const std::vector<CloudVertex>& a, const std::vector<CloudVertex>& b)
+{
+    for (std::size_t i = 0; i < std::max(a.size(), b.size()); ++i)
+        if (i >= a.size() || i >= b.size() || std::memcmp(&a[i], &b[i], sizeof(CloudVertex)))
+            return static_cast<int>(i);
+    return -1;
+}
+
+// A line whose points crowd into few pixels, with intensities that differ
+// between points sharing a pixel, so that the drawing order shows.
+LineType crowdedLine(int pixels, int seed)
+{
+    std::vector<vxs::VxPt> pts;
+    for (int i = 0; i < pixels; ++i)
+        pts.push_back(pt(((i * 7) % 50) / 100.0 - 0.25, ((i * 3 + seed) % 40) / 100.0 - 0.2,
+                         static_cast<uint32_t>(100 + (i * 37 + seed * 101) % 900)));
+    return makeLine(std::move(pts));
+}
+
+void storeLimits(int perLine, int maxPoints)
+{
+    QSettings s;
+    s.setValue("ThreeD/pointsPerLine", perLine);
+    s.setValue("ThreeD/maxPoints", maxPoints);
+}
+
+} // namespace
 
 class TstThreeDView : public QObject
 {
@@ -24,6 +89,77 @@ private:
                                      [clear](QRgb c) { return c != clear; });
     }
 
+    static std::unique_ptr<ThreeDView> shownView()
+    {
+        auto v = std::make_unique<ThreeDView>();
+        v->resize(320, 240);
+        v->show();
+        if (!QTest::qWaitForWindowExposed(v.get()) ||
+            !QTest::qWaitFor([&] { return v->glWidget()->isValid(); }))
+            return nullptr;
+        return v;
+    }
+
+    // The vertices drawn the plain way (one array, one draw call) with the
+    // widget's shaders, camera and projection, in the widget's context.
+    QImage drawContiguous(const std::vector<CloudVertex>& v) const
+    {
+        MyOpenGLWidget* w = gl();
+        w->makeCurrent();
+        QImage image;
+        { // the GL objects go while the context is current
+            QOpenGLExtraFunctions* f = w->context()->extraFunctions();
+            QOpenGLFramebufferObject fbo(w->size());
+            fbo.bind();
+            f->glViewport(0, 0, w->width(), w->height());
+            f->glClearColor(0.5f, 0.5f, 0.5f, 1.0f);
+            f->glClear(GL_COLOR_BUFFER_BIT);
+            QOpenGLShaderProgram program;
+            program.addShaderFromSourceCode(QOpenGLShader::Vertex,
+                                            MyOpenGLWidget::vertexShaderSource);
+            program.addShaderFromSourceCode(QOpenGLShader::Fragment,
+                                            MyOpenGLWidget::fragmentShaderSource);
+            program.link();
+            program.bind();
+            QOpenGLVertexArrayObject vao;
+            vao.create();
+            vao.bind();
+            QOpenGLBuffer buffer;
+            buffer.create();
+            buffer.bind();
+            buffer.allocate(v.data(), static_cast<int>(v.size() * sizeof(CloudVertex)));
+            program.enableAttributeArray(0);
+            program.enableAttributeArray(1);
+            program.setAttributeBuffer(0, GL_FLOAT, 0, 3, sizeof(CloudVertex));
+            program.setAttributeBuffer(1, GL_FLOAT, 12, 3, sizeof(CloudVertex));
+            QMatrix4x4 projection;
+            projection.perspective(45.0f, w->width() / float(w->height()), 0.01f, 100.0f);
+            projection.translate(0.0f, 0.0f, -2.0f);
+            program.setUniformValue("modelToWorld", QMatrix4x4());
+            program.setUniformValue("worldToCamera", w->getCamera().toMatrix());
+            program.setUniformValue("cameraToView", projection);
+            f->glDrawArrays(GL_POINTS, 0, static_cast<GLsizei>(v.size()));
+            image = fbo.toImage().convertToFormat(QImage::Format_RGB32);
+            buffer.destroy();
+            fbo.release();
+        }
+        w->doneCurrent();
+        return image;
+    }
+
+    // Waits until the widget stops painting (100 ms without a frame), for at
+    // most 4 s; false if it keeps painting.
+    static bool becomesIdle(QSignalSpy& frames)
+    {
+        for (int i = 0; i < 40; ++i) {
+            frames.clear();
+            QTest::qWait(100);
+            if (frames.isEmpty())
+                return true;
+        }
+        return false;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -33,11 +169,8 @@ private slots:
     }
     void init()
     {
-        view = std::make_unique<ThreeDView>();
-        view->resize(320, 240);
-        view->show();
-        view->activateWindow();
-        QTRY_VERIFY(gl()->isValid());
+        view = shownView();
+        QVERIFY(view);
         // Offscreen platforms silently fall back to a compatibility context.
         const QSurfaceFormat f = gl()->context()->format();
         QCOMPARE(f.profile(), QSurfaceFormat::CoreProfile);
@@ -85,10 +218,7 @@ private slots:
         QFETCH(int, maxPoints);
         QFETCH(int, pixels);
         QFETCH(int, lines);
-        QSettings s;
-        s.setValue("ThreeD/pointsPerLine", pointsPerLine);
-        s.setValue("ThreeD/maxPoints", maxPoints);
-        s.sync();
+        storeLimits(pointsPerLine, maxPoints);
         view->handleConfigChanged();
         auto line = makeIntensityLine(std::vector<uint32_t>(static_cast<std::size_t>(pixels), 7));
         for (int i = 0; i < lines; ++i)
@@ -120,6 +250,156 @@ private slots:
         QVERIFY(qFuzzyCompare(gl()->getCamera().rotation(), QQuaternion()));
         QCOMPARE(gl()->getVertices().size(), std::size_t(20 * 900));
         QCOMPARE(pointsDrawn(clear), shown);
+    }
+
+    // Lines taken one at a time with a frame after each, and in one burst
+    // before a single frame, give the picture of the contiguous array; after
+    // every line the ring holds the same vertices in the same order. Lengths
+    // vary; the limits may change after some lines (at, perLine, maxPoints).
+    void ringKeepsContiguousOrder_data()
+    {
+        QTest::addColumn<QVector<int>>("pixels");
+        QTest::addColumn<QVector<int>>("limits"); // perLine, maxPoints[, at, perLine, maxPoints]
+        QTest::addColumn<bool>("wraps");
+        QTest::newRow("below the limit")
+            << QVector<int>{300, 500, 200} << QVector<int>{1000, 5000} << false;
+        QTest::newRow("equal lines") << QVector<int>(12, 100) << QVector<int>{1000, 350} << true;
+        QTest::newRow("varying lengths")
+            << QVector<int>{300, 250, 400, 120, 333, 500, 77, 260, 410, 90, 350, 199}
+            << QVector<int>{1000, 700} << true;
+        // Step 3 keeps 101 of 301 points but drops only 100: the cloud creeps.
+        QTest::newRow("thinning remainder")
+            << QVector<int>(15, 301) << QVector<int>{100, 350} << true;
+        QTest::newRow("growing lines") << QVector<int>{100, 150, 200, 250, 300, 350, 400, 450, 500}
+                                       << QVector<int>{1000, 600} << true;
+        // The cloud then stays at 1000 vertices, above the new limit.
+        QTest::newRow("limits lowered")
+            << QVector<int>(18, 200) << QVector<int>{1000, 1000, 6, 50, 300} << true;
+        QTest::newRow("limits raised while wrapped")
+            << QVector<int>(14, 200) << QVector<int>{100, 350, 7, 1000, 5000} << true;
+    }
+    void ringKeepsContiguousOrder()
+    {
+        QFETCH(QVector<int>, pixels);
+        QFETCH(QVector<int>, limits);
+        QFETCH(bool, wraps);
+        const auto burst = shownView();
+        QVERIFY(burst);
+        ContiguousCloud plain;
+        int perLine = limits[0], maxPoints = limits[1];
+        bool wrapped = false;
+        for (int l = 0; l < pixels.size(); ++l) {
+            if (limits.size() > 2 && l == limits[2]) {
+                perLine = limits[3];
+                maxPoints = limits[4];
+            }
+            storeLimits(perLine, maxPoints);
+            view->handleConfigChanged();
+            burst->handleConfigChanged();
+            const LineType line = crowdedLine(pixels[l], l);
+            plain.add(*line, perLine, maxPoints, *view);
+            view->updateNewLine(line);
+            burst->updateNewLine(line);
+            gl()->grabFramebuffer(); // a frame, and so an upload, after each line
+            CloudRing::Range runs[2];
+            wrapped |= gl()->getVertices().drawRanges(runs) == 2;
+            QCOMPARE(firstDifference(gl()->getVertices().toVector(), plain.v), -1);
+        }
+        QCOMPARE(wrapped, wraps);
+        const QImage stepwise = gl()->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+        QCOMPARE(burst->glWidget()->grabFramebuffer().convertToFormat(QImage::Format_RGB32),
+                 stepwise);
+        QCOMPARE(drawContiguous(plain.v), stepwise);
+        QVERIFY(pointsDrawn(stepwise.pixel(0, 0)) > 100);
+    }
+
+    // A change paints, and then the widget stops painting until the next.
+    void repaintsOnlyOnChange_data()
+    {
+        QTest::addColumn<QString>("change");
+        for (const char* c : {"line", "home", "resize", "key tap", "click"})
+            QTest::newRow(c) << QString(c);
+    }
+    void repaintsOnlyOnChange()
+    {
+        QFETCH(QString, change);
+        QSignalSpy frames(gl(), &QOpenGLWidget::frameSwapped);
+        QVERIFY(becomesIdle(frames));
+        if (change == "line") {
+            view->updateNewLine(crowdedLine(100, 1));
+        } else if (change == "home") {
+            view->handleHome();
+        } else if (change == "resize") {
+            view->resize(300, 200);
+        } else if (change == "key tap") {
+            QTest::keyClick(gl(), Qt::Key_Left);
+        } else {
+            QTest::mouseClick(gl(), Qt::LeftButton);
+        }
+        QTRY_VERIFY(!frames.isEmpty());
+        QVERIFY(becomesIdle(frames));
+    }
+
+    // While the left button is held the navigation step runs every frame:
+    // the mouse turns (or with Shift pans) the camera, a held key keeps
+    // flying. Without the button keys do nothing, though frames run.
+    void navigation_data()
+    {
+        QTest::addColumn<bool>("button");
+        QTest::addColumn<int>("modifiers");
+        QTest::addColumn<QPoint>("move");
+        QTest::addColumn<int>("key");
+        QTest::addColumn<float>("yaw");        // degrees about the up axis
+        QTest::addColumn<QVector3D>("toward"); // direction the camera moves in
+        QTest::newRow("drag turns") << true << 0 << QPoint(20, 0) << 0 << -10.0f << QVector3D();
+        QTest::newRow("shift drag pans")
+            << true << int(Qt::ShiftModifier) << QPoint(20, 0) << 0 << 0.0f << QVector3D(-1, 0, 0);
+        QTest::newRow("held plus flies")
+            << true << 0 << QPoint() << int(Qt::Key_Plus) << 0.0f << QVector3D(0, 0, -1);
+        QTest::newRow("held down arrow sinks")
+            << true << 0 << QPoint() << int(Qt::Key_Down) << 0.0f << QVector3D(0, 1, 0);
+        QTest::newRow("key without button")
+            << false << 0 << QPoint() << int(Qt::Key_Plus) << 0.0f << QVector3D();
+    }
+    void navigation()
+    {
+        QFETCH(bool, button);
+        QFETCH(int, modifiers);
+        QFETCH(QPoint, move);
+        QFETCH(int, key);
+        QFETCH(float, yaw);
+        QFETCH(QVector3D, toward);
+        QSignalSpy frames(gl(), &QOpenGLWidget::frameSwapped);
+        QVERIFY(becomesIdle(frames));
+        const auto mods = Qt::KeyboardModifiers(modifiers);
+        const QPoint at(100, 100);
+        if (button)
+            QTest::mousePress(gl(), Qt::LeftButton, mods, at);
+        if (key)
+            QTest::keyPress(gl(), Qt::Key(key));
+        if (!move.isNull()) {
+            QMouseEvent moved(QEvent::MouseMove, at + move, gl()->mapToGlobal(at + move),
+                              Qt::NoButton, Qt::LeftButton, mods);
+            QApplication::sendEvent(gl(), &moved);
+        }
+        // Frames keep coming while something is held; a held key moves on.
+        QTRY_VERIFY(frames.count() >= 8);
+        if (key)
+            QTest::keyRelease(gl(), Qt::Key(key));
+        if (button)
+            QTest::mouseRelease(gl(), Qt::LeftButton, mods, at + move);
+        QVERIFY(becomesIdle(frames));
+
+        const Camera3D& camera = gl()->getCamera();
+        const QQuaternion turn = QQuaternion::fromAxisAndAngle(0, 1, 0, yaw);
+        QVERIFY(qFuzzyCompare(camera.rotation(), turn));
+        const QVector3D t = camera.translation();
+        if (toward.isNull()) {
+            QCOMPARE(t, QVector3D());
+        } else {
+            QVERIFY(qFuzzyCompare(t.normalized(), toward));
+            QVERIFY(t.length() >= 0.1f);
+        }
     }
 };
 
