@@ -176,7 +176,7 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
     if (auto* view = qobject_cast<BasicView*>(parentWidget()))
         view->calculateRanges(&line, minI, maxI);
     const double r = (maxI - minI) / 210.0;
-    const float xl = static_cast<float>(lineCount / 250.0 + 0.1);
+    const float xl = lineX(lineCount);
 
     if (n > 0)
         vertices.reserveBack(static_cast<std::size_t>((n - 1) / step + 1));
@@ -191,6 +191,8 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
         vertices.push({xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf});
     }
     ++lineCount;
+    if (follow)
+        camera.translate(QVector3D(xl - lineX(lineCount - 2), 0.0f, 0.0f));
     requestFrame();
 }
 

@@ -18,7 +18,9 @@ namespace vxlindral {
 
 // The OpenGL 3.3 core widget of the 3D view: accumulates thinned lines into a
 // point cloud (one line behind the other along x, gray by intensity) and flies
-// a camera through it while the left mouse button is held.
+// a camera through it while the left mouse button is held. While following,
+// each new line moves the camera along x by as much as the newest line moved,
+// so the camera keeps its rotation and its offset from the newest line.
 // It paints only when something changed (cloud, camera, input, size), at most
 // one frame per kFrameNs; addLine only updates the vertex ring, and the next
 // frame uploads what changed.
@@ -41,6 +43,17 @@ public:
     int getLineCount() const { return lineCount; }
     const CloudRing& getVertices() const { return vertices; }
     Camera3D& getCamera() { return camera; }
+    void setFollow(bool on) { follow = on; }
+    bool isFollowing() const { return follow; }
+    // Where Home puts the camera: the origin, or while following the place
+    // from which the newest line looks as the first line does from the origin.
+    QVector3D homeTranslation() const
+    {
+        return follow && lineCount > 0 ? QVector3D(lineX(lineCount - 1) - lineX(0), 0.0f, 0.0f)
+                                       : QVector3D();
+    }
+    // The x position of line number index (0 = the first line taken in).
+    static float lineX(int index) { return static_cast<float>(index / 250.0 + 0.1); }
 
     // Asks for a frame showing the current state: at once when the previous
     // frame is at least kFrameNs old, else when it will be. Call it after
@@ -89,6 +102,7 @@ private:
     int u_cameraToView = -1;
     Camera3D camera;
     int lineCount = 0;
+    bool follow = false;
     CloudRing vertices;
     int pointsPerLine = 1000;
     int maxPoints = 100000;

@@ -2,6 +2,7 @@
 #include "views/threedview.h"
 #include "viewtestsupport.h"
 
+#include <QAction>
 #include <QOpenGLBuffer>
 #include <QOpenGLContext>
 #include <QOpenGLExtraFunctions>
@@ -10,6 +11,7 @@
 #include <QOpenGLVertexArrayObject>
 #include <QSettings>
 #include <QSignalSpy>
+#include <QToolBar>
 #include <cstring>
 
 using namespace vxlindral;
@@ -348,6 +350,81 @@ private slots:
         QVERIFY(becomesIdle(frames));
         QFETCH(bool, moves);
         QCOMPARE(gl()->getCamera().toMatrix() != before, moves);
+    }
+
+    // Following, the camera keeps its rotation and its offset from the newest
+    // line (the cloud holds only the newest line here); not following, it
+    // stays put and the cloud leaves the frame. Following, Home shows the
+    // newest line as it shows the first line otherwise, and following goes on.
+    void follow_data()
+    {
+        QTest::addColumn<bool>("follow");
+        QTest::addColumn<int>("lines");
+        QTest::addColumn<QVector3D>("start");
+        QTest::addColumn<float>("yaw");
+        QTest::addColumn<bool>("inSight");
+        QTest::newRow("still, first lines") << false << 20 << QVector3D() << 0.0f << true;
+        QTest::newRow("still, cloud gone") << false << 600 << QVector3D() << 0.0f << false;
+        QTest::newRow("following") << true << 600 << QVector3D() << 0.0f << true;
+        QTest::newRow("following, turned and moved")
+            << true << 900 << QVector3D(0.2f, 0.1f, 0.5f) << 15.0f << true;
+        QTest::newRow("following, looking away")
+            << true << 600 << QVector3D(-5.0f, 0.0f, 0.0f) << 0.0f << false;
+    }
+    void follow()
+    {
+        QFETCH(bool, follow);
+        QFETCH(int, lines);
+        QFETCH(QVector3D, start);
+        QFETCH(float, yaw);
+        storeLimits(1000, 100);
+        view->handleConfigChanged();
+        view->activateWindow();
+        gl()->setFocus();
+        QTRY_VERIFY(gl()->hasFocus());
+        // The button, after Home, with its own icon.
+        const QAction* button = view->findChild<QAction*>("actionFollow");
+        QCOMPARE(view->toolBar()->actions().indexOf(const_cast<QAction*>(button)), 1);
+        const QImage icon = button->icon().pixmap(24, 24).toImage();
+        QVERIFY(viewtest::countPixels(icon, [](QRgb c) { return qAlpha(c) > 128; }) > 24);
+        if (follow)
+            QTest::keyClick(gl(), Qt::Key_F);
+        QCOMPARE(button->isChecked(), follow);
+        QCOMPARE(gl()->isFollowing(), follow);
+        QCOMPARE(QSettings().value("ThreeD/follow", false).toBool(), follow);
+        QCOMPARE(ThreeDView().glWidget()->isFollowing(), follow); // a new view reads it
+        Camera3D& camera = gl()->getCamera();
+        camera.setTranslation(start);
+        const QQuaternion turn = QQuaternion::fromAxisAndAngle(0, 1, 0, yaw);
+        camera.setRotation(turn);
+        const QMatrix4x4 before = camera.toMatrix();
+        const QRgb clear = gl()->grabFramebuffer().pixel(0, 0);
+        for (int l = 0; l < lines; ++l)
+            view->updateNewLine(crowdedLine(100, l));
+        QTEST(pointsDrawn(clear) > 20, "inSight");
+        QCOMPARE(camera.rotation(), turn);
+        if (!follow) {
+            QCOMPARE(camera.toMatrix(), before);
+            return;
+        }
+        const float moved = MyOpenGLWidget::lineX(lines - 1) - MyOpenGLWidget::lineX(-1);
+        QVERIFY((camera.translation() - start - QVector3D(moved, 0, 0)).length() < 1e-3f);
+
+        view->handleHome();
+        QVERIFY(gl()->isFollowing());
+        QCOMPARE(camera.rotation(), QQuaternion());
+        const float home = MyOpenGLWidget::lineX(lines - 1) - MyOpenGLWidget::lineX(0);
+        QCOMPARE(camera.translation(), QVector3D(home, 0, 0));
+        QVERIFY(pointsDrawn(clear) > 20);
+        view->updateNewLine(crowdedLine(100, 0));
+        QVERIFY(qAbs(camera.translation().x() - home - 1 / 250.0f) < 1e-5f);
+
+        // F again: no longer following, the camera stays where it is.
+        QTest::keyClick(gl(), Qt::Key_F);
+        QVERIFY(!QSettings().value("ThreeD/follow").toBool());
+        const QMatrix4x4 left = camera.toMatrix();
+        view->updateNewLine(crowdedLine(100, 0));
+        QCOMPARE(camera.toMatrix(), left);
     }
 };
 
