@@ -30,6 +30,7 @@ void DlgSettings::loadSettings(QSettings& settings)
         QString("%1").arg(settings.value("ThreeD/pointsPerLine", 1000).toInt()));
     ui->lineEditMaximalPoints->setText(
         QString("%1").arg(settings.value("ThreeD/maxPoints", 100000).toInt()));
+    ui->checkBoxFollow->setChecked(settings.value("ThreeD/follow", false).toBool());
 }
 
 // Numbers that do not parse are stored as 0; there is no range check (the 3D
@@ -43,4 +44,5 @@ void DlgSettings::saveSettings(QSettings& settings)
     settings.setValue("View/Statistic", ui->checkBoxStatistic->isChecked());
     settings.setValue("ThreeD/pointsPerLine", ui->lineEditPointsPerLine->text().toInt(nullptr, 10));
     settings.setValue("ThreeD/maxPoints", ui->lineEditMaximalPoints->text().toInt(nullptr, 10));
+    settings.setValue("ThreeD/follow", ui->checkBoxFollow->isChecked());
 }

@@ -114,6 +114,11 @@ bool Input::buttonPressed(Qt::MouseButton button)
     return held(buttonState(button));
 }
 
+bool Input::idle()
+{
+    return keys().empty() && buttons().empty();
+}
+
 void Input::update()
 {
     frameDelta = currentMouse - previousMouse;

@@ -39,6 +39,10 @@ public:
         return buttonState(button) == InputReleased;
     }
 
+    // True when no key or button is in the table (none held, none whose
+    // press or release a frame still has to see).
+    static bool idle();
+
     static QPoint mousePosition() { return currentMouse; }
     // Mouse movement between the last two frames (set by update()).
     static QPoint mouseDelta() { return frameDelta; }

@@ -40,21 +40,19 @@ const char* const MyOpenGLWidget::fragmentShaderSource = "#version 330\n"
 MyOpenGLWidget::MyOpenGLWidget(QWidget* parent) : QOpenGLWidget(parent)
 {
     framePacer.setSingleShot(true);
-    connect(&framePacer, &QTimer::timeout, this, [this] {
-        frameClock.restart();
-        QOpenGLWidget::update();
-    });
+    connect(&framePacer, &QTimer::timeout, this, [this] { QOpenGLWidget::update(); });
 }
 
-void MyOpenGLWidget::scheduleFrame()
+void MyOpenGLWidget::requestFrame()
 {
-    const qint64 since = frameClock.isValid() ? frameClock.elapsed() : kFrameMs;
-    if (since >= kFrameMs) {
-        frameClock.restart();
+    if (framePending)
+        return;
+    framePending = true;
+    const qint64 since = frameClock.isValid() ? frameClock.nsecsElapsed() : kFrameNs;
+    if (since >= kFrameNs)
         QOpenGLWidget::update();
-    } else if (!framePacer.isActive()) {
-        framePacer.start(static_cast<int>(kFrameMs - since));
-    }
+    else
+        framePacer.start(static_cast<int>((kFrameNs - since + 999999) / 1000000));
 }
 
 MyOpenGLWidget::~MyOpenGLWidget()
@@ -105,9 +103,8 @@ void MyOpenGLWidget::initializeGL()
     vertexBuffer.release();
     program->release();
 
-    // Lines that arrived before the widget was first shown.
-    if (!vertices.empty())
-        writeBuffer();
+    // A new buffer: the first frame uploads every vertex taken in so far.
+    vertices.markReallocated();
 }
 
 void MyOpenGLWidget::resizeGL(int w, int h)
@@ -119,16 +116,44 @@ void MyOpenGLWidget::resizeGL(int w, int h)
 
 void MyOpenGLWidget::paintGL()
 {
+    // Whatever asked for this frame is shown by it; later changes ask anew.
+    framePending = false;
+    frameClock.restart();
     glClear(GL_COLOR_BUFFER_BIT);
     program->bind();
+    uploadChanges();
     program->setUniformValue(u_worldToCamera, camera.toMatrix());
     program->setUniformValue(u_cameraToView, projection);
     vertexArray.bind();
     program->setUniformValue(u_modelToWorld, transform.toMatrix());
-    if (lineCount != 0)
-        glDrawArrays(GL_POINTS, 0, static_cast<GLsizei>(vertices.size()));
+    if (lineCount != 0) {
+        // Oldest first, so that where points overlap the newer one wins.
+        CloudRing::Range runs[2];
+        const int n = vertices.drawRanges(runs);
+        for (int r = 0; r < n; ++r)
+            glDrawArrays(GL_POINTS, static_cast<GLint>(runs[r].first),
+                         static_cast<GLsizei>(runs[r].count));
+    }
     vertexArray.release();
     program->release();
+}
+
+void MyOpenGLWidget::uploadChanges()
+{
+    const CloudVertex* data = vertices.data();
+    constexpr int stride = static_cast<int>(sizeof(CloudVertex));
+    vertexBuffer.bind();
+    if (vertices.reallocated()) {
+        vertexBuffer.allocate(data, static_cast<int>(vertices.capacity()) * stride);
+    } else {
+        CloudRing::Range runs[2];
+        const int n = vertices.changedRanges(runs);
+        for (int r = 0; r < n; ++r)
+            vertexBuffer.write(static_cast<int>(runs[r].first) * stride, data + runs[r].first,
+                               static_cast<int>(runs[r].count) * stride);
+    }
+    vertexBuffer.release();
+    vertices.markUploaded();
 }
 
 void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
@@ -143,19 +168,18 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
 
     // Drop the oldest line's worth once; the cloud may stay above the limit
     // when lines grow.
-    if (count > 0 && count + static_cast<long long>(vertices.size()) > maxPoints) {
-        const std::size_t drop = std::min<std::size_t>(count, vertices.size());
-        vertices.erase(vertices.begin(), vertices.begin() + static_cast<std::ptrdiff_t>(drop));
-    }
+    if (count > 0 && count + static_cast<long long>(vertices.size()) > maxPoints)
+        vertices.dropFront(static_cast<std::size_t>(count));
 
     int minI = 65535;
     int maxI = 0;
     if (auto* view = qobject_cast<BasicView*>(parentWidget()))
         view->calculateRanges(&line, minI, maxI);
     const double r = (maxI - minI) / 210.0;
-    const float xl = static_cast<float>(lineCount / 250.0 + 0.1);
+    const float xl = lineX(lineCount);
 
-    vertices.reserve(vertices.size() + static_cast<std::size_t>(count));
+    if (n > 0)
+        vertices.reserveBack(static_cast<std::size_t>((n - 1) / step + 1));
     for (int i = 0; i < n; i += step) {
         const vxs::VxPt& pt = line.points.at(static_cast<std::size_t>(i));
         // Unsigned difference: intensities below minI become very bright.
@@ -164,31 +188,12 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
         if (c > 255.0)
             c = 255.0;
         const float cf = static_cast<float>(c);
-        vertices.push_back({xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf});
+        vertices.push({xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf});
     }
     ++lineCount;
-    uploadVertices();
-}
-
-void MyOpenGLWidget::uploadVertices()
-{
-    if (!program)
-        return; // not initialised yet: initializeGL uploads what has arrived
-    makeCurrent();
-    writeBuffer();
-    doneCurrent();
-}
-
-void MyOpenGLWidget::writeBuffer()
-{
-    program->bind();
-    vertexBuffer.create();
-    vertexBuffer.bind();
-    vertexBuffer.setUsagePattern(QOpenGLBuffer::StaticDraw);
-    const int bytes = static_cast<int>(vertices.size() * sizeof(CloudVertex)) & ~7;
-    vertexBuffer.allocate(vertices.data(), bytes);
-    vertexBuffer.release();
-    program->release();
+    if (follow)
+        camera.translate(QVector3D(xl - lineX(lineCount - 2), 0.0f, 0.0f));
+    requestFrame();
 }
 
 void MyOpenGLWidget::update()
@@ -217,39 +222,49 @@ void MyOpenGLWidget::update()
             t += camera.up();
         camera.translate(0.5f * t);
     }
-    scheduleFrame();
+    // Held keys and buttons keep the frames (and so the navigation) going;
+    // two more frames after the last release empty the table.
+    if (!Input::idle())
+        requestFrame();
 }
 
 void MyOpenGLWidget::keyPressEvent(QKeyEvent* event)
 {
-    if (event->isAutoRepeat())
+    if (event->isAutoRepeat()) {
         event->ignore();
-    else
-        Input::registerKeyPress(event->key());
+        return;
+    }
+    Input::registerKeyPress(event->key());
+    requestFrame();
 }
 
 void MyOpenGLWidget::keyReleaseEvent(QKeyEvent* event)
 {
-    if (event->isAutoRepeat())
+    if (event->isAutoRepeat()) {
         event->ignore();
-    else
-        Input::registerKeyRelease(event->key());
+        return;
+    }
+    Input::registerKeyRelease(event->key());
+    requestFrame();
 }
 
 void MyOpenGLWidget::mousePressEvent(QMouseEvent* event)
 {
     Input::startMouseAt(event->globalPos());
     Input::registerMousePress(event->button());
+    requestFrame();
 }
 
 void MyOpenGLWidget::mouseReleaseEvent(QMouseEvent* event)
 {
     Input::registerMouseRelease(event->button());
+    requestFrame();
 }
 
 void MyOpenGLWidget::mouseMoveEvent(QMouseEvent* event)
 {
     Input::setMousePosition(event->globalPos());
+    requestFrame();
 }
 
 void MyOpenGLWidget::focusOutEvent(QFocusEvent* event)

@@ -1,6 +1,7 @@
 #pragma once
 #include "stream/linetype.h"
 #include "views/camera3d.h"
+#include "views/cloudring.h"
 #include "views/transform3d.h"
 
 #include <QElapsedTimer>
@@ -10,25 +11,21 @@
 #include <QOpenGLVertexArrayObject>
 #include <QOpenGLWidget>
 #include <QTimer>
-#include <vector>
 
 class QOpenGLShaderProgram;
 
 namespace vxlindral {
 
-// One vertex of the point cloud: position then colour, 24 bytes.
-struct CloudVertex
-{
-    float x, y, z;
-    float r, g, b;
-};
-static_assert(sizeof(CloudVertex) == 24, "vertex layout: 6 floats");
-
 // The OpenGL 3.3 core widget of the 3D view: accumulates thinned lines into a
 // point cloud (one line behind the other along x, gray by intensity) and flies
-// a camera through it while the left mouse button is held.
-// Ownership: child of its ThreeDView; owns its GL objects and vertex array.
-// Threads: GUI thread only; addLine makes the widget's context current.
+// a camera through it while the left mouse button is held. While following,
+// each new line moves the camera along x by as much as the newest line moved,
+// so the camera keeps its rotation and its offset from the newest line.
+// It paints only when something changed (cloud, camera, input, size), at most
+// one frame per kFrameNs; addLine only updates the vertex ring, and the next
+// frame uploads what changed.
+// Ownership: child of its ThreeDView; owns its GL objects and vertex ring.
+// Threads: GUI thread only.
 class MyOpenGLWidget : public QOpenGLWidget, protected QOpenGLFunctions
 {
     Q_OBJECT
@@ -44,11 +41,28 @@ public:
     int getPointsPerLine() const { return pointsPerLine; }
     int getMaxPoints() const { return maxPoints; }
     int getLineCount() const { return lineCount; }
-    const std::vector<CloudVertex>& getVertices() const { return vertices; }
+    const CloudRing& getVertices() const { return vertices; }
     Camera3D& getCamera() { return camera; }
+    void setFollow(bool on) { follow = on; }
+    bool isFollowing() const { return follow; }
+    // Where Home puts the camera: the origin, or while following the place
+    // from which the newest line looks as the first line does from the origin.
+    QVector3D homeTranslation() const
+    {
+        return follow && lineCount > 0 ? QVector3D(lineX(lineCount - 1) - lineX(0), 0.0f, 0.0f)
+                                       : QVector3D();
+    }
+    // The x position of line number index (0 = the first line taken in).
+    static float lineX(int index) { return static_cast<float>(index / 250.0 + 0.1); }
+
+    // Asks for a frame showing the current state: at once when the previous
+    // frame is at least kFrameNs old, else when it will be. Call it after
+    // changing what the widget shows from outside (the camera, for instance).
+    void requestFrame();
 
 public slots:
-    // The per-frame navigation step, then a repaint.
+    // The per-frame navigation step (run after every frame); asks for the
+    // next frame while a key or button is in the input table.
     void update();
     void addLine(vxlindral::LineType newLine);
 
@@ -66,16 +80,17 @@ protected:
 
 private:
     void teardownGL();
-    void uploadVertices();
-    void writeBuffer();
-    // Requests the next frame, at most one per kFrameMs: without a vsynced
-    // swap (virtual or software displays) the frame loop would otherwise spin
-    // and starve the line intake on the same thread.
-    void scheduleFrame();
+    // Brings the GL buffer up to the vertex ring: the changed slots, or
+    // everything after the ring's storage grew.
+    void uploadChanges();
 
-    static constexpr int kFrameMs = 16;
-    QElapsedTimer frameClock;
+    // At most 60 frames per second: without a vsynced swap (virtual or
+    // software displays) frames would otherwise follow each other as fast as
+    // the lines arrive and starve the line intake on the same thread.
+    static constexpr qint64 kFrameNs = 1000000000 / 60 + 1;
+    QElapsedTimer frameClock; // since the last frame started painting
     QTimer framePacer;
+    bool framePending = false;
 
     QOpenGLBuffer vertexBuffer{QOpenGLBuffer::VertexBuffer};
     QOpenGLVertexArrayObject vertexArray;
@@ -87,7 +102,8 @@ private:
     int u_cameraToView = -1;
     Camera3D camera;
     int lineCount = 0;
-    std::vector<CloudVertex> vertices;
+    bool follow = false;
+    CloudRing vertices;
     int pointsPerLine = 1000;
     int maxPoints = 100000;
 };

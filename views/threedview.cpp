@@ -37,6 +37,19 @@ QToolBar* ThreeDView::toolBar()
     homeAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_H));
     toolBarWidget->addAction(homeAction);
     connect(homeAction, &QAction::triggered, this, &ThreeDView::handleHome);
+
+    followAction = new QAction(QIcon(QStringLiteral(":/PixMaps/follow.svg")), tr("Follow"), this);
+    followAction->setObjectName(QStringLiteral("actionFollow"));
+    followAction->setToolTip(tr("Keep the newest line in sight (F)"));
+    followAction->setCheckable(true);
+    followAction->setShortcut(QKeySequence(Qt::Key_F));
+    // F is an ordinary key: only while the focus is inside this view, which
+    // therefore carries the action as well as its tool bar.
+    followAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    toolBarWidget->addAction(followAction);
+    addAction(followAction);
+    // triggered: only the user's toggling is stored, not the settings read.
+    connect(followAction, &QAction::triggered, this, &ThreeDView::handleFollow);
     return toolBarWidget;
 }
 
@@ -45,6 +58,9 @@ void ThreeDView::readSettings()
     QSettings settings;
     widget->setPointsPerLine(settings.value(QStringLiteral("ThreeD/pointsPerLine"), 1000).toInt());
     widget->setMaxPoints(settings.value(QStringLiteral("ThreeD/maxPoints"), 100000).toInt());
+    const bool follow = settings.value(QStringLiteral("ThreeD/follow"), false).toBool();
+    followAction->setChecked(follow);
+    widget->setFollow(follow);
 }
 
 void ThreeDView::updateNewLine(vxlindral::LineType newLine)
@@ -60,10 +76,15 @@ void ThreeDView::handleConfigChanged()
 void ThreeDView::handleHome()
 {
     Camera3D& camera = widget->getCamera();
-    camera.setTranslation(QVector3D(0.0f, 0.0f, 0.0f));
+    camera.setTranslation(widget->homeTranslation());
     camera.setRotation(QQuaternion::fromAxisAndAngle(QVector3D(0.0f, 0.0f, 1.0f), 0.0f));
-    // A repaint only; the navigation step follows with the next frame.
-    static_cast<QWidget*>(widget)->update();
+    widget->requestFrame();
+}
+
+void ThreeDView::handleFollow(bool on)
+{
+    widget->setFollow(on);
+    QSettings().setValue(QStringLiteral("ThreeD/follow"), on);
 }
 
 } // namespace vxlindral

@@ -8,8 +8,10 @@ namespace vxlindral {
 class MyOpenGLWidget;
 
 // The 3D view: the incoming lines accumulated into a point cloud shown by an
-// OpenGL widget; "ThreeD/pointsPerLine" and "ThreeD/maxPoints" are read when
-// the view is built and on every handleConfigChanged().
+// OpenGL widget; "ThreeD/pointsPerLine", "ThreeD/maxPoints" and "ThreeD/follow"
+// are read when the view is built and on every handleConfigChanged(). The
+// tool bar holds Home and the checkable Follow (shortcut F while the view has
+// the focus); toggling Follow by the user stores "ThreeD/follow".
 // Ownership: the GL widget and the tool bar are children of the view.
 // Threads: GUI thread only.
 class ThreeDView : public BasicView
@@ -25,13 +27,18 @@ public:
 public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
     void handleConfigChanged() override;
+    // Camera back home (MyOpenGLWidget::homeTranslation), no rotation; the
+    // cloud and the follow state stay.
     void handleHome();
+    // Follows the newest line or stops following, and stores the choice.
+    void handleFollow(bool on);
 
 private:
     void readSettings();
 
     MyOpenGLWidget* widget = nullptr;
     QAction* homeAction = nullptr;
+    QAction* followAction = nullptr;
 };
 
 } // namespace vxlindral

@@ -7,6 +7,7 @@
 #include "views/basicview.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
+#include "views/myopenglwidget.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
@@ -341,7 +342,8 @@ void TestMainWindow::closingAViewRetiles()
 // First start: the dialog offers Cut and not 3D although the window opened the
 // 3D view. Accepting it unchanged stores that, emits configChanged, and the
 // next stream opens the cut view instead of the 3D view. Cancelling stores and
-// emits nothing.
+// emits nothing. "Follow" starts unchecked; checked, it reaches the open 3D
+// view and the next dialog.
 void TestMainWindow::settingsDialogRoundTrip()
 {
     QSignalSpy changed(window.get(), &MainWindow::configChanged);
@@ -351,17 +353,28 @@ void TestMainWindow::settingsDialogRoundTrip()
     QCOMPARE(changed.count(), 0);
     QVERIFY(!QSettings().contains("View/Cut"));
 
-    bool cutShown = false, threeDShown = true;
+    bool cutShown = false, threeDShown = true, followShown = true;
     whenShown<QDialog>([&](QDialog* dialog) {
         cutShown = dialog->findChild<QCheckBox*>("checkBoxCut")->isChecked();
         threeDShown = dialog->findChild<QCheckBox*>("checkBox3D")->isChecked();
+        followShown = dialog->findChild<QCheckBox*>("checkBoxFollow")->isChecked();
         dialog->findChild<QLineEdit*>("lineEditPointsPerLine")->setText("abc");
+        dialog->findChild<QCheckBox*>("checkBoxFollow")->setChecked(true);
         dialog->accept();
     });
     action("actionSettings")->trigger();
     QVERIFY(cutShown);
     QVERIFY(!threeDShown);
+    QVERIFY(!followShown);
     QCOMPARE(changed.count(), 1);
+    // The open 3D view follows at once, and the dialog shows the stored choice.
+    QVERIFY(window->findChild<ThreeDView*>("6101_info")->glWidget()->isFollowing());
+    whenShown<QDialog>([&](QDialog* dialog) {
+        followShown = dialog->findChild<QCheckBox*>("checkBoxFollow")->isChecked();
+        dialog->reject();
+    });
+    action("actionSettings")->trigger();
+    QVERIFY(followShown);
 
     QSettings stored;
     stored.sync();
@@ -369,6 +382,7 @@ void TestMainWindow::settingsDialogRoundTrip()
     QCOMPARE(stored.value("View/ThreeD").toBool(), false);
     QCOMPARE(stored.value("ThreeD/pointsPerLine").toInt(), 0);
     QCOMPARE(stored.value("ThreeD/maxPoints").toInt(), 100000);
+    QCOMPARE(stored.value("ThreeD/follow").toBool(), true);
 
     window->openStream(47821, 47822);
     QVERIFY(window->findChild<CutView*>("47821_3d"));

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # End to end: starts the simulator sending to 127.0.0.1:6101 and the real
 # viewer with a private settings location, then drives the viewer with xdotool
-# through its shortcuts, menus and dialogs: opens every view, freezes and
-# resumes, exports a line, records for about a second, accepts the settings
-# dialog and closes the window. Checks the files and settings written and that
-# the viewer exits with 0. Screenshots are kept in the artifacts folder.
+# through its shortcuts, menus and dialogs: follows the newest line in the 3D
+# view, opens every view, freezes and resumes, exports a line, records for
+# about a second, accepts the settings dialog and closes the window. Checks
+# the files and settings written and that the viewer exits with 0.
+# Screenshots are kept in the artifacts folder.
 #
 # usage: e2e_viewer.sh <vxlindral> <vxscanner-sim> <artifacts-dir>
 set -euo pipefail
@@ -104,6 +105,34 @@ xdotool windowsize "$main" 1260 1000
 focus "$main"
 sleep 1.5
 kill -0 "$simpid" || fail "the simulator stopped"
+
+step "F in the 3D view: the cloud stays in the picture"
+# The middle of the window is the 3D view's picture (the view is maximised);
+# a click there gives it the keyboard. The newest line may already be near
+# the right edge; Home brings it to the middle, and following keeps it there.
+xdotool mousemove --window "$main" 630 500 click 1
+sleep 0.3
+keys f
+keys ctrl+h
+# Left edge and pixel count of the cloud in the middle of the picture: what
+# is not the view's clear gray. The camera looks along the scan line, so each
+# line reaches from its left end to the picture's right edge; without
+# following, the cloud's left edge moves right by about 100 pixels a second.
+cloud() {
+    convert "$art/$1.png" -crop 1000x700+130+180 +repage -fuzz 2% \
+        -fill black -opaque 'rgb(128,128,128)' -fill white +opaque black \
+        -format '%@ %[fx:round(mean*w*h)]\n' info: |
+        awk '{ split($1, g, /[x+]/); print g[3], $2 }'
+}
+for s in 0 1 2 3 4 5; do
+    [ "$s" = 0 ] || sleep 1
+    import -window "$main" "$art/follow-$s.png"
+    read -r edge count < <(cloud "follow-$s")
+    [ "$count" -ge 300 ] || fail "follow-$s: $count cloud pixels in the picture"
+    [ "$s" = 0 ] && first=$edge
+    [ "$edge" -le $((first + 30)) ] || fail "follow-$s: the cloud moved right from x $first to $edge"
+done
+[ "$(diffpixels follow-0 follow-5)" != 0 ] || fail "no new lines while following"
 
 step "freeze, then open every view from its tool-bar shortcut"
 keys ctrl+p
@@ -214,6 +243,7 @@ expect View Numeric false
 expect View Statistic false
 expect ThreeD pointsPerLine 1000
 expect ThreeD maxPoints 100000
+expect ThreeD follow true
 expect Path Last "$line"
 expect Path Recording "$start"
 kill -0 "$simpid" || fail "the simulator stopped early"
