@@ -1,4 +1,3 @@
-#include "resources/iconresources.h"
 #include "viewtestsupport.h"
 
 #include <QIcon>
@@ -9,13 +8,11 @@ class TstIcons : public QObject
 {
     Q_OBJECT
 private slots:
-    void initTestCase() { vxlindral::IconResources::init(); }
-
     void iconLoads_data()
     {
         QTest::addColumn<QString>("name");
         const QString names = QStringLiteral(
-            "about.svg connect.svg datainfo.svg exit.svg exportLine.svg filter.svg gray.svg "
+            "about.svg connect.svg datainfo.svg exit.svg exportLine.svg filter.svg follow.svg gray.svg "
             "grid.svg info.svg line.png numeric.png pause.svg pointsize1.svg pointsize2.svg "
             "pointsize3.svg pointsize4.svg pointsize5.svg settings.svg threed.svg topview.svg "
             "zoom_home.svg zoom_minus.svg zoom_plus.svg");

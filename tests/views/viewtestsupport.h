@@ -1,6 +1,7 @@
 #pragma once
 // Shared helpers of the view tests: line construction, pixel counting and
 // the test main.
+#include "resources/iconresources.h"
 #include "stream/linetype.h"
 #include "stream/myline.h"
 #include "views/glformat.h"
@@ -56,13 +57,15 @@ template <typename Pred> int countPixels(const QImage& img, Pred pred)
 } // namespace viewtest
 
 // Widget tests without OpenGL run on the offscreen platform unless a platform
-// is chosen; the GL test needs an X server and passes offscreen = false.
+// is chosen; the GL test needs an X server and passes offscreen = false. The
+// icons live in a static library and are registered as the program does.
 #define VIEW_TEST_MAIN(TestClass, offscreen)                                                       \
     int main(int argc, char** argv)                                                                \
     {                                                                                              \
         if ((offscreen) && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))                         \
             qputenv("QT_QPA_PLATFORM", "offscreen");                                               \
         vxlindral::GlFormat::installDefault();                                                     \
+        vxlindral::IconResources::init();                                                          \
         QApplication app(argc, argv);                                                              \
         TestClass tc;                                                                              \
         return QTest::qExec(&tc, argc, argv);                                                      \
