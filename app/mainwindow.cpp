@@ -4,6 +4,7 @@
 #include "dialogs/aboutdialog.h"
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
+#include "dialogs/settingskeys.h"
 #include "models/streamaveragedatamodel.h"
 #include "models/streamdatamodel.h"
 #include "models/streamdiffaveragedatamodel.h"
@@ -109,15 +110,16 @@ void MainWindow::openStream(int portLine, int portStatus)
 
     // The default views. A new stream opens the 3D view and no cut view unless
     // the settings say otherwise (the settings dialog uses other defaults).
-    if (settings.value("View/Gray", false).toBool())
+    using K = SettingsKeys;
+    if (K::viewGray.read(settings))
         toggleGrayView(portLine);
-    if (settings.value("View/Statistic", false).toBool())
+    if (K::viewStatistic.read(settings))
         toggleStaticView(portLine);
-    if (settings.value("View/Numeric", false).toBool())
+    if (K::viewNumeric.read(settings))
         toggleNumericView(portLine);
-    if (settings.value("View/Cut", false).toBool())
+    if (K::viewCutOnOpen.read(settings))
         toggleCutView(portLine);
-    if (settings.value("View/ThreeD", true).toBool())
+    if (K::viewThreeDOnOpen.read(settings))
         toggle3DView(portLine);
     tileViews();
 
@@ -143,18 +145,16 @@ void MainWindow::openStream(int portLine, int portStatus)
 void MainWindow::handleConnect(bool)
 {
     DlgPropertiesImpl dialog(this);
-    dialog.lineEditPortLine->setText(
-        QString("%1").arg(settings.value("Ports/Line", defaultLinePort).toUInt()));
-    dialog.lineEditPortStatus->setText(
-        QString("%1").arg(settings.value("Ports/Status", defaultStatusPort).toUInt()));
+    dialog.lineEditPortLine->setText(QString("%1").arg(SettingsKeys::portLine.read(settings)));
+    dialog.lineEditPortStatus->setText(QString("%1").arg(SettingsKeys::portStatus.read(settings)));
     if (dialog.exec() != QDialog::Accepted)
         return;
 
     // Decimal, unchecked: text that does not parse becomes port 0.
     const uint portLine = dialog.lineEditPortLine->text().toUInt(nullptr, 10);
     const uint portStatus = dialog.lineEditPortStatus->text().toUInt(nullptr, 10);
-    settings.setValue("Ports/Line", portLine);
-    settings.setValue("Ports/Status", portStatus);
+    SettingsKeys::portLine.write(settings, portLine);
+    SettingsKeys::portStatus.write(settings, portStatus);
     openStream(static_cast<int>(portLine), static_cast<int>(portStatus));
 }
 
@@ -492,8 +492,8 @@ void MainWindow::handleExport()
     const QString text = lineText(port);
 
     const QString fileName = QFileDialog::getSaveFileName(
-        this, tr("Save line to file"), settings.value("Path/Last", "/").toString(), QString(),
-        nullptr, QFileDialog::Options());
+        this, tr("Save line to file"), SettingsKeys::pathLast.read(settings), QString(), nullptr,
+        QFileDialog::Options());
     if (fileName.isEmpty())
         return;
     QFile file(fileName);
@@ -502,7 +502,7 @@ void MainWindow::handleExport()
                              QMessageBox::Ok);
         return;
     }
-    settings.setValue("Path/Last", QFileInfo(file).absoluteFilePath());
+    SettingsKeys::pathLast.write(settings, QFileInfo(file).absoluteFilePath());
     QTextStream out(&file);
     out << text;
     out.flush();
@@ -522,10 +522,9 @@ void MainWindow::handleExportLines()
 
     // Cancelling the file dialog leaves the action checked: the next trigger
     // unchecks it and only clears the status line.
-    const QString fileName =
-        QFileDialog::getSaveFileName(this, tr("Save lines to file (startfile)"),
-                                     settings.value("Path/Recording", "/").toString(), QString(),
-                                     nullptr, QFileDialog::Options());
+    const QString fileName = QFileDialog::getSaveFileName(
+        this, tr("Save lines to file (startfile)"), SettingsKeys::pathRecording.read(settings),
+        QString(), nullptr, QFileDialog::Options());
     if (fileName.isEmpty())
         return;
     bool ok = false;
@@ -535,7 +534,7 @@ void MainWindow::handleExportLines()
         ui->actionExportLines->setChecked(false);
         return;
     }
-    settings.setValue("Path/Recording", QFileInfo(fileName).absoluteFilePath());
+    SettingsKeys::pathRecording.write(settings, QFileInfo(fileName).absoluteFilePath());
 
     recordingStopped = false;
     recordPart = 1;

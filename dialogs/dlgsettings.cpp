@@ -1,4 +1,5 @@
 #include "dialogs/dlgsettings.h"
+#include "dialogs/settingskeys.h"
 #include "ui_dlgsettings.h"
 
 #include <QSettings>
@@ -15,34 +16,32 @@ DlgSettings::~DlgSettings()
     delete ui;
 }
 
-// The defaults of "View/Cut" (true) and "View/ThreeD" (false) differ from the
-// ones a new stream uses when it opens its views; accepting the dialog
-// unchanged therefore switches new streams from the 3D view to the cut view.
-// The mismatch is intended and kept.
+// "View/Cut" and "View/ThreeD" are read with the dialog's own defaults, which
+// differ from the ones a new stream uses (see SettingsKeys).
 void DlgSettings::loadSettings(QSettings& settings)
 {
-    ui->checkBoxCut->setChecked(settings.value("View/Cut", true).toBool());
-    ui->checkBoxNumeric->setChecked(settings.value("View/Numeric", false).toBool());
-    ui->checkBox3D->setChecked(settings.value("View/ThreeD", false).toBool());
-    ui->checkBoxGray->setChecked(settings.value("View/Gray", false).toBool());
-    ui->checkBoxStatistic->setChecked(settings.value("View/Statistic", false).toBool());
-    ui->lineEditPointsPerLine->setText(
-        QString("%1").arg(settings.value("ThreeD/pointsPerLine", 1000).toInt()));
-    ui->lineEditMaximalPoints->setText(
-        QString("%1").arg(settings.value("ThreeD/maxPoints", 100000).toInt()));
-    ui->checkBoxFollow->setChecked(settings.value("ThreeD/follow", false).toBool());
+    using K = SettingsKeys;
+    ui->checkBoxCut->setChecked(K::viewCutInDialog.read(settings));
+    ui->checkBoxNumeric->setChecked(K::viewNumeric.read(settings));
+    ui->checkBox3D->setChecked(K::viewThreeDInDialog.read(settings));
+    ui->checkBoxGray->setChecked(K::viewGray.read(settings));
+    ui->checkBoxStatistic->setChecked(K::viewStatistic.read(settings));
+    ui->lineEditPointsPerLine->setText(QString("%1").arg(K::pointsPerLine.read(settings)));
+    ui->lineEditMaximalPoints->setText(QString("%1").arg(K::maxPoints.read(settings)));
+    ui->checkBoxFollow->setChecked(K::follow.read(settings));
 }
 
 // Numbers that do not parse are stored as 0; there is no range check (the 3D
 // view decides what to do with such a value).
 void DlgSettings::saveSettings(QSettings& settings)
 {
-    settings.setValue("View/Cut", ui->checkBoxCut->isChecked());
-    settings.setValue("View/Numeric", ui->checkBoxNumeric->isChecked());
-    settings.setValue("View/ThreeD", ui->checkBox3D->isChecked());
-    settings.setValue("View/Gray", ui->checkBoxGray->isChecked());
-    settings.setValue("View/Statistic", ui->checkBoxStatistic->isChecked());
-    settings.setValue("ThreeD/pointsPerLine", ui->lineEditPointsPerLine->text().toInt(nullptr, 10));
-    settings.setValue("ThreeD/maxPoints", ui->lineEditMaximalPoints->text().toInt(nullptr, 10));
-    settings.setValue("ThreeD/follow", ui->checkBoxFollow->isChecked());
+    using K = SettingsKeys;
+    K::viewCutInDialog.write(settings, ui->checkBoxCut->isChecked());
+    K::viewNumeric.write(settings, ui->checkBoxNumeric->isChecked());
+    K::viewThreeDInDialog.write(settings, ui->checkBox3D->isChecked());
+    K::viewGray.write(settings, ui->checkBoxGray->isChecked());
+    K::viewStatistic.write(settings, ui->checkBoxStatistic->isChecked());
+    K::pointsPerLine.write(settings, ui->lineEditPointsPerLine->text().toInt(nullptr, 10));
+    K::maxPoints.write(settings, ui->lineEditMaximalPoints->text().toInt(nullptr, 10));
+    K::follow.write(settings, ui->checkBoxFollow->isChecked());
 }

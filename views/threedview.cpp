@@ -1,5 +1,6 @@
 #include "views/threedview.h"
 
+#include "dialogs/settingskeys.h"
 #include "views/myopenglwidget.h"
 
 #include <QAction>
@@ -56,9 +57,9 @@ QToolBar* ThreeDView::toolBar()
 void ThreeDView::readSettings()
 {
     QSettings settings;
-    widget->setPointsPerLine(settings.value(QStringLiteral("ThreeD/pointsPerLine"), 1000).toInt());
-    widget->setMaxPoints(settings.value(QStringLiteral("ThreeD/maxPoints"), 100000).toInt());
-    const bool follow = settings.value(QStringLiteral("ThreeD/follow"), false).toBool();
+    widget->setPointsPerLine(SettingsKeys::pointsPerLine.read(settings));
+    widget->setMaxPoints(SettingsKeys::maxPoints.read(settings));
+    const bool follow = SettingsKeys::follow.read(settings);
     followAction->setChecked(follow);
     widget->setFollow(follow);
 }
@@ -84,7 +85,8 @@ void ThreeDView::handleHome()
 void ThreeDView::handleFollow(bool on)
 {
     widget->setFollow(on);
-    QSettings().setValue(QStringLiteral("ThreeD/follow"), on);
+    QSettings settings;
+    SettingsKeys::follow.write(settings, on);
 }
 
 } // namespace vxlindral
