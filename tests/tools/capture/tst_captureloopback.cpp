@@ -74,8 +74,12 @@ void roundTrip()
         vxtest::row = std::string("round trip ") + row.name;
         const std::string file = vxtest::tempPath("roundtrip.pcap");
         // The shell gives the capture's process id (timeout passes SIGINT on).
-        std::FILE* capture =
-            popen(("echo $$; exec timeout 30 " + C + " --port 0 --out " + file).c_str(), "r");
+        // --foreground: otherwise timeout follows the signal with a SIGCONT,
+        // which can cancel the stop that the address sanitizer's leak check
+        // waits for at exit, and the capture never ends.
+        std::FILE* capture = popen(
+            ("echo $$; exec timeout --foreground 30 " + C + " --port 0 --out " + file).c_str(),
+            "r");
         int pid = 0, port = 0;
         std::fscanf(capture, "%d vxscanner-capture: listening on UDP port %d", &pid, &port);
         if (!CHECK(port > 0)) {
