@@ -10,6 +10,8 @@
 
 #include <QtTest>
 #include <cmath>
+#include <cstring>
+#include <ctime>
 
 using vxsim::LineComposer;
 using vxsim::Scene;
@@ -22,10 +24,11 @@ QString fingerprint(const SimOptions& o)
 {
     const auto all = [](const SimOptions& s) {
         return QString::asprintf("host %s,port %d,rate %g,pixels %d,protocol 1.%d,%s,bpp %d,"
-                                 "datatyp %d,mode %u,device %u,count %llu,duration %g",
+                                 "datatyp %d,mode %u,device %u,count %llu,duration %g,%s",
                                  s.host.c_str(), s.port, s.rate, s.pixels, s.subProtocol,
                                  s.shortLayout ? "short" : "long", s.bpp, s.datatyp, s.mode,
-                                 s.device, static_cast<unsigned long long>(s.count), s.duration)
+                                 s.device, static_cast<unsigned long long>(s.count), s.duration,
+                                 s.stampSendTime ? "send time" : "scanner time")
             .split(',');
     };
     QStringList f = all(o);
@@ -61,6 +64,8 @@ private slots:
     void pixelsDecode();
     void headerWords_data();
     void headerWords();
+    void sendTime_data();
+    void sendTime();
 };
 
 void TstSim::options_data()
@@ -114,6 +119,9 @@ void TstSim::options_data()
         {"--bpp 4", false, "at least 5 bytes"},
         {"--protocol 1.1 --bpp 7", false, "at least 8 bytes"},
         {"--help=1", false, "--help takes no value"},
+        {"--rate 600 --stamp-send-time", true, "rate 600 send time"},
+        {"--stamp-send-time=1", false, "--stamp-send-time takes no value"},
+        {"--stamp-send-time 1", false, "unexpected argument '1'"},
     };
     for (const auto& r : rows)
         QTest::newRow(*r.args ? r.args : "defaults") << r.args << r.valid << r.expected;
@@ -270,6 +278,48 @@ void TstSim::headerWords()
     for (unsigned w = 0; w < 8; ++w)
         words << QString::fromStdString(vxs::LineheaderValue2String(h, w));
     QCOMPARE(words.join('|'), text);
+}
+
+void TstSim::sendTime_data()
+{
+    QTest::addColumn<QString>("args");
+    QTest::addColumn<int>("headerAt"); // line header offset in the message
+    QTest::addColumn<bool>("stamped");
+    QTest::newRow("1.1 stamped") << "--protocol 1.1 --stamp-send-time" << 92 << true;
+    QTest::newRow("1.2 stamped") << "--stamp-send-time" << 128 << true;
+    QTest::newRow("1.3 stamped") << "--protocol 1.3 --stamp-send-time" << 128 << true;
+    QTest::newRow("1.2 scanner time") << "" << 128 << false;
+}
+
+// Words 1 and 2 hold the monotonic microseconds of composing, between the
+// clock read before and after; the other words are untouched.
+void TstSim::sendTime()
+{
+    QFETCH(QString, args);
+    QFETCH(int, headerAt);
+    QFETCH(bool, stamped);
+    const auto monotonicUs = [] {
+        timespec ts{};
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        return uint64_t(ts.tv_sec) * 1000000u + uint64_t(ts.tv_nsec) / 1000u;
+    };
+    LineComposer composer(SimArgs::options(args + " --rate 1000 --pixels 64"));
+    const uint64_t line = 4321;
+    const uint64_t before = monotonicUs();
+    const std::vector<char> message = composer.compose(line);
+    const uint64_t after = monotonicUs();
+
+    uint32_t words[4];
+    std::memcpy(words, message.data() + headerAt, sizeof words);
+    const uint64_t time = words[1] | uint64_t(words[2]) << 32;
+    if (stamped) {
+        QVERIFY2(before <= time && time <= after,
+                 qPrintable(QString("%1 <= %2 <= %3").arg(before).arg(time).arg(after)));
+    } else {
+        QCOMPARE(time, composer.timestamp(line));
+    }
+    QCOMPARE(words[0], uint32_t(line));
+    QCOMPARE(words[3], uint32_t(line * LineComposer::kEncoderTicksPerLine));
 }
 
 QTEST_GUILESS_MAIN(TstSim)
