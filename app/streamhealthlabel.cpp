@@ -15,6 +15,9 @@ StreamHealthLabel::StreamHealthLabel(Source ports, QWidget* parent, Clock now)
       timer(new QTimer(this))
 {
     setTextFormat(Qt::PlainText);
+    // Precise: a stopped or frozen stream reads 0 lines/s two refreshes later,
+    // not a timer's slack after that.
+    timer->setTimerType(Qt::PreciseTimer);
     connect(timer, &QTimer::timeout, this, &StreamHealthLabel::refresh);
     timer->start(refreshMs);
 }
