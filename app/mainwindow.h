@@ -15,8 +15,8 @@ namespace vxlindral {
 class BasicView;
 class NumericView;
 class StreamDataController;
-class StreamHealthLabel;
 class StreamDataModel;
+class StreamHealthLabel;
 } // namespace vxlindral
 
 // The one top-level window: an MDI area with one sub-window per view and port,
@@ -28,8 +28,8 @@ class StreamDataModel;
 // Ownership: the window owns its form, the per-port models and controllers
 // (shared pointers in maps whose entries are never erased), the recording
 // timer, the health label, and the views through the MDI area (each view
-// deletes itself when closed). Threads: GUI thread only; lines reach the models and views through
-// queued connections.
+// deletes itself when closed). Threads: GUI thread only; lines reach the
+// models and views through queued connections.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
