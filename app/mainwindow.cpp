@@ -1,6 +1,7 @@
 #include "app/mainwindow.h"
 #include "ui_mainwindow.h"
 
+#include "app/streamhealthlabel.h"
 #include "dialogs/aboutdialog.h"
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
@@ -27,6 +28,7 @@
 #include <QTextStream>
 #include <QTimer>
 #include <stdexcept>
+#include <vector>
 
 using vxlindral::BasicView;
 using vxlindral::StreamDataController;
@@ -68,6 +70,7 @@ MainWindow::MainWindow(QWidget* parent)
     connect(ui->actionGray, &QAction::triggered, this, [this] { toggleGrayView(); });
     // Activating a sub-window triggers nothing on purpose: freezing, filtering
     // and export look the view up when they run.
+    addStreamHealth();
 
     // Always the fixed default ports; "Ports/Line" and "Ports/Status" are only
     // what the connection dialog offers.
@@ -76,6 +79,9 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::~MainWindow()
 {
+    // The label reads the controllers: it goes before they do.
+    delete health;
+    health = nullptr;
     recordingStopped = true;
     ui->labelStatus->setText(QString());
     delete recordTimer;
@@ -88,6 +94,39 @@ MainWindow::~MainWindow()
 }
 
 // ---- streams -------------------------------------------------------------
+
+void MainWindow::addStreamHealth()
+{
+    using vxlindral::StreamHealthLabel;
+    // The open ports in ascending order, read without adding map entries; a
+    // stopped port (null controller) is left out.
+    const auto openPorts = [this] {
+        std::vector<StreamHealthLabel::Port> ports;
+        for (const auto& entry : controllers) {
+            if (const std::shared_ptr<StreamDataController>& c = entry.second)
+                ports.push_back({entry.first, c->handoverCounters(), c->counters()});
+        }
+        return ports;
+    };
+    health = new StreamHealthLabel(openPorts, ui->centralwidget);
+    health->setObjectName(QStringLiteral("labelStreamHealth"));
+    // In the status label's own cell, at its right end: the form's layout
+    // keeps its two items where they are, and no column is added that would
+    // narrow the MDI area.
+    ui->gridLayout->addWidget(health, 1, 0, Qt::AlignRight | Qt::AlignVCenter);
+    // The status label's own text (cursor readout, recording) keeps clear of it.
+    connect(health, &StreamHealthLabel::textUpdated, this, [this] {
+        const int reserve = health->text().isEmpty()
+                                ? 0
+                                : health->sizeHint().width() +
+                                      3 * health->fontMetrics().horizontalAdvance(QLatin1Char(' '));
+        QMargins margins = ui->labelStatus->contentsMargins();
+        if (margins.right() != reserve) {
+            margins.setRight(reserve);
+            ui->labelStatus->setContentsMargins(margins);
+        }
+    });
+}
 
 void MainWindow::openStream(int portLine, int portStatus)
 {

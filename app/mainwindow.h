@@ -16,18 +16,20 @@ class BasicView;
 class NumericView;
 class StreamDataController;
 class StreamDataModel;
+class StreamHealthLabel;
 } // namespace vxlindral
 
 // The one top-level window: an MDI area with one sub-window per view and port,
 // a status line, the actions, and per line port one model and one controller.
 // It opens line port 6101 (status port 6102) with its default views when it
-// is built; views are found again by their object name.
+// is built; views are found again by their object name. The right end of the
+// status line shows the health of every open port (StreamHealthLabel).
 //
 // Ownership: the window owns its form, the per-port models and controllers
 // (shared pointers in maps whose entries are never erased), the recording
-// timer, and the views through the MDI area (each view deletes itself when
-// closed). Threads: GUI thread only; lines reach the models and views through
-// queued connections.
+// timer, the health label, and the views through the MDI area (each view
+// deletes itself when closed). Threads: GUI thread only; lines reach the
+// models and views through queued connections.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -107,6 +109,8 @@ private:
     QString lineText(int port);
     vxlindral::BasicView* currentView() const;
     void tileViews();
+    // Puts the health label at the right end of the status line's row.
+    void addStreamHealth();
 
     QSettings settings;
     Ui_MainWindow* ui;
@@ -117,4 +121,5 @@ private:
     bool recordingStopped = false;
     int32_t recordPart = 0;
     QString recordFileName;
+    vxlindral::StreamHealthLabel* health = nullptr;
 };

@@ -1,13 +1,25 @@
 // The real main window in-process, fed over loopback UDP by vxscanner-sim at
-// a series of rates, once with the default views and once with all five open.
-// For each rate it prints the lines the simulator sent, the lines the port's
-// model took in, the lines the hand-over to the GUI thread dropped because
-// the window fell behind (by memory or by age), the peak resident memory and
-// the share of wall time the GUI thread spent on the CPU.
+// a series of rates, with no views (the floor: reception and hand-over
+// only), with the default views and with all five open. For each rate it
+// prints where the lines and the time went:
+//
+//   sent      lines the simulator sent (its own summary)
+//   taken     lines the port's model took in (the hand-over's count)
+//   dropped   by cause: the hand-over's memory and age bounds (the window fell
+//             behind), datagrams the kernel dropped (the receive buffer
+//             overflowed), messages given up incomplete
+//   delay     from sending a line to its arrival in the model, p50 and p99:
+//             the simulator stamps CLOCK_MONOTONIC microseconds into each
+//             line's header (--stamp-send-time) and a handler on the model's
+//             newLine reads the same clock
+//   memory    resident set now, and its growth over the rate
+//   CPU       share of one core over the sending time: the GUI thread, the
+//             receive thread, the viewer's other threads (the X connection,
+//             the OpenGL driver's workers) and the simulator process
 //
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
-//       [--rates 250,1000,...] [--pixels N] [--views default|all|both]
+//       [--rates 600,1500,...] [--pixels N] [--views none,default,all|both]
 #include "app/applicationsetup.h"
 #include "app/mainwindow.h"
 #include "models/streamdatamodel.h"
@@ -17,32 +29,37 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
+#include <algorithm>
+#include <atomic>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <netinet/in.h>
+#include <pthread.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
+
+constexpr int benchPort = 6101; // the port the window opens by itself
 
 struct Options
 {
     double duration = 3.0;
     int pixels = 2048;
-    QList<int> rates = {250, 1000, 2000, 5000, 10000, 20000};
-    QStringList viewSets = {"default", "all"};
+    QList<int> rates = {600, 1500, 5000, 20000};
+    QStringList viewSets = {"none", "default", "all"};
 };
-
-// Peak resident set size of the process so far, in MiB.
-double peakRssMiB()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss / 1024.0;
-}
 
 // Current resident set size, in MiB.
 double rssMiB()
@@ -54,16 +71,22 @@ double rssMiB()
     return fields.size() > 1 ? fields[1].toDouble() * 4096.0 / (1024.0 * 1024.0) : 0;
 }
 
-// CPU time of the calling thread, in nanoseconds. The GUI thread's share of
-// wall time is what the window costs: waking and blocking of the event loop
-// cannot be used for it, since the 3D view schedules repaints back to back
-// and the loop then never blocks, although the thread mostly waits for the
-// OpenGL driver.
-qint64 threadCpuNs()
+int64_t clockNs(clockid_t clock)
 {
     timespec ts{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return qint64(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+    clock_gettime(clock, &ts);
+    return int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+}
+
+// CPU time of the simulator processes that have ended and been reaped.
+int64_t childrenCpuNs()
+{
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+    const auto ns = [](const timeval& t) {
+        return int64_t(t.tv_sec) * 1000000000 + t.tv_usec * 1000;
+    };
+    return ns(usage.ru_utime) + ns(usage.ru_stime);
 }
 
 void runEventLoop(int ms)
@@ -73,7 +96,127 @@ void runEventLoop(int ms)
     loop.exec();
 }
 
-void runSet(const QString& set, const Options& opt, const QString& simPath)
+// The receive thread's CPU clock, learnt on that thread from the first
+// stream text the receiver emits there (the thread is the library's own).
+struct ReceiveClock
+{
+    std::atomic<bool> known{false};
+    clockid_t clock{};
+
+    // Called on the emitting thread.
+    void learn()
+    {
+        if (known.load(std::memory_order_acquire) ||
+            QThread::currentThread() == QCoreApplication::instance()->thread())
+            return;
+        clockid_t c{};
+        if (pthread_getcpuclockid(pthread_self(), &c) == 0) {
+            clock = c;
+            known.store(true, std::memory_order_release);
+        }
+    }
+    int64_t ns() const { return known.load(std::memory_order_acquire) ? clockNs(clock) : 0; }
+};
+
+// Where the CPU time went so far.
+struct CpuTimes
+{
+    int64_t process, gui, receive, children;
+    static CpuTimes now(const ReceiveClock& receive)
+    {
+        return {clockNs(CLOCK_PROCESS_CPUTIME_ID), clockNs(CLOCK_THREAD_CPUTIME_ID), receive.ns(),
+                childrenCpuNs()};
+    }
+};
+
+// Delay samples of one rate, in microseconds, in storage allocated before
+// the rate starts: the per-line handler only reads two header words and the
+// clock and stores one number.
+struct Delays
+{
+    std::vector<int64_t> us;
+    std::size_t count = 0;
+
+    void reset(std::size_t capacity)
+    {
+        us.assign(capacity, 0);
+        count = 0;
+    }
+    void add(const vxlindral::LineType& line)
+    {
+        if (!line || line->header.size() < 12 || count == us.size())
+            return;
+        uint32_t low = 0, high = 0;
+        std::memcpy(&low, line->header.data() + 4, 4);
+        std::memcpy(&high, line->header.data() + 8, 4);
+        us[count++] =
+            clockNs(CLOCK_MONOTONIC) / 1000 - int64_t(uint64_t(low) | uint64_t(high) << 32);
+    }
+    // The q-quantile in milliseconds; NaN without samples.
+    double quantileMs(double q)
+    {
+        if (count == 0)
+            return std::nan("");
+        const std::size_t k = std::min(count - 1, std::size_t(q * double(count)));
+        std::nth_element(us.begin(), us.begin() + std::ptrdiff_t(k),
+                         us.begin() + std::ptrdiff_t(count));
+        return double(us[k]) / 1000.0;
+    }
+};
+
+// The counters of the port that a rate's figures are taken from.
+struct Counts
+{
+    vxlindral::LineQueue::Counters handover;
+    strmsocket::StreamCounters socket;
+    static Counts of(const vxlindral::StreamDataController& c)
+    {
+        return {c.handoverCounters(), c.counters()};
+    }
+};
+
+// Runs the simulator with `args` to the end; its summary's line count, or -1
+// when it could not be started.
+qint64 runSimulator(const QString& path, const QStringList& args)
+{
+    QProcess sim;
+    sim.setProcessChannelMode(QProcess::MergedChannels);
+    sim.start(path, args);
+    if (!sim.waitForStarted(5000)) {
+        std::fprintf(stderr, "bench_app: cannot start %s\n", qPrintable(path));
+        return -1;
+    }
+    // Run the viewer while the simulator sends.
+    while (sim.state() != QProcess::NotRunning)
+        runEventLoop(50);
+    const QRegularExpressionMatch m = QRegularExpression(R"(total [0-9.]+ s: (\d+) lines)")
+                                          .match(QString::fromLocal8Bit(sim.readAll()));
+    return m.hasMatch() ? m.captured(1).toLongLong() : 0;
+}
+
+// Lets the window take in what is still on its way: until nothing waits in
+// the hand-over and no line arrived for 200 ms, at most 3 s.
+void drain(const vxlindral::StreamDataController& controller)
+{
+    uint64_t taken = controller.handoverCounters().linesTaken;
+    int quiet = 0;
+    for (int step = 0; step < 30 && quiet < 2; ++step) {
+        runEventLoop(100);
+        const vxlindral::LineQueue::Counters c = controller.handoverCounters();
+        quiet = c.linesTaken == taken && c.linesWaiting == 0 ? quiet + 1 : 0;
+        taken = c.linesTaken;
+    }
+}
+
+void printLegend()
+{
+    std::printf("dropped: mem/age = the hand-over's memory/age bound, kern = kernel drops "
+                "(datagrams),\n         inc = incomplete messages. delay: send to model, ms. "
+                "CPU: %% of one core\n         over the sending time (other = the viewer's "
+                "other threads).\n");
+}
+
+bool runSet(const QString& set, const Options& opt, const QString& simPath)
 {
     {
         QSettings settings;
@@ -83,7 +226,7 @@ void runSet(const QString& set, const Options& opt, const QString& simPath)
         settings.setValue("View/Statistic", all);
         settings.setValue("View/Numeric", all);
         settings.setValue("View/Cut", all);
-        settings.setValue("View/ThreeD", true);
+        settings.setValue("View/ThreeD", set != "none");
     }
     MainWindow window;
     window.resize(1260, 1000);
@@ -91,58 +234,94 @@ void runSet(const QString& set, const Options& opt, const QString& simPath)
     window.handleRealign();
     runEventLoop(300);
 
-    std::shared_ptr<vxlindral::StreamDataModel> model = window.dataModel(6101);
-    std::shared_ptr<vxlindral::StreamDataController> controller = window.controller(6101);
-    if (!model || !controller) {
-        std::fprintf(stderr, "bench_app: port 6101 could not be opened\n");
-        return;
+    std::shared_ptr<vxlindral::StreamDataModel> model = window.dataModel(benchPort);
+    std::shared_ptr<vxlindral::StreamDataController> controller = window.controller(benchPort);
+    if (!model || !controller || controller->localPort() != benchPort) {
+        std::fprintf(stderr, "bench_app: port %d could not be opened\n", benchPort);
+        return false;
     }
-    quint64 taken = 0;
+    ReceiveClock receive;
+    const QMetaObject::Connection learning = QObject::connect(
+        model.get(), &vxlindral::StreamDataModel::notifyStatistic, model.get(),
+        [&receive](const QString&) { receive.learn(); }, Qt::DirectConnection);
+    Delays delays;
     QObject::connect(model.get(), &vxlindral::StreamDataModel::newLine,
-                     [&taken](const vxlindral::LineType&) { ++taken; });
+                     [&delays](const vxlindral::LineType& line) { delays.add(line); });
 
-    std::printf("\nviews: %s (%d pixels per line, %.1f s per rate)\n", qPrintable(set), opt.pixels,
+    const QStringList common = {"--host",           "127.0.0.1",
+                                "--port",           QString::number(benchPort),
+                                "--pixels",         QString::number(opt.pixels),
+                                "--stamp-send-time"};
+    // A few lines first: the window's first paints, the line pool and the
+    // receive thread's clock are then in place before anything is measured.
+    if (runSimulator(simPath, common + QStringList{"--rate", "500", "--count", "100"}) < 0)
+        return false;
+    drain(*controller);
+    // Known by now (or the receive thread's share reads 0): the measured
+    // runs go without the extra call per line.
+    QObject::disconnect(learning);
+
+    std::printf("\nviews: %s%s (%d pixels per line, %.1f s per rate)\n", qPrintable(set),
+                set == "none" ? " = the floor: reception and hand-over only" : "", opt.pixels,
                 opt.duration);
-    const auto dropped = [&controller] {
-        const vxlindral::LineQueue::Counters c = controller->handoverCounters();
-        return c.droppedMemory + c.droppedAge;
-    };
-    std::printf("%8s %9s %9s %9s %8s %9s %9s %8s\n", "rate/s", "sent", "taken", "dropped", "taken%",
-                "rss MiB", "peak MiB", "gui busy");
+    std::printf("%6s %7s %7s %6s | %6s %6s %6s %6s | %7s %7s | %6s %6s | %5s %5s %5s %5s\n",
+                "rate/s", "sent", "taken", "taken%", "mem", "age", "kern", "inc", "p50 ms",
+                "p99 ms", "rssMiB", "+MiB", "gui", "recv", "other", "sim");
     for (int rate : opt.rates) {
-        const quint64 takenBefore = taken;
-        const quint64 droppedBefore = dropped();
-        QProcess sim;
-        sim.setProcessChannelMode(QProcess::MergedChannels);
-        sim.start(simPath, {"--host", "127.0.0.1", "--port", "6101", "--rate",
-                            QString::number(rate), "--pixels", QString::number(opt.pixels),
-                            "--duration", QString::number(opt.duration)});
-        if (!sim.waitForStarted(5000)) {
-            std::fprintf(stderr, "bench_app: cannot start %s\n", qPrintable(simPath));
-            return;
-        }
+        delays.reset(std::size_t(std::ceil(rate * opt.duration * 1.5)) + 4096);
+        const Counts before = Counts::of(*controller);
+        const double rssBefore = rssMiB();
+        const CpuTimes cpuBefore = CpuTimes::now(receive);
         QElapsedTimer wall;
         wall.start();
-        const qint64 cpuBefore = threadCpuNs();
-        // Run the viewer while the simulator sends, then drain what is queued.
-        while (sim.state() != QProcess::NotRunning)
-            runEventLoop(50);
-        runEventLoop(500);
-        const double busyShare = double(threadCpuNs() - cpuBefore) / double(wall.nsecsElapsed());
 
-        const QString out = QString::fromLocal8Bit(sim.readAll());
-        const QRegularExpressionMatch m =
-            QRegularExpression(R"(total [0-9.]+ s: (\d+) lines)").match(out);
-        const quint64 sent = m.hasMatch() ? m.captured(1).toULongLong() : 0;
-        const quint64 got = taken - takenBefore;
-        const quint64 lost = dropped() - droppedBefore;
-        std::printf("%8d %9llu %9llu %9llu %7.1f%% %9.1f %9.1f %7.1f%%\n", rate,
-                    static_cast<unsigned long long>(sent), static_cast<unsigned long long>(got),
-                    static_cast<unsigned long long>(lost), sent ? 100.0 * got / sent : 0.0,
-                    rssMiB(), peakRssMiB(), 100.0 * busyShare);
+        const qint64 sent = runSimulator(
+            simPath, common + QStringList{"--rate", QString::number(rate), "--duration",
+                                          QString::number(opt.duration)});
+        if (sent < 0)
+            return false;
+        const double wallNs = double(wall.nsecsElapsed());
+        const CpuTimes cpu = CpuTimes::now(receive);
+        drain(*controller);
+
+        const Counts after = Counts::of(*controller);
+        const uint64_t taken = after.handover.linesTaken - before.handover.linesTaken;
+        const auto share = [wallNs](int64_t ns) { return 100.0 * double(ns) / wallNs; };
+        const int64_t gui = cpu.gui - cpuBefore.gui;
+        const int64_t recv = cpu.receive - cpuBefore.receive;
+        std::printf(
+            "%6d %7lld %7llu %5.1f%% | %6llu %6llu %6llu %6llu | %7.1f %7.1f | %6.0f %+6.0f | "
+            "%4.0f%% %4.0f%% %4.0f%% %4.0f%%\n",
+            rate, static_cast<long long>(sent), static_cast<unsigned long long>(taken),
+            sent > 0 ? 100.0 * double(taken) / double(sent) : 0.0,
+            static_cast<unsigned long long>(after.handover.droppedMemory -
+                                            before.handover.droppedMemory),
+            static_cast<unsigned long long>(after.handover.droppedAge - before.handover.droppedAge),
+            static_cast<unsigned long long>(after.socket.kernelDrops - before.socket.kernelDrops),
+            static_cast<unsigned long long>(after.socket.incompleteMessages -
+                                            before.socket.incompleteMessages),
+            delays.quantileMs(0.50), delays.quantileMs(0.99), rssMiB(), rssMiB() - rssBefore,
+            share(gui), share(recv), share(cpu.process - cpuBefore.process - gui - recv),
+            share(cpu.children - cpuBefore.children));
         std::fflush(stdout);
     }
     window.close();
+    return true;
+}
+
+// The window opens the port on its own; a port held by another program would
+// stop the run at a warning box.
+bool portFree()
+{
+    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(benchPort);
+    const bool bound =
+        fd >= 0 && ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (fd >= 0)
+        ::close(fd);
+    return bound;
 }
 
 } // namespace
@@ -157,9 +336,9 @@ int main(int argc, char* argv[])
 
     Options opt;
     const QStringList args = app.arguments();
-    for (int i = 1; i + 1 < args.size(); i += 2) {
+    for (int i = 1; i < args.size(); i += 2) {
         const QString& key = args[i];
-        const QString& value = args[i + 1];
+        const QString value = i + 1 < args.size() ? args[i + 1] : QString();
         if (key == "--duration") {
             opt.duration = value.toDouble();
         } else if (key == "--pixels") {
@@ -169,14 +348,32 @@ int main(int argc, char* argv[])
             for (const QString& r : value.split(',', Qt::SkipEmptyParts))
                 opt.rates << r.toInt();
         } else if (key == "--views") {
-            opt.viewSets = value == "both" ? QStringList{"default", "all"} : QStringList{value};
+            opt.viewSets.clear();
+            for (const QString& v : value.split(',', Qt::SkipEmptyParts))
+                opt.viewSets << (v == "both" ? QStringList{"default", "all"} : QStringList{v});
         } else {
             std::fprintf(stderr, "bench_app: unknown option %s\n", qPrintable(key));
             return 2;
         }
     }
+    const QStringList sets = {"none", "default", "all"};
+    const bool setsKnown = std::all_of(opt.viewSets.begin(), opt.viewSets.end(),
+                                       [&sets](const QString& v) { return sets.contains(v); });
+    if (opt.duration <= 0 || opt.pixels <= 0 || opt.rates.isEmpty() ||
+        std::any_of(opt.rates.begin(), opt.rates.end(), [](int r) { return r <= 0; }) ||
+        !setsKnown) {
+        std::fprintf(stderr, "bench_app: bad --duration, --pixels, --rates or --views\n");
+        return 2;
+    }
+    if (!portFree()) {
+        std::fprintf(stderr, "bench_app: port %d is in use by another program\n", benchPort);
+        return 1;
+    }
+    printLegend();
     const QString simPath = QCoreApplication::applicationDirPath() + "/vxscanner-sim";
-    for (const QString& set : opt.viewSets)
-        runSet(set, opt, simPath);
+    for (const QString& set : opt.viewSets) {
+        if (!runSet(set, opt, simPath))
+            return 1;
+    }
     return 0;
 }

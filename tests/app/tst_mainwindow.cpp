@@ -1,7 +1,9 @@
 // The main window's logic in-process, with a private settings store: default
 // views, the port limit and its warnings, freezing, view toggling and
-// re-tiling, the settings round trip, export and recording.
+// re-tiling, the settings round trip, export and recording, the stream health
+// at the end of the status line.
 #include "app/mainwindow.h"
+#include "app/streamhealthlabel.h"
 #include "models/streamdatamodel.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
@@ -17,6 +19,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QFileDialog>
+#include <QGridLayout>
 #include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -24,6 +27,7 @@
 #include <QMdiSubWindow>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -144,6 +148,8 @@ private slots:
     void recordingWritesNumberedParts();
     void recordingCancelRules_data();
     void recordingCancelRules();
+    void streamHealth_data();
+    void streamHealth();
 
 private:
     QStringList viewNames() const;
@@ -497,6 +503,54 @@ void TestMainWindow::recordingCancelRules()
     QCOMPARE(lines->isChecked(), checkedAfter);
     QVERIFY(!window->isRecording());
     QVERIFY(!QSettings().contains("Path/Recording"));
+}
+
+void TestMainWindow::streamHealth_data()
+{
+    QTest::addColumn<QStringList>("steps");
+    QTest::addColumn<QList<int>>("ports"); // shown, in this order
+    QTest::newRow("one port") << QStringList() << QList<int>{6101};
+    QTest::newRow("two ports") << QStringList{"open"} << QList<int>{6101, 47821};
+    // Stopping acts on the port of the first view, 6101's.
+    QTest::newRow("stopped port") << QStringList{"open", "stop"} << QList<int>{47821};
+    QTest::newRow("no port left") << QStringList{"stop"} << QList<int>{};
+}
+
+// Each open port's entry at the right end of the status line's row, beside
+// the status text and not over it, in the form's own layout cell.
+void TestMainWindow::streamHealth()
+{
+    QFETCH(QStringList, steps);
+    QFETCH(QList<int>, ports);
+    for (const QString& step : steps) {
+        if (step == "open")
+            window->openStream(47821, 47822);
+        else
+            QMetaObject::invokeMethod(window.get(), "handleStopStream");
+    }
+    auto* health = window->findChild<StreamHealthLabel*>("labelStreamHealth");
+    QVERIFY(health);
+    health->refresh();
+
+    QStringList entries;
+    for (int port : ports)
+        entries << QString("%1: [0-9,]+ lines/s, [0-9,]+ dropped").arg(port);
+    const QRegularExpression pattern(QRegularExpression::anchoredPattern(entries.join(" \\| ")));
+    QVERIFY2(pattern.match(health->text()).hasMatch(), qPrintable(health->text()));
+
+    // The form's cells stay; the label shares the status label's.
+    auto* grid = window->findChild<QGridLayout*>("gridLayout");
+    for (QWidget* w : {static_cast<QWidget*>(mdi()), static_cast<QWidget*>(status()),
+                       static_cast<QWidget*>(health)}) {
+        int row = -1, column = -1, rows = 0, columns = 0;
+        grid->getItemPosition(grid->indexOf(w), &row, &column, &rows, &columns);
+        QCOMPARE((QList<int>{row, column, rows, columns}), (QList<int>{w != mdi(), 0, 1, 1}));
+    }
+    status()->setText("u: 1024 v: 2000 x: 0.123456m y: -0.654321m a: 12.3456deg");
+    grid->activate();
+    const int statusTextEnd = status()->geometry().left() + status()->contentsRect().right();
+    QVERIFY(ports.isEmpty() || statusTextEnd < health->geometry().left());
+    QCOMPARE(health->geometry().right(), status()->geometry().right());
 }
 
 int main(int argc, char* argv[])

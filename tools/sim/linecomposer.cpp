@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <ctime>
 
 namespace vxsim {
 
@@ -236,6 +237,14 @@ const std::vector<char>& LineComposer::compose(uint64_t line)
         }
         if (echo)
             previousRange = range;
+    }
+    if (opt.stampSendTime && opt.lineheadersize >= 12) {
+        timespec ts{};
+        ::clock_gettime(CLOCK_MONOTONIC, &ts);
+        const uint64_t us =
+            static_cast<uint64_t>(ts.tv_sec) * 1000000u + static_cast<uint64_t>(ts.tv_nsec) / 1000u;
+        putU32(base + 4, static_cast<uint32_t>(us));
+        putU32(base + 8, static_cast<uint32_t>(us >> 32));
     }
     return message;
 }

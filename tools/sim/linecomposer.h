@@ -22,7 +22,9 @@ namespace vxsim {
 // Line header (32 bytes, u32 words): line counter, 64-bit microsecond
 // timestamp (words 1 low, 2 high), encoder position, status flags, exposure,
 // temperature, line rate. Every field of line n is a pure function of the
-// options and n.
+// options and n, but for the timestamp with `stampSendTime`: then words 1
+// and 2 hold the CLOCK_MONOTONIC microseconds taken as the last step of
+// compose(), right before the caller sends the line.
 //
 // Ownership: owns its buffers. Threads: one thread at a time.
 class LineComposer
@@ -36,7 +38,8 @@ public:
     explicit LineComposer(const SimOptions& options);
 
     // The raw-line message of line `line`. The reference stays valid until
-    // the next call.
+    // the next call. With `stampSendTime` it carries the time of this call's
+    // end: send it at once.
     const std::vector<char>& compose(uint64_t line);
     // The file-header message (name "vxscanner-sim").
     std::vector<char> fileHeader() const;

@@ -14,9 +14,9 @@ using vxcommon::CommandLine;
 
 namespace {
 
-const char* const kOptions[] = {"--host",   "--port",     "--rate",    "--pixels", "--protocol",
-                                "--layout", "--bpp",      "--datatyp", "--mode",   "--device",
-                                "--count",  "--duration", "--help"};
+const char* const kOptions[] = {
+    "--host",    "--port", "--rate",   "--pixels", "--protocol", "--layout",          "--bpp",
+    "--datatyp", "--mode", "--device", "--count",  "--duration", "--stamp-send-time", "--help"};
 
 // The smallest double above 0: a lower bound that admits every positive value.
 constexpr double kAboveZero = std::numeric_limits<double>::denorm_min();
@@ -62,6 +62,12 @@ bool SimOptions::read(CommandLine& cl, const std::string& name, std::set<std::st
         return cl.fail("--help takes no value");
     if (!given.insert(name).second)
         return cl.fail(name + " given twice");
+    if (name == "--stamp-send-time") {
+        if (cl.hasInlineValue())
+            return cl.fail("--stamp-send-time takes no value");
+        stampSendTime = true;
+        return true;
+    }
     std::string value;
     if (!cl.value(value))
         return cl.fail("missing value for " + name);
@@ -173,6 +179,8 @@ std::string SimOptions::usage()
            "  --device N         device number (default 0)\n"
            "  --count N          send N lines, then exit\n"
            "  --duration S       send for S seconds, then exit\n"
+           "  --stamp-send-time  line header words 1/2: CLOCK_MONOTONIC microseconds\n"
+           "                     of sending instead of the scanner timestamp\n"
            "  --help             show this text\n"
            "\n"
            "Without --count or --duration it runs until interrupted (Ctrl+C).\n"

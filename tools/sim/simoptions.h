@@ -31,6 +31,10 @@ public:
     uint64_t count = 0;    // lines to send; 0 = no limit
     double duration = 0.0; // seconds to send; 0 = no limit
     int lineheadersize = 32;
+    // Line header words 1 and 2 carry the CLOCK_MONOTONIC microseconds at
+    // which the line is sent instead of the scanner timestamp, so that a
+    // receiver on the same machine can measure each line's delay.
+    bool stampSendTime = false;
 
     // Parses argv[1..argc-1] into `out` (left alone unless the outcome is
     // Run). On Error, `error` holds a one-line message.

@@ -96,8 +96,13 @@ void Simulator::run(const std::atomic<bool>& stop)
         }
         due = std::min(due, limit);
         const uint64_t batch = std::min(due - std::min(due, sentLines), kMaxBatchLines);
-        for (uint64_t k = 0; k < batch; ++k)
+        for (uint64_t k = 0; k < batch; ++k) {
             messages.queue(composer.compose(sentLines + k));
+            // A stamped line goes out the moment it is stamped, not after the
+            // rest of its batch has been composed.
+            if (opt.stampSendTime)
+                messages.flush();
+        }
         messages.flush();
         sentLines += batch;
         if (sentLines >= limit)

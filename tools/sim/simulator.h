@@ -19,6 +19,8 @@ namespace vxsim {
 // due is sent in one batch, so the average rate stays exact even when a
 // single sleep overshoots. When the sender falls more than a second behind,
 // the schedule restarts from now instead of sending the backlog at once.
+// Lines stamped with their send time are sent one by one as they are
+// composed, so that the stamp does not wait for the rest of the batch.
 //
 // Once a second it prints a one-line summary to `out`, and a final one when it
 // ends. Ownership: owns its composer and sender. Threads: one thread; `stop`

@@ -10,6 +10,8 @@
 
 #include <QtTest>
 #include <cmath>
+#include <cstring>
+#include <ctime>
 
 using vxsim::LineComposer;
 using vxsim::Scene;
@@ -22,10 +24,11 @@ QString fingerprint(const SimOptions& o)
 {
     const auto all = [](const SimOptions& s) {
         return QString::asprintf("host %s,port %d,rate %g,pixels %d,protocol 1.%d,%s,bpp %d,"
-                                 "datatyp %d,mode %u,device %u,count %llu,duration %g",
+                                 "datatyp %d,mode %u,device %u,count %llu,duration %g,%s",
                                  s.host.c_str(), s.port, s.rate, s.pixels, s.subProtocol,
                                  s.shortLayout ? "short" : "long", s.bpp, s.datatyp, s.mode,
-                                 s.device, static_cast<unsigned long long>(s.count), s.duration)
+                                 s.device, static_cast<unsigned long long>(s.count), s.duration,
+                                 s.stampSendTime ? "send time" : "scanner time")
             .split(',');
     };
     QStringList f = all(o);
@@ -61,6 +64,8 @@ private slots:
     void pixelsDecode();
     void headerWords_data();
     void headerWords();
+    void sendTime_data();
+    void sendTime();
 };
 
 void TstSim::options_data()
@@ -114,6 +119,9 @@ void TstSim::options_data()
         {"--bpp 4", false, "at least 5 bytes"},
         {"--protocol 1.1 --bpp 7", false, "at least 8 bytes"},
         {"--help=1", false, "--help takes no value"},
+        {"--rate 600 --stamp-send-time", true, "rate 600 send time"},
+        {"--stamp-send-time=1", false, "--stamp-send-time takes no value"},
+        {"--stamp-send-time 1", false, "unexpected argument '1'"},
     };
     for (const auto& r : rows)
         QTest::newRow(*r.args ? r.args : "defaults") << r.args << r.valid << r.expected;
@@ -270,6 +278,38 @@ void TstSim::headerWords()
     for (unsigned w = 0; w < 8; ++w)
         words << QString::fromStdString(vxs::LineheaderValue2String(h, w));
     QCOMPARE(words.join('|'), text);
+}
+
+void TstSim::sendTime_data()
+{
+    QTest::addColumn<QString>("args");
+    QTest::addColumn<int>("headerAt"); // line header offset in the message
+    QTest::newRow("1.1") << "--protocol 1.1" << 92;
+    QTest::newRow("1.2") << "" << 128;
+}
+
+// Words 1 and 2 hold the monotonic microseconds of composing; the line
+// counter and encoder words stay.
+void TstSim::sendTime()
+{
+    QFETCH(QString, args);
+    QFETCH(int, headerAt);
+    const auto monotonicUs = [] {
+        timespec ts{};
+        clock_gettime(CLOCK_MONOTONIC, &ts);
+        return uint64_t(ts.tv_sec) * 1000000u + uint64_t(ts.tv_nsec) / 1000u;
+    };
+    LineComposer composer(SimArgs::options(args + " --pixels 64 --stamp-send-time"));
+    const uint64_t before = monotonicUs();
+    const std::vector<char> message = composer.compose(4321);
+    const uint64_t after = monotonicUs();
+
+    uint32_t words[4];
+    std::memcpy(words, message.data() + headerAt, sizeof words);
+    const uint64_t time = words[1] | uint64_t(words[2]) << 32;
+    QVERIFY2(before <= time && time <= after, qPrintable(QString::number(time)));
+    QCOMPARE(words[0], 4321u);
+    QCOMPARE(words[3], 43210u);
 }
 
 QTEST_GUILESS_MAIN(TstSim)

@@ -1,0 +1,113 @@
+#include "app/streamhealthlabel.h"
+
+#include <QStringList>
+#include <QTimer>
+#include <cmath>
+#include <utility>
+
+namespace vxlindral {
+
+using std::chrono::steady_clock;
+
+StreamHealthLabel::StreamHealthLabel(Source ports, QWidget* parent, Clock now)
+    : QLabel(parent), source(std::move(ports)),
+      clock(now ? std::move(now) : Clock([] { return steady_clock::now(); })),
+      timer(new QTimer(this))
+{
+    setTextFormat(Qt::PlainText);
+    // Precise: a stopped or frozen stream reads 0 lines/s two refreshes later,
+    // not a timer's slack after that.
+    timer->setTimerType(Qt::PreciseTimer);
+    connect(timer, &QTimer::timeout, this, &StreamHealthLabel::refresh);
+    timer->start(refreshMs);
+}
+
+uint64_t StreamHealthLabel::dropped(const Port& p)
+{
+    return p.handover.droppedMemory + p.handover.droppedAge + p.socket.kernelDrops +
+           p.socket.incompleteMessages;
+}
+
+QString StreamHealthLabel::grouped(uint64_t n)
+{
+    // The digits, then a ',' before every further group of three.
+    const QString digits = QString::number(static_cast<qulonglong>(n));
+    QString out;
+    out.reserve(digits.size() + digits.size() / 3);
+    for (int i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0)
+            out += QLatin1Char(',');
+        out += digits[i];
+    }
+    return out;
+}
+
+uint64_t StreamHealthLabel::rate(const Port& p, steady_clock::time_point now)
+{
+    const uint64_t taken = p.handover.linesTaken;
+    auto it = previous.find(p.port);
+    if (it == previous.end()) {
+        previous.emplace(p.port, Previous{taken, now});
+        return 0;
+    }
+    Previous& before = it->second;
+    const double seconds = std::chrono::duration<double>(now - before.at).count();
+    // Fewer lines than before: the port was opened anew (its counters
+    // restarted); start over from here.
+    const uint64_t result =
+        taken >= before.taken && seconds > 0
+            ? static_cast<uint64_t>(std::llround((taken - before.taken) / seconds))
+            : 0;
+    before = Previous{taken, now};
+    return result;
+}
+
+QString StreamHealthLabel::details(const Port& p)
+{
+    const LineQueue::Counters& h = p.handover;
+    const strmsocket::StreamCounters& s = p.socket;
+    const std::pair<const char*, uint64_t> rows[] = {
+        {"dropped by the memory bound", h.droppedMemory},
+        {"dropped by the age bound", h.droppedAge},
+        {"stream texts dropped", h.textsDropped},
+        {"lines waiting", h.linesWaiting},
+        {"kernel drops (datagrams)", s.kernelDrops},
+        {"malformed datagrams", s.malformedDatagrams},
+        {"incomplete messages", s.incompleteMessages},
+        {"discarded while frozen", s.pausedDiscards},
+        {"callback errors", s.callbackErrors},
+    };
+    QString text = QStringLiteral("Port %1").arg(p.port);
+    for (const auto& row : rows)
+        text += QStringLiteral("\n%1: %2").arg(QLatin1String(row.first), grouped(row.second));
+    const uint64_t buffer = s.receiveBufferSize > 0 ? uint64_t(s.receiveBufferSize) : 0;
+    text += QStringLiteral("\nreceive buffer: %1 bytes").arg(grouped(buffer));
+    return text;
+}
+
+void StreamHealthLabel::refresh()
+{
+    const steady_clock::time_point now = clock();
+    const std::vector<Port> ports = source();
+
+    QStringList entries, tips;
+    std::map<int, Previous> seen;
+    for (const Port& p : ports) {
+        entries << QStringLiteral("%1: %2 lines/s, %3 dropped")
+                       .arg(p.port)
+                       .arg(grouped(rate(p, now)), grouped(dropped(p)));
+        tips << details(p);
+        seen.insert(*previous.find(p.port));
+    }
+    // Ports no longer open are forgotten: opened again, they start afresh.
+    previous = std::move(seen);
+
+    const QString text = entries.join(QStringLiteral(" | "));
+    setToolTip(tips.join(QStringLiteral("\n\n")));
+    if (text != this->text()) {
+        setText(text);
+        emit textUpdated();
+    }
+}
+
+} // namespace vxlindral
