@@ -1,5 +1,6 @@
 #include "views/framesync.h"
 
+#include <QCoreApplication>
 #include <QEvent>
 #include <QTimerEvent>
 #include <QWidget>
@@ -23,6 +24,9 @@ FrameSync::FrameSync(QObject* parent, std::function<void()> applyWork)
     : QObject(parent), apply(std::move(applyWork))
 {
     instances().push_back(this);
+    // A window repaints on an UpdateRequest sent to it; the application's
+    // filter sees it before the window paints.
+    QCoreApplication::instance()->installEventFilter(this);
 }
 
 FrameSync::~FrameSync()
@@ -34,7 +38,7 @@ FrameSync::~FrameSync()
 void FrameSync::watch(QWidget* widget)
 {
     if (widget)
-        widget->installEventFilter(this);
+        watched.push_back(widget);
 }
 
 void FrameSync::markPending()
@@ -65,11 +69,24 @@ void FrameSync::flushAll()
             f->flush();
 }
 
-bool FrameSync::eventFilter(QObject* watched, QEvent* event)
+bool FrameSync::eventFilter(QObject* target, QEvent* event)
 {
-    if (event->type() == QEvent::Paint)
-        flush();
-    return QObject::eventFilter(watched, event);
+    // Applying on the window's UpdateRequest lets the repaint that follows
+    // paint the apply function's updates too, instead of a paint applying
+    // work and requesting the next paint (which with a steady stream of lines
+    // would apply again, and so on, far faster than the frame rate).
+    const QEvent::Type type = event->type();
+    if (pending && (type == QEvent::UpdateRequest || type == QEvent::Paint) &&
+        target->isWidgetType()) {
+        const auto* widget = static_cast<QWidget*>(target);
+        for (const QPointer<QWidget>& w : watched) {
+            if (w && (type == QEvent::Paint ? w == target : w->window() == widget)) {
+                flush();
+                break;
+            }
+        }
+    }
+    return QObject::eventFilter(target, event);
 }
 
 void FrameSync::timerEvent(QTimerEvent* event)
@@ -79,6 +96,16 @@ void FrameSync::timerEvent(QTimerEvent* event)
         return;
     }
     timer.stop();
+    // The frame asks the window to repaint and applies the work when it is
+    // about to, so that what is applied is as new as the repaint and the
+    // updates it makes are painted in that pass.
+    for (const QPointer<QWidget>& w : watched) {
+        if (w) {
+            QCoreApplication::postEvent(w->window(), new QEvent(QEvent::UpdateRequest),
+                                        Qt::LowEventPriority);
+            return;
+        }
+    }
     flush();
 }
 

@@ -1,5 +1,7 @@
 #include "views/tableframeproxy.h"
 
+#include <utility>
+
 namespace vxlindral {
 
 TableFrameProxy::TableFrameProxy(QObject* parent) : QAbstractTableModel(parent) {}
@@ -19,19 +21,25 @@ void TableFrameProxy::setSourceModel(QAbstractItemModel* model)
     layoutStale = false;
     if (model) {
         using M = QAbstractItemModel;
-        auto shape = [this] { markStale(false); };
-        auto layout = [this] { markStale(true); };
+        // The models' layout changes only refresh their tables: their rows
+        // and columns are positions, never rearranged.
+        auto changed = [this] { markStale(false); };
+        auto moved = [this] { markStale(true); };
         connections = {
-            connect(model, &M::rowsInserted, this, shape),
-            connect(model, &M::rowsRemoved, this, shape),
-            connect(model, &M::rowsMoved, this, layout),
-            connect(model, &M::columnsInserted, this, shape),
-            connect(model, &M::columnsRemoved, this, shape),
-            connect(model, &M::columnsMoved, this, layout),
-            connect(model, &M::dataChanged, this, shape),
-            connect(model, &M::headerDataChanged, this, shape),
-            connect(model, &M::layoutChanged, this, layout),
-            connect(model, &M::modelReset, this, layout),
+            connect(model, &M::rowsInserted, this, changed),
+            connect(model, &M::rowsRemoved, this, changed),
+            connect(model, &M::rowsMoved, this, moved),
+            connect(model, &M::columnsInserted, this, changed),
+            connect(model, &M::columnsRemoved, this, changed),
+            connect(model, &M::columnsMoved, this, moved),
+            connect(model, &M::dataChanged, this, changed),
+            connect(model, &M::headerDataChanged, this,
+                    [this] {
+                        headersAnnounced = true;
+                        markStale(false);
+                    }),
+            connect(model, &M::layoutChanged, this, changed),
+            connect(model, &M::modelReset, this, moved),
             connect(model, &QObject::destroyed, this, &TableFrameProxy::dropSource),
         };
     }
@@ -97,6 +105,7 @@ void TableFrameProxy::sync()
     const int c = source ? source->columnCount() : 0;
     if (layoutStale || r != rows || c != columns) {
         layoutStale = false;
+        headersAnnounced = false;
         emit layoutAboutToBeChanged();
         // Cells are addressed by position: a kept index (selection, current
         // cell) stays where it is unless the new shape no longer has it.
@@ -107,13 +116,38 @@ void TableFrameProxy::sync()
             if (i.row() >= r || i.column() >= c)
                 changePersistentIndex(i, QModelIndex());
         emit layoutChanged();
+        headerTextsChanged(Qt::Horizontal);
+        headerTextsChanged(Qt::Vertical);
         return;
     }
-    if (rows > 0 && columns > 0) {
+    if (rows > 0 && columns > 0)
         emit dataChanged(index(0, 0), index(rows - 1, columns - 1));
-        emit headerDataChanged(Qt::Horizontal, 0, columns - 1);
-        emit headerDataChanged(Qt::Vertical, 0, rows - 1);
+    // A header change makes the table's headers measure themselves again,
+    // and the table lay itself out again later: only when the texts changed.
+    const bool announced = std::exchange(headersAnnounced, false);
+    for (Qt::Orientation o : {Qt::Horizontal, Qt::Vertical}) {
+        const int n = o == Qt::Horizontal ? columns : rows;
+        if ((headerTextsChanged(o) || announced) && n > 0)
+            emit headerDataChanged(o, 0, n - 1);
     }
+}
+
+bool TableFrameProxy::headerTextsChanged(Qt::Orientation orientation)
+{
+    QStringList& kept = headerTexts[orientation == Qt::Horizontal ? 0 : 1];
+    const int n = orientation == Qt::Horizontal ? columns : rows;
+    if (!source || n > kComparedSections) {
+        kept.clear();
+        return false;
+    }
+    QStringList now;
+    now.reserve(n);
+    for (int i = 0; i < n; ++i)
+        now << source->headerData(i, orientation).toString();
+    if (now == kept)
+        return false;
+    kept = std::move(now);
+    return true;
 }
 
 } // namespace vxlindral

@@ -1,6 +1,7 @@
 #pragma once
 #include <QAbstractTableModel>
 #include <QPointer>
+#include <QStringList>
 #include <vector>
 
 namespace vxlindral {
@@ -9,11 +10,16 @@ namespace vxlindral {
 // and headers are read through from the source when the table paints, while
 // the shape (rows, columns) is the one last announced to the table. The
 // source's announcements (every line announces its rows as inserted, then
-// data changed; a few changes announce a new layout) only mark the proxy
-// stale and emit changed(); sync() then tells the table once: a layout change
-// when the shape differs or the source announced one, otherwise a change of
-// every cell and header. So the table never takes in the row announcements
-// that would grow its header by a line's pixel count per line.
+// data changed, and the data table's view a layout change) only mark the
+// proxy stale and emit changed(); sync() then tells the table once: a layout
+// change when the shape differs (or the source was reset or moved rows),
+// otherwise a change of every cell, and of the headers when the source
+// announced it or their texts changed. So the table never takes in the row
+// announcements that would grow its header by a line's pixel count per line,
+// and a refresh costs no relayout. The models' rows and columns are
+// positions, so their layout changes are taken as such refreshes. Header
+// texts are compared for headers of up to kComparedSections sections; the
+// longer ones (the data table's row numbers) follow from the position.
 // Ownership: owned by its view; follows, but does not own, the source (until
 // the source is destroyed). Threads: GUI thread only.
 class TableFrameProxy : public QAbstractTableModel
@@ -42,7 +48,12 @@ signals:
     void changed();
 
 private:
+    static constexpr int kComparedSections = 64;
+
     void markStale(bool layout);
+    // Whether the header texts of `orientation` differ from those kept (kept
+    // from now on); false for headers too long to compare.
+    bool headerTextsChanged(Qt::Orientation orientation);
     void dropSource();
 
     QPointer<QAbstractItemModel> source;
@@ -51,6 +62,8 @@ private:
     int columns = 0;
     bool stale = false;
     bool layoutStale = false;
+    bool headersAnnounced = false;
+    QStringList headerTexts[2]; // horizontal, vertical
 };
 
 } // namespace vxlindral

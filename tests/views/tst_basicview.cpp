@@ -93,6 +93,10 @@ private slots:
         burst.grab();
         QCOMPARE(label->text(), texts.last());
         QCOMPARE(label->size(), reference.size());
+        // Without a paint or an accessor, the next frame shows it.
+        burst.updateStatistic(QStringLiteral("next"));
+        QCOMPARE(label->text(), texts.last());
+        QTRY_COMPARE(label->text(), QStringLiteral("next"));
     }
 
     // The info view: title with port, the latest text shown, and a close
