@@ -1,8 +1,9 @@
 #include "views/framesync.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEvent>
-#include <QTimerEvent>
+#include <QTimer>
 #include <QWidget>
 #include <algorithm>
 #include <vector>
@@ -11,11 +12,24 @@ namespace vxlindral {
 
 namespace {
 
-// Every live instance, for flushAll(); GUI thread only.
+// Every live instance, for the frame and flushAll(); GUI thread only.
 std::vector<FrameSync*>& instances()
 {
     static std::vector<FrameSync*> all;
     return all;
+}
+
+bool alive(const FrameSync* f)
+{
+    const auto& all = instances();
+    return std::find(all.begin(), all.end(), f) != all.end();
+}
+
+// The one frame clock and the time of its last frame.
+QElapsedTimer& sinceFrame()
+{
+    static QElapsedTimer clock;
+    return clock;
 }
 
 } // namespace
@@ -46,8 +60,51 @@ void FrameSync::markPending()
     if (pending)
         return;
     pending = true;
-    const qint64 since = sinceFrame.isValid() ? sinceFrame.elapsed() : kFrameMs;
-    timer.start(static_cast<int>(std::max<qint64>(0, kFrameMs - since)), Qt::PreciseTimer, this);
+    static QTimer* clock = [] {
+        auto* t = new QTimer(QCoreApplication::instance());
+        t->setSingleShot(true);
+        t->setTimerType(Qt::PreciseTimer);
+        QObject::connect(t, &QTimer::timeout, t, [t] {
+            frame();
+            // Frames go on while work waits for its window's repaint.
+            if (std::any_of(instances().begin(), instances().end(),
+                            [](const FrameSync* f) { return f->pending; }))
+                t->start(kFrameMs);
+        });
+        return t;
+    }();
+    if (!clock->isActive()) {
+        const qint64 since = sinceFrame().isValid() ? sinceFrame().elapsed() : kFrameMs;
+        clock->start(static_cast<int>(std::max<qint64>(0, kFrameMs - since)));
+    }
+}
+
+void FrameSync::frame()
+{
+    sinceFrame().start();
+    // A copy: applying may create or destroy views.
+    const std::vector<FrameSync*> all = instances();
+    for (FrameSync* f : all) {
+        if (!alive(f) || !f->pending)
+            continue;
+        // The apply function runs when the window is about to repaint. The
+        // update makes Qt send the window its UpdateRequest, so that the
+        // updates the apply functions make then are painted in the same pass
+        // and request no further repaint. A view with nothing to show applies
+        // its work at once.
+        if (QWidget* shown = f->shownWidget())
+            shown->update();
+        else
+            f->flush();
+    }
+}
+
+QWidget* FrameSync::shownWidget() const
+{
+    for (const QPointer<QWidget>& w : watched)
+        if (w && w->isVisible() && !w->rect().isEmpty())
+            return w;
+    return nullptr;
 }
 
 void FrameSync::flush()
@@ -55,17 +112,14 @@ void FrameSync::flush()
     if (!pending)
         return;
     pending = false;
-    timer.stop();
-    sinceFrame.start();
     apply();
 }
 
 void FrameSync::flushAll()
 {
-    // A copy: applying may create or destroy views.
     const std::vector<FrameSync*> all = instances();
     for (FrameSync* f : all)
-        if (std::find(instances().begin(), instances().end(), f) != instances().end())
+        if (alive(f))
             f->flush();
 }
 
@@ -87,26 +141,6 @@ bool FrameSync::eventFilter(QObject* target, QEvent* event)
         }
     }
     return QObject::eventFilter(target, event);
-}
-
-void FrameSync::timerEvent(QTimerEvent* event)
-{
-    if (event->timerId() != timer.timerId()) {
-        QObject::timerEvent(event);
-        return;
-    }
-    timer.stop();
-    // The frame asks the window to repaint and applies the work when it is
-    // about to, so that what is applied is as new as the repaint and the
-    // updates it makes are painted in that pass.
-    for (const QPointer<QWidget>& w : watched) {
-        if (w) {
-            QCoreApplication::postEvent(w->window(), new QEvent(QEvent::UpdateRequest),
-                                        Qt::LowEventPriority);
-            return;
-        }
-    }
-    flush();
 }
 
 } // namespace vxlindral

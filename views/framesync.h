@@ -1,6 +1,4 @@
 #pragma once
-#include <QBasicTimer>
-#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QWidget>
@@ -9,22 +7,24 @@
 
 namespace vxlindral {
 
-// Paces a view's display work to the display. A view takes every line at
-// once (models, cumulative pictures) and calls markPending(); at most one
-// frame per kFrameMs, and only while work is pending, the window of the
-// view's watched widgets is asked to repaint, and the view's apply function
-// brings what it shows up to date with the newest line when that window is
-// about to repaint (on its UpdateRequest, so that the updates the apply
-// function makes are painted in that same pass; any other repaint of the
-// window applies pending work the same way). Pending work is also applied on
-// the paint of a watched widget that comes without an UpdateRequest (expose,
-// grab), so no repaint shows a stale picture. Without a watched widget the
-// frame applies the work itself. The apply function may update widgets and
-// change their contents; it runs with nothing pending, so work it marks
-// pending again (a continuous animation) gets the next frame.
+// Paces the views' display work to the display. A view takes every line at
+// once (models, cumulative pictures) and calls markPending(). One frame clock
+// serves every view: at most one frame per kFrameMs, and only while some view
+// has work pending, it asks the windows of those views to repaint (an update
+// of a shown watched widget), and each view's apply function brings what it
+// shows up to date with the newest line when its window is about to repaint:
+// on the window's UpdateRequest, so that the updates the apply function makes
+// are painted in that same pass and request no further repaint. Any other
+// repaint of the window applies pending work the same way, so all views of a
+// window apply and repaint together. Pending work is also applied on the
+// paint of a watched widget that comes without an UpdateRequest (expose,
+// grab), so no repaint shows a stale picture. A view with no shown watched
+// widget gets its work applied by the frame itself. The apply function may
+// update widgets and change their contents; it runs with nothing pending, so
+// work it marks pending again (a continuous animation) gets the next frame.
 // Ownership: a child of its view; the apply function refers to the view and
-// dies with it. Threads: GUI thread only (it filters the application's
-// events).
+// dies with it. The frame clock belongs to the application object.
+// Threads: GUI thread only (it filters the application's events).
 class FrameSync : public QObject
 {
     Q_OBJECT
@@ -34,8 +34,7 @@ public:
     FrameSync(QObject* parent, std::function<void()> apply);
     ~FrameSync() override;
 
-    // Applies pending work before every paint of `widget` and of its window;
-    // the window of the first watched widget is the one frames repaint.
+    // Applies pending work before every paint of `widget` and of its window.
     void watch(QWidget* widget);
     // Marks work pending: the frame follows kFrameMs after the last one (at
     // once when that has passed).
@@ -48,13 +47,15 @@ public:
 
 protected:
     bool eventFilter(QObject* target, QEvent* event) override;
-    void timerEvent(QTimerEvent* event) override;
 
 private:
+    // The frame: asks the windows of the views with pending work to repaint.
+    static void frame();
+    // A watched widget that is shown, or null.
+    QWidget* shownWidget() const;
+
     std::function<void()> apply;
     std::vector<QPointer<QWidget>> watched; // widgets whose paints apply pending work
-    QBasicTimer timer;
-    QElapsedTimer sinceFrame;
     bool pending = false;
 };
 
