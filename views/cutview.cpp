@@ -30,7 +30,9 @@ CutView::CutView(QWidget* parent) : BasicView(parent)
 {
     setWindowTitle(tr("Cut"));
     setWindowIcon(QIcon(QStringLiteral(":/PixMaps/topview.svg")));
+    frames = new FrameSync(this, [this] { drawPending(); });
     createContent();
+    frames->watch(label);
 }
 
 CutView::~CutView() = default;
@@ -103,12 +105,36 @@ void CutView::updateNewLine(vxlindral::LineType newLine)
     cutParams.offsetX = pan.x();
     cutParams.offsetY = pan.y();
     cutParams.displayFiltered = isFilteredDisplayed();
+    // Drawn at the next frame with the parameters of now: a later pan or
+    // filter switch must not reach this line's picture.
+    pendingLine = currentLine;
+    pendingParams = cutParams;
+    frames->markPending();
+    // The first picture of a new size (first line, first after a resize)
+    // resizes the label: drawn at once, so that no paint finds the label at
+    // the old size.
+    if (label && label->size() != pixmap.size())
+        frames->flush();
+}
+
+void CutView::drawPending()
+{
+    if (!pendingLine)
+        return;
+    const LineType line = std::move(pendingLine);
+    pendingLine.reset();
     // The label shares the pixmap; letting go of it first spares drawing a
     // full copy of the picture (the label gets it back right after).
     if (label)
         label->clear();
-    drawCut(*currentLine, cutParams, pixmap);
-    updateImageLabel();
+    drawCut(*line, pendingParams, pixmap);
+    showPixmap();
+}
+
+const QPixmap& CutView::image()
+{
+    frames->flush();
+    return pixmap;
 }
 
 QPoint CutView::labelCentre() const
@@ -191,6 +217,12 @@ void CutView::updateImage()
 
 void CutView::updateImageLabel()
 {
+    frames->flush();
+    showPixmap();
+}
+
+void CutView::showPixmap()
+{
     if (!label)
         return;
     label->setPixmap(pixmap);
@@ -201,6 +233,10 @@ void CutView::handleConfigChanged() {}
 
 void CutView::resizeEvent(QResizeEvent* event)
 {
+    // A line still pending belongs to the picture before the resize, which
+    // the label keeps showing; the new pixmap stays uninitialised until the next
+    // line or updateImage().
+    frames->flush();
     QMdiSubWindow::resizeEvent(event);
     pixmap = QPixmap(viewSize());
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include "views/basicview.h"
 #include "views/cutparams.h"
+#include "views/framesync.h"
 
 #include <QPixmap>
 #include <QPoint>
@@ -13,8 +14,12 @@ namespace vxlindral {
 // with zoom (wheel, tool bar, keys), pan by dragging, re-centring by
 // double-click, a metric grid, a polyline mode, the point size and a cursor
 // readout for the status bar.
-// Ownership: keeps the newest line's handle and its own pixmap; actions are
-// children of the view. Threads: GUI thread only.
+// A line is drawn once per display frame: updateNewLine keeps the newest line
+// with the drawing parameters of its arrival, and the frame (or any paint of
+// the label before it) draws that line alone, which is exactly the picture
+// drawing every line at its arrival would leave.
+// Ownership: keeps the newest line's handle and its own pixmap; actions and
+// the frame pacer are children of the view. Threads: GUI thread only.
 class CutView : public BasicView
 {
     Q_OBJECT
@@ -26,7 +31,8 @@ public:
     QToolBar* toolBar() override;
 
     const CutParams& params() const { return cutParams; }
-    const QPixmap& image() const { return pixmap; }
+    // The picture, with the newest line drawn.
+    const QPixmap& image();
     QPoint panOffset() const { return pan; }
     float minimumScale() const { return minScale; }
     float maximumScale() const { return maxScale; }
@@ -57,11 +63,17 @@ private:
     QPoint labelCentre() const;
     void applyClickPoint();
     QSize viewSize() const;
+    // Draws the pending line into the pixmap and shows it in the label.
+    void drawPending();
+    void showPixmap();
 
     CutParams cutParams;
     float minScale = 0.1f;
     float maxScale = 500.0f;
     LineType currentLine;
+    LineType pendingLine;    // drawn at the next frame
+    CutParams pendingParams; // the parameters at the pending line's arrival
+    FrameSync* frames = nullptr;
     QPixmap pixmap;
     QPoint pan;
     QPoint dragAnchor;

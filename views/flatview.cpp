@@ -8,7 +8,6 @@
 #include <QLabel>
 #include <QLayout>
 #include <QMutexLocker>
-#include <QPainter>
 #include <QThread>
 #include <QToolBar>
 #include <algorithm>
@@ -17,54 +16,24 @@ namespace vxlindral {
 
 namespace {
 
-// Pens for every gray value and the two reject colours, built once, so that
-// drawing a point never allocates a pen.
-struct PenTable
+const QRgb kRejectShown = qRgb(255, 122, 0);
+const QRgb kRejectHidden = qRgb(0, 0, 0);
+
+// The colour of one valid point: the reject colour for a point with a reject
+// mark, else the gray of its intensity.
+struct PointColour
 {
-    QPen gray[256];
-    QPen rejectShown{QColor(255, 122, 0), 2};
-    QPen rejectHidden{QColor(0, 0, 0), 2};
-    PenTable()
-    {
-        for (int g = 0; g < 256; ++g)
-            gray[g] = QPen(QColor(g, g, g), 2);
-    }
-};
-
-const PenTable& pens()
-{
-    static const PenTable table;
-    return table;
-}
-
-// Picks the pen of one point and skips setPen when it is unchanged.
-class PointPainter
-{
-public:
-    PointPainter(QPixmap& pixmap, const MyLine& line, int minI, double r, bool filtered)
-        : painter(&pixmap), minI(minI), r(r),
-          reject(filtered ? &pens().rejectShown : &pens().rejectHidden)
-    {
-        (void)line;
-    }
-
-    void draw(const vxs::VxPt& pt, int x, int y)
-    {
-        const QPen* pen =
-            pt.reject != 0 ? reject : &pens().gray[FlatView::grayValue(pt.intensity, minI, r)];
-        if (pen != current) {
-            painter.setPen(*pen);
-            current = pen;
-        }
-        painter.drawPoint(x, y);
-    }
-
-private:
-    QPainter painter;
     int minI;
     double r;
-    const QPen* reject;
-    const QPen* current = nullptr;
+    QRgb reject;
+
+    QRgb operator()(const vxs::VxPt& pt) const
+    {
+        if (pt.reject != 0)
+            return reject;
+        const int g = FlatView::grayValue(pt.intensity, minI, r);
+        return qRgb(g, g, g);
+    }
 };
 
 } // namespace
@@ -79,7 +48,10 @@ FlatView::FlatView(QWidget* parent) : BasicView(parent)
     }
     BasicView::createContent();
     const QRect g = geometry();
-    pixmap = QPixmap(g.right() - g.left(), g.bottom() - g.top());
+    ring.reset(QSize(g.right() - g.left(), g.bottom() - g.top()), axis());
+    frames = new FrameSync(this, [this] { showPicture(); });
+    frames->watch(label);
+    frames->markPending();
     connect(this, &FlatView::signalNewImage, this, &FlatView::setImage, Qt::QueuedConnection);
 
     // A thread object that is never started. Widgets cannot change threads,
@@ -127,21 +99,21 @@ void FlatView::updateNewLine(vxlindral::LineType line)
 {
     {
         QMutexLocker locker(&mutex);
-        const int w = pixmap.width();
-        const int h = pixmap.height();
-        const QRect all(QPoint(0, 0), QPoint(w - 1, h - 1));
+        const int w = ring.width();
+        const int h = ring.height();
         if (displayMode == 0) {
-            pixmap.scroll(0, -2, all);
+            ring.scroll(2);
             if (line)
                 drawRow(*line, w, h);
         } else if (displayMode == 1) {
-            pixmap.scroll(-1, 0, all);
+            ring.scroll(1);
             if (line)
                 drawColumn(*line, w, h);
         } else {
             return;
         }
     }
+    frames->markPending();
     emit signalNewImage();
 }
 
@@ -150,10 +122,10 @@ void FlatView::drawRow(const MyLine& line, int w, int h)
     int minI = 65535;
     int maxI = 0;
     calculateRanges(&line, minI, maxI);
-    const double r = (maxI - minI) / 210.0;
+    const PointColour colour{minI, (maxI - minI) / 210.0,
+                             isFilteredDisplayed() ? kRejectShown : kRejectHidden};
     const int n = line.pixel;
     const double step = std::max(1.0, static_cast<double>(n) / w);
-    PointPainter painter(pixmap, line, minI, r, isFilteredDisplayed());
     for (int x = 0; x < w; x += 2) {
         const int i = static_cast<int>(x * step);
         if (i >= n)
@@ -161,7 +133,7 @@ void FlatView::drawRow(const MyLine& line, int w, int h)
         const vxs::VxPt& pt = line.points.at(static_cast<std::size_t>(i));
         if (pt.valid == 0)
             continue;
-        painter.draw(pt, direction < 0 ? w - x : x, h - 1);
+        ring.plot(direction < 0 ? w - x : x, h - 1, colour(pt));
     }
 }
 
@@ -172,11 +144,11 @@ void FlatView::drawColumn(const MyLine& line, int w, int h)
     int minI = 65535;
     int maxI = 0;
     calculateRanges(&line, minI, maxI);
-    const double r = (maxI - minI) / 210.0;
+    const PointColour colour{minI, (maxI - minI) / 210.0,
+                             isFilteredDisplayed() ? kRejectShown : kRejectHidden};
     const int n = line.pixel;
     const double step = std::max(1.0, static_cast<double>(n) / h);
     const int half = h / 2;
-    PointPainter painter(pixmap, line, minI, r, isFilteredDisplayed());
     for (int k = 0; k < half; ++k) {
         const int i = static_cast<int>(k * step);
         if (i < n) {
@@ -185,45 +157,62 @@ void FlatView::drawColumn(const MyLine& line, int w, int h)
             // the second half.
             if (pt.valid == 0)
                 continue;
-            painter.draw(pt, w - 1, half - direction * k);
+            ring.plot(w - 1, half - direction * k, colour(pt));
         }
         const int j = static_cast<int>((k + half) * step);
         if (j < n) {
             const vxs::VxPt& pt = line.points.at(static_cast<std::size_t>(j));
             if (pt.valid != 0)
-                painter.draw(pt, w - 1, direction * k + half);
+                ring.plot(w - 1, direction * k + half, colour(pt));
         }
     }
 }
 
 void FlatView::setImage()
 {
+    frames->markPending();
+}
+
+void FlatView::showPicture()
+{
+    QPixmap& next = pixmaps[1 - shown];
+    if (next.size() != ring.size())
+        next = ring.isNull() ? QPixmap() : QPixmap(ring.size());
+    ring.composeInto(next);
+    shown = 1 - shown;
     if (label)
-        label->setPixmap(pixmap);
+        label->setPixmap(pixmaps[shown]);
+}
+
+const QPixmap& FlatView::image()
+{
+    frames->flush();
+    return pixmaps[shown];
 }
 
 void FlatView::updateImage()
 {
     if (!scrollArea || !label)
         return;
+    // Every path clears the picture (the scaled one of waterfall mode
+    // included) and shows it at once.
+    const QRect g = geometry();
     if (initPending) {
         initPending = false;
         const QRect v = scrollArea->viewport()->rect();
-        pixmap = QPixmap(v.right() - v.left(), v.bottom() - v.top());
+        ring.reset(QSize(v.right() - v.left(), v.bottom() - v.top()), axis());
+    } else if (ring.width() != g.right() - g.left() && (displayMode == 0 || displayMode == 1)) {
+        const QRect s = scrollArea->geometry();
+        const int w = s.right() - s.left() - 1;
+        if (displayMode == 1)
+            ring.reset(QSize(w, s.bottom() - s.top() - 1), axis());
+        else
+            ring.resetScaledToWidth(w, axis());
     } else {
-        const QRect g = geometry();
-        if (pixmap.width() != g.right() - g.left()) {
-            const QRect s = scrollArea->geometry();
-            const int w = s.right() - s.left() - 1;
-            if (displayMode == 1)
-                pixmap = QPixmap(w, s.bottom() - s.top() - 1);
-            else if (displayMode == 0)
-                pixmap = pixmap.scaledToWidth(w, Qt::FastTransformation);
-        }
+        ring.reset(ring.size(), axis());
     }
-    // Every path clears the image, the scaled one of waterfall mode included.
-    pixmap.fill(Qt::white);
-    label->setPixmap(pixmap);
+    frames->markPending();
+    frames->flush();
     label->adjustSize();
 }
 

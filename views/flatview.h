@@ -1,5 +1,7 @@
 #pragma once
 #include "views/basicview.h"
+#include "views/framesync.h"
+#include "views/ringimage.h"
 
 #include <QPixmap>
 
@@ -11,9 +13,12 @@ namespace vxlindral {
 // The gray-value view: each line becomes a new row (waterfall, scrolling up by
 // 2 pixels) or a new column (right to left, scrolling left by 1 pixel) of gray
 // values following the intensities; a flip mirrors the new lines.
-// Ownership: its pixmap and actions; the never-started thread object is owned
-// by the view. Threads: GUI thread only; the base mutex guards the pixmap
-// while it scrolls, is drawn into, or is resized.
+// Every line is drawn at once into a ring of rows or columns (no pixels move
+// when it scrolls); the picture in display order is composed and shown once
+// per display frame, and before any paint of the label.
+// Ownership: its picture, actions and frame pacer; the never-started thread
+// object is owned by the view. Threads: GUI thread only; the base mutex
+// guards the picture while it scrolls, is drawn into, or is resized.
 class FlatView : public BasicView
 {
     Q_OBJECT
@@ -25,7 +30,8 @@ public:
 
     int getDisplayMode() const { return displayMode; }
     int getDirection() const { return direction; }
-    const QPixmap& image() const { return pixmap; }
+    // The picture as shown, with every line taken in.
+    const QPixmap& image();
 
     // Gray value of an intensity for the range minI .. maxI with
     // r = (maxI - minI) / 210: 45 at minI, 255 at maxI and white outside
@@ -37,6 +43,7 @@ signals:
 
 public slots:
     void updateNewLine(vxlindral::LineType line) override;
+    // Shows the picture in the label at the next frame.
     void setImage();
     void updateImage();
     void handleDisplayMode();
@@ -49,8 +56,16 @@ protected:
 private:
     void drawRow(const MyLine& line, int w, int h);
     void drawColumn(const MyLine& line, int w, int h);
+    // Composes the picture into the pixmap not shown and shows that one.
+    void showPicture();
+    RingImage::Axis axis() const { return displayMode == 0 ? RingImage::Rows : RingImage::Columns; }
 
-    QPixmap pixmap;
+    RingImage ring;
+    // The composed picture: the label shows pixmaps[shown]; the other one is
+    // composed into next, so that neither is shared while it is painted.
+    QPixmap pixmaps[2];
+    int shown = 0;
+    FrameSync* frames = nullptr;
     bool initPending = true;
     int direction = 1;
     int displayMode = 1;

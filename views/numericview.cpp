@@ -1,12 +1,15 @@
 #include "views/numericview.h"
 
 #include "views/fontscrolltableview.h"
+#include "views/framesync.h"
 #include "views/precisehinttableview.h"
+#include "views/tableframeproxy.h"
 
 #include <QAction>
 #include <QHeaderView>
 #include <QIcon>
 #include <QLayout>
+#include <QScrollBar>
 #include <QTableView>
 #include <QToolBar>
 
@@ -52,6 +55,34 @@ void NumericView::createContent()
     // Added again so that it ends up last, below the data table.
     layout()->addWidget(bigAverageTable);
     bigAverageTable->hide();
+
+    frames = new FrameSync(this, [this] { syncTables(); });
+    headerProxy = new TableFrameProxy(this);
+    averageProxy = new TableFrameProxy(this);
+    bigAverageProxy = new TableFrameProxy(this);
+    dataProxy = new TableFrameProxy(this);
+    const std::pair<QTableView*, TableFrameProxy*> pairs[] = {{headerTable, headerProxy},
+                                                              {averageTable, averageProxy},
+                                                              {bigAverageTable, bigAverageProxy},
+                                                              {dataTable, dataProxy}};
+    for (const auto& [table, proxy] : pairs) {
+        table->setModel(proxy);
+        connect(proxy, &TableFrameProxy::changed, frames, &FrameSync::markPending);
+        for (QWidget* w : {table->viewport(), table->horizontalHeader()->viewport(),
+                           table->verticalHeader()->viewport(),
+                           static_cast<QWidget*>(table->horizontalScrollBar()),
+                           static_cast<QWidget*>(table->verticalScrollBar())})
+            frames->watch(w);
+    }
+    // The header table fits its columns to the texts of the newest line.
+    auto fitHeader = [this] {
+        headerTable->resizeColumnsToContents();
+        fixHeights();
+    };
+    connect(headerProxy, &QAbstractItemModel::layoutChanged, this, fitHeader);
+    connect(headerProxy, &QAbstractItemModel::dataChanged, this, fitHeader);
+    connect(averageProxy, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
+    connect(bigAverageProxy, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
 }
 
 QToolBar* NumericView::toolBar()
@@ -119,50 +150,36 @@ void NumericView::handleHeader(bool expand)
 
 void NumericView::setHeaderModel(QAbstractItemModel* model)
 {
-    headerTable->setModel(model);
-    if (model)
-        connect(model, &QAbstractItemModel::layoutChanged, this, [this] {
-            headerTable->resizeColumnsToContents();
-            fixHeights();
-        });
+    headerProxy->setSourceModel(model);
 }
 
 void NumericView::setAverageModel(QAbstractItemModel* model)
 {
-    averageTable->setModel(model);
-    if (model)
-        connect(model, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
+    averageProxy->setSourceModel(model);
 }
 
 void NumericView::setBigAverageModel(QAbstractItemModel* model)
 {
-    bigAverageTable->setModel(model);
-    if (model)
-        connect(model, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
+    bigAverageProxy->setSourceModel(model);
 }
 
 void NumericView::setDataModel(QAbstractItemModel* model)
 {
-    dataTable->setModel(model);
+    dataProxy->setSourceModel(model);
 }
 
 void NumericView::updateNewLine(vxlindral::LineType)
 {
-    if (QAbstractItemModel* m = dataTable->model())
+    // The data table's refresh per line; its proxy passes it on to the table
+    // as one layout change per frame.
+    if (QAbstractItemModel* m = dataProxy->sourceModel())
         emit m->layoutChanged();
-    // The models announce every line as rows 0 .. rowCount inserted, while
-    // the small tables keep their few rows (1 header row, 4 statistics, one
-    // row per field): each announcement adds sections to a table's vertical
-    // header, which would grow by a line's pixel count with every line,
-    // without bound. A layout change makes the header take the model's shape
-    // again (and runs the tables' own handlers: column fit, fixed heights).
-    for (QTableView* t :
-         {static_cast<QTableView*>(headerTable), static_cast<QTableView*>(averageTable),
-          static_cast<QTableView*>(bigAverageTable)}) {
-        QAbstractItemModel* m = t->model();
-        if (m && t->verticalHeader()->count() != m->rowCount())
-            emit m->layoutChanged();
-    }
+}
+
+void NumericView::syncTables()
+{
+    for (TableFrameProxy* p : {headerProxy, averageProxy, bigAverageProxy, dataProxy})
+        p->sync();
 }
 
 void NumericView::handleConfigChanged() {}

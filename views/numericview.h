@@ -8,16 +8,21 @@ class QTableView;
 
 namespace vxlindral {
 
-class PreciseHintTableView;
 class FontScrollTableView;
+class FrameSync;
+class PreciseHintTableView;
+class TableFrameProxy;
 
 // The numeric view: the decoded line header, the per-field statistics and the
 // raw value table of a port, or instead the transposed statistics in large
 // print. It owns no data; its tool bar relays hex display, difference mode and
 // header expansion to the models through its three signals.
-// Ownership: the tables and actions are children of the view; the models it is
-// given are owned elsewhere (the view management parents three of them to the
-// view). Threads: GUI thread only.
+// Each table shows its model through a TableFrameProxy: the models' per-line
+// announcements reach the tables once per display frame (and before any paint
+// of a table), with the shape and texts of the newest line.
+// Ownership: the tables, their proxies, the frame pacer and the actions are
+// children of the view; the models it is given are owned elsewhere (the view
+// management parents three of them to the view). Threads: GUI thread only.
 class NumericView : public BasicView
 {
     Q_OBJECT
@@ -30,6 +35,8 @@ public:
 
     // Keeps the header and average tables exactly as tall as their rows.
     void fixHeights();
+    // Brings the tables up to date with their models now.
+    void syncTables();
 
     bool isHex() const { return hex; }
     bool isHeaderExpanded() const { return expandHeader; }
@@ -68,6 +75,12 @@ private:
     PreciseHintTableView* averageTable = nullptr;
     FontScrollTableView* bigAverageTable = nullptr;
     QTableView* dataTable = nullptr;
+
+    TableFrameProxy* headerProxy = nullptr;
+    TableFrameProxy* averageProxy = nullptr;
+    TableFrameProxy* bigAverageProxy = nullptr;
+    TableFrameProxy* dataProxy = nullptr;
+    FrameSync* frames = nullptr;
 };
 
 } // namespace vxlindral

@@ -1,11 +1,15 @@
 #pragma once
 #include "views/basicview.h"
+#include "views/framesync.h"
 
 namespace vxlindral {
 
 // The info view: shows the latest status or statistic text of a port in its
 // label (rich text where the text looks like markup). Ignores the lines.
-// Ownership: widgets through Qt parents. Threads: GUI thread only.
+// The newest text is set, and the label sized to it, once per display frame
+// and before any paint of the label.
+// Ownership: widgets and the frame pacer through Qt parents. Threads: GUI
+// thread only.
 class StatisticView : public BasicView
 {
     Q_OBJECT
@@ -13,12 +17,20 @@ public:
     explicit StatisticView(QWidget* parent = nullptr);
     ~StatisticView() override;
 
-    QString text() const;
+    // The text shown, the newest one given.
+    QString text();
 
 public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
     void updateStatistic(const QString& message) override;
     void handleConfigChanged() override;
+
+private:
+    void showText();
+
+    QString pendingText;
+    bool hadText = false; // a non-empty text was given
+    FrameSync* frames = nullptr;
 };
 
 } // namespace vxlindral

@@ -1,6 +1,7 @@
 #include "views/statisticview.h"
 #include "viewtestsupport.h"
 
+#include <QLabel>
 #include <QSignalSpy>
 #include <stdexcept>
 
@@ -55,6 +56,47 @@ private slots:
         line->pixel = values.size() + 1;
         QVERIFY_EXCEPTION_THROWN(view.calculateRanges(line.get(), startMin, startMax),
                                  std::out_of_range);
+    }
+
+    // The info view shows the newest text in a label of that text's size:
+    // after every text when a frame follows each, and after a burst once the
+    // label paints.
+    void infoViewShowsNewestText_data()
+    {
+        QTest::addColumn<QStringList>("texts");
+        QTest::newRow("growing") << QStringList{"frame 9\npixel 2048\n", "frame 10\npixel 2048\n"};
+        QTest::newRow("markup, then plain") << QStringList{
+            "<table><tr><td>ip</td><td>10.0.0.2</td></tr></table>", "unknown data\n"};
+        QTest::newRow("emptied") << QStringList{"a much longer line of text", ""};
+        QTest::newRow("never a text") << QStringList{"", ""};
+    }
+    void infoViewShowsNewestText()
+    {
+        QFETCH(QStringList, texts);
+        StatisticView stepwise;
+        StatisticView burst;
+        QWidget holder;
+        QLabel reference(&holder); // set and sized per text
+        for (StatisticView* v : {&stepwise, &burst}) {
+            v->resize(300, 200);
+            v->show();
+        }
+        QLabel* label = burst.findChild<QLabel*>();
+        for (const QString& t : texts) {
+            stepwise.updateStatistic(t);
+            burst.updateStatistic(t);
+            reference.setText(t);
+            reference.adjustSize();
+            QCOMPARE(stepwise.text(), t);
+            QCOMPARE(stepwise.findChild<QLabel*>()->size(), reference.size());
+        }
+        burst.grab();
+        QCOMPARE(label->text(), texts.last());
+        QCOMPARE(label->size(), reference.size());
+        // Without a paint or an accessor, the next frame shows it.
+        burst.updateStatistic(QStringLiteral("next"));
+        QCOMPARE(label->text(), texts.last());
+        QTRY_COMPARE(label->text(), QStringLiteral("next"));
     }
 
     // The info view: title with port, the latest text shown, and a close

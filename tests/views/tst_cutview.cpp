@@ -1,9 +1,11 @@
 #include "views/cutview.h"
 #include "views/drawcut.h"
+#include "views/framesync.h"
 #include "viewtestsupport.h"
 
 #include <QImage>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPixmap>
 #include <QSignalSpy>
 
@@ -41,6 +43,50 @@ QImage render(const LineType& line, const CutParams& p)
 int countColour(const QImage& img, QRgb c)
 {
     return viewtest::countPixels(img, [c](QRgb p) { return p == c; });
+}
+
+// A profile of 80 points on an arc, shifted by `seed`; every 5th point
+// rejected, every 7th invalid.
+LineType profile(int seed)
+{
+    std::vector<vxs::VxPt> pts;
+    for (int i = 0; i < 80; ++i)
+        pts.push_back(pt(0.4 * (i - 40) + 0.3 * seed, 0.01 * (i - 40) * (i - 40) - 5 + seed, 1,
+                         i % 7 != 3, i % 5 == 1 ? 2 : 0));
+    return makeLine(pts);
+}
+
+void sendMouse(CutView& view, QEvent::Type type, QPoint at, Qt::MouseButton button)
+{
+    QMouseEvent e(type, at, button, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&view, &e);
+}
+
+// Plays a script on the view: l the next line, d a drag by (7, -5), f the
+// filter switch, z zoom in, m polyline mode, r a resize by (13, 9). With
+// `frames` every step is followed by a display frame.
+void play(CutView& view, const QString& script, bool frames)
+{
+    int next = 0;
+    for (QChar c : script) {
+        if (c == 'l') {
+            view.updateNewLine(profile(next++));
+        } else if (c == 'd') {
+            sendMouse(view, QEvent::MouseButtonPress, {60, 70}, Qt::LeftButton);
+            sendMouse(view, QEvent::MouseMove, {67, 65}, Qt::NoButton);
+            sendMouse(view, QEvent::MouseButtonRelease, {67, 65}, Qt::LeftButton);
+        } else if (c == 'f') {
+            view.setDisplayFiltered(!view.isFilteredDisplayed());
+        } else if (c == 'z') {
+            view.handleZoomIn();
+        } else if (c == 'm') {
+            view.handleDrawMode();
+        } else if (c == 'r') {
+            view.resize(view.size() + QSize(13, 9));
+        }
+        if (frames)
+            FrameSync::flushAll();
+    }
 }
 
 } // namespace
@@ -182,6 +228,47 @@ private slots:
         // x = 100 * 35 / 500 = 7 m; atan2(7, 0) = 90 deg, + 180 -> 270.
         QCOMPARE(spy.at(0).at(0).toString(), QStringLiteral("u: 100 v: 0 x: 7m y: 0m a: 270deg"));
         QTest::mouseRelease(&view, Qt::LeftButton, Qt::NoModifier, at);
+    }
+
+    // The newest line is drawn once per frame with the parameters of its
+    // arrival: a script played in one burst shows, at the label's next paint,
+    // what it shows with a frame after every step. Changes after the last
+    // line (drag, filter) wait for the next line; zoom redraws; a resize
+    // leaves the label on the last picture and the pixmap at the new size.
+    void framedDrawingMatchesPerLine_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::newRow("lines") << "llll";
+        QTest::newRow("drag after the last line") << "lldld";
+        QTest::newRow("filter between lines") << "lflflf";
+        QTest::newRow("zoom redraws") << "lldzlz";
+        QTest::newRow("zoom before the first line") << "zzl";
+        QTest::newRow("polyline after the last line") << "lmlm";
+        QTest::newRow("resize after a line") << "llr";
+        QTest::newRow("line after a resize") << "lrdl";
+    }
+    void framedDrawingMatchesPerLine()
+    {
+        QFETCH(QString, script);
+        CutView stepwise;
+        CutView burst;
+        for (CutView* v : {&stepwise, &burst}) {
+            v->resize(301, 201);
+            v->show();
+            QCoreApplication::processEvents();
+        }
+        play(stepwise, script, true);
+        play(burst, script, false);
+        const auto shown = [](CutView& v) {
+            return v.findChild<QLabel*>()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+        };
+        const QImage expected = shown(stepwise);
+        QVERIFY(countColour(expected, kGood) > 0);
+        QCOMPARE(shown(burst), expected);
+        QCOMPARE(burst.panOffset(), stepwise.panOffset());
+        QCOMPARE(burst.image().size(), stepwise.image().size());
+        if (!script.endsWith('r'))
+            QCOMPARE(burst.image().toImage(), stepwise.image().toImage());
     }
 };
 

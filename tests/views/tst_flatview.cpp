@@ -2,11 +2,89 @@
 #include "viewtestsupport.h"
 
 #include <QImage>
+#include <QLabel>
+#include <QPainter>
+#include <QScrollArea>
 #include <QSignalSpy>
 
 using namespace vxlindral;
 using viewtest::makeLine;
 using viewtest::pt;
+
+namespace {
+
+// The gray view's drawing as it was done with QPainter on a pixmap: scroll
+// the whole pixmap, then draw each point with a 2-pixel pen. This defines
+// the expected pixels.
+struct PainterReference
+{
+    QPixmap pixmap;
+
+    void add(FlatView& view, const LineType& line)
+    {
+        const int w = pixmap.width();
+        const int h = pixmap.height();
+        const int mode = view.getDisplayMode();
+        const int direction = view.getDirection();
+        pixmap.scroll(mode == 1 ? -1 : 0, mode == 0 ? -2 : 0,
+                      QRect(QPoint(0, 0), QPoint(w - 1, h - 1)));
+        if (!line || (mode == 1 && (w < 11 || h < 11)))
+            return;
+        int minI = 65535;
+        int maxI = 0;
+        view.calculateRanges(line.get(), minI, maxI);
+        const double r = (maxI - minI) / 210.0;
+        QPainter painter(&pixmap);
+        const int n = line->pixel;
+        auto draw = [&](int i, int x, int y) {
+            const vxs::VxPt& p = line->points.at(std::size_t(i));
+            const int g = FlatView::grayValue(p.intensity, minI, r);
+            const QColor reject = view.isFilteredDisplayed() ? QColor(255, 122, 0) : Qt::black;
+            painter.setPen(QPen(p.reject ? reject : QColor(g, g, g), 2));
+            painter.drawPoint(x, y);
+        };
+        if (mode == 0) {
+            const double step = std::max(1.0, double(n) / w);
+            for (int x = 0; x < w; x += 2) {
+                const int i = int(x * step);
+                if (i < n && line->points.at(std::size_t(i)).valid)
+                    draw(i, direction < 0 ? w - x : x, h - 1);
+            }
+            return;
+        }
+        const double step = std::max(1.0, double(n) / h);
+        const int half = h / 2;
+        for (int k = 0; k < half; ++k) {
+            const int i = int(k * step);
+            if (i < n) {
+                if (!line->points.at(std::size_t(i)).valid)
+                    continue;
+                draw(i, w - 1, half - direction * k);
+            }
+            const int j = int((k + half) * step);
+            if (j < n && line->points.at(std::size_t(j)).valid)
+                draw(j, w - 1, direction * k + half);
+        }
+    }
+};
+
+// n points, intensities spread over 0 .. 3999 with a seed; every `invalid`th
+// point invalid and every `reject`th rejected (0: none).
+LineType grayLine(int n, int seed, int invalid, int reject)
+{
+    std::vector<vxs::VxPt> pts;
+    for (int i = 0; i < n; ++i)
+        pts.push_back(pt(0, 0, uint32_t((i * seed * 37 + seed * 101) % 4000),
+                         invalid == 0 || i % invalid != 3, reject && i % reject == 1 ? 5 : 0));
+    return makeLine(pts);
+}
+
+QImage rgb(const QPixmap& p)
+{
+    return p.toImage().convertToFormat(QImage::Format_RGB32);
+}
+
+} // namespace
 
 class TstFlatView : public QObject
 {
@@ -103,6 +181,68 @@ private slots:
         QImage white(img.size(), img.format());
         white.fill(Qt::white);
         QCOMPARE(snapshot(), white);
+    }
+
+    // The picture equals the painter reference after every line when a frame
+    // follows each line, and after a burst of lines when the label is painted
+    // before any frame (the paint brings it up to date). In column mode a side
+    // below 11 pixels only scrolls.
+    void matchesPainterReference_data()
+    {
+        QTest::addColumn<bool>("waterfall");
+        QTest::addColumn<bool>("flip");
+        QTest::addColumn<bool>("filtered");
+        QTest::addColumn<QSize>("area"); // the scroll area's size
+        QTest::newRow("column") << false << false << false << QSize(200, 120);
+        QTest::newRow("column flipped filtered") << false << true << true << QSize(200, 120);
+        QTest::newRow("column, width 10") << false << false << true << QSize(12, 60);
+        QTest::newRow("column, height 10") << false << true << false << QSize(80, 12);
+        QTest::newRow("waterfall") << true << false << false << QSize(200, 120);
+        QTest::newRow("waterfall flipped filtered") << true << true << true << QSize(201, 121);
+        QTest::newRow("waterfall, width 10") << true << true << false << QSize(12, 60);
+        QTest::newRow("waterfall, width 3") << true << false << true << QSize(5, 5);
+    }
+    void matchesPainterReference()
+    {
+        QFETCH(bool, waterfall);
+        QFETCH(bool, flip);
+        QFETCH(bool, filtered);
+        QFETCH(QSize, area);
+        view.reset();
+        FlatView stepwise;
+        FlatView burst;
+        for (FlatView* v : {&stepwise, &burst}) {
+            v->findChild<QScrollArea*>()->setFixedSize(area);
+            v->show();
+            QCoreApplication::processEvents();
+            if (waterfall)
+                v->handleDisplayMode();
+            if (flip)
+                v->handleMirrow();
+            v->setDisplayFiltered(filtered);
+            v->resize(v->width() + 1, v->height() + 1);
+        }
+        PainterReference ref{stepwise.image()};
+        QCOMPARE(ref.pixmap.width(), area.width() - 2);
+        QCOMPARE(burst.image().size(), ref.pixmap.size());
+        // More and fewer points than pixels, invalid and rejected points,
+        // equal intensities (the full range), no points, no line at all.
+        const LineType lines[] = {grayLine(400, 3, 7, 5),
+                                  grayLine(9, 5, 0, 0),
+                                  grayLine(1000, 7, 4, 0),
+                                  makeLine({}),
+                                  LineType(),
+                                  grayLine(300, 1, 0, 3),
+                                  grayLine(50, 0, 0, 0),
+                                  grayLine(2048, 11, 9, 13)};
+        for (const LineType& line : lines) {
+            ref.add(stepwise, line);
+            stepwise.updateNewLine(line);
+            burst.updateNewLine(line);
+            QCOMPARE(rgb(stepwise.image()), rgb(ref.pixmap));
+        }
+        QCOMPARE(rgb(burst.findChild<QLabel*>()->grab()), rgb(ref.pixmap));
+        QCOMPARE(rgb(burst.image()), rgb(ref.pixmap));
     }
 };
 
