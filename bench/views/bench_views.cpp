@@ -13,6 +13,7 @@
 #include "models/streamdatamodel.h"
 #include "models/streamdiffaveragedatamodel.h"
 #include "models/streamheaderdatamodel.h"
+#include "resources/iconresources.h"
 #include "stream/myline.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
@@ -197,6 +198,7 @@ void runLineView(const char* name, const std::vector<LineType>& lines, int burst
 int main(int argc, char** argv)
 {
     GlFormat::installDefault();
+    IconResources::init();
     QApplication app(argc, argv);
     QCoreApplication::setOrganizationName("vx-bench");
     QCoreApplication::setApplicationName("bench_views");
