@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <ctime>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <thread>
 
@@ -121,7 +123,8 @@ private:
         for (int k = 0; k < kDrainBatch && !stopping.load(std::memory_order_relaxed); ++k) {
             sockaddr_in from{};
             iovec iov{buffer.data(), buffer.size() - MessageAssembler::kTail};
-            alignas(cmsghdr) char control[CMSG_SPACE(sizeof(uint32_t)) * 2];
+            alignas(
+                cmsghdr) char control[CMSG_SPACE(sizeof(uint32_t)) + CMSG_SPACE(sizeof(timespec))];
             msghdr mh{};
             mh.msg_name = &from;
             mh.msg_namelen = sizeof from;
@@ -135,11 +138,18 @@ private:
                     continue;
                 return; // EAGAIN: drained; other errors: poll again
             }
+            timespec received{};
+            bool stamped = false;
             for (cmsghdr* c = CMSG_FIRSTHDR(&mh); c; c = CMSG_NXTHDR(&mh, c)) {
-                if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
+                if (c->cmsg_level != SOL_SOCKET)
+                    continue;
+                if (c->cmsg_type == SO_RXQ_OVFL) {
                     uint32_t drops;
                     std::memcpy(&drops, CMSG_DATA(c), sizeof drops);
                     st.kernelDrops.store(drops, std::memory_order_relaxed);
+                } else if (c->cmsg_type == SCM_TIMESTAMPNS) {
+                    std::memcpy(&received, CMSG_DATA(c), sizeof received);
+                    stamped = true;
                 }
             }
             UDPLinedataStream::Counters::inc(st.datagrams);
@@ -156,9 +166,26 @@ private:
                     inet_ntop(AF_INET, &from.sin_addr, sender.ip, sizeof sender.ip);
                 }
                 sender.port = ntohs(from.sin_port);
+                stream.messageArrival = arrival(stamped ? &received : nullptr);
                 stream.Dispatch(sender, r.message, r.length);
             }
         }
+    }
+
+    // The kernel's receive time (wall clock) on the steady clock: now, less
+    // the time the datagram has waited in the socket since.
+    static std::chrono::steady_clock::time_point arrival(const timespec* received)
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (!received)
+            return now;
+        timespec wall{};
+        ::clock_gettime(CLOCK_REALTIME, &wall);
+        const auto waited = std::chrono::seconds(wall.tv_sec - received->tv_sec) +
+                            std::chrono::nanoseconds(wall.tv_nsec - received->tv_nsec);
+        return waited.count() > 0
+                   ? now - std::chrono::duration_cast<std::chrono::steady_clock::duration>(waited)
+                   : now;
     }
 
     UDPLinedataStream& stream;
@@ -240,7 +267,14 @@ void UDPLinedataStream::DeliverMessage(const VxStreamDeviceInfo& sender, const c
     playBuffer.assign(need, 0);
     if (length)
         std::memcpy(playBuffer.data(), message, length);
+    messageArrival = std::chrono::steady_clock::now();
     Dispatch(sender, playBuffer.data(), length);
+}
+
+bool UDPLinedataStream::MoreWaiting() const
+{
+    int next = 0;
+    return loop && ::ioctl(loop->socket.fd(), FIONREAD, &next) == 0 && next > 0;
 }
 
 void UDPLinedataStream::Dispatch(const VxStreamDeviceInfo& sender, const char* message,

@@ -7,6 +7,7 @@
 #include "scanner/vxstreamdeviceinfo.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -76,6 +77,14 @@ public:
     // delivered or queued; file headers are still applied.
     std::atomic<bool> pause{false};
 
+    // Inside a callback, on the thread that delivers it: when the message
+    // being delivered reached the socket (the kernel's receive time of its
+    // last datagram; the time of the call for DeliverMessage).
+    std::chrono::steady_clock::time_point MessageArrival() const { return messageArrival; }
+    // Inside a callback: whether further datagrams already wait in the socket
+    // behind the message being delivered (never for DeliverMessage).
+    bool MoreWaiting() const;
+
     StreamCounters counters() const;
     bool IsConnected() const;
     // The bound local port (useful after Connect(0, ...)); 0 when closed.
@@ -107,7 +116,8 @@ private:
     std::unique_ptr<ReceiveLoop> loop;
     std::map<unsigned, VxSHeader> headers;
     uint64_t headerGeneration = 0;
-    std::vector<char> playBuffer; // DeliverMessage's padded copy, reused
+    std::vector<char> playBuffer;                         // DeliverMessage's padded copy, reused
+    std::chrono::steady_clock::time_point messageArrival; // see MessageArrival()
     struct Counters;
     std::unique_ptr<Counters> stats;
 };

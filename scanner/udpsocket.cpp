@@ -16,7 +16,7 @@ UdpSocket::~UdpSocket()
     close();
 }
 
-bool UdpSocket::open(int p, const std::string& address, std::size_t receiveBuffer, bool kernelDrops)
+bool UdpSocket::open(int p, const std::string& address, std::size_t receiveBuffer, bool ancillary)
 {
     close();
     if (p < 0 || p > 65535)
@@ -37,9 +37,10 @@ bool UdpSocket::open(int p, const std::string& address, std::size_t receiveBuffe
     // without it the plain request is capped by net.core.rmem_max.
     if (::setsockopt(sock, SOL_SOCKET, SO_RCVBUFFORCE, &want, sizeof want) != 0)
         ::setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &want, sizeof want);
-    if (kernelDrops) {
+    if (ancillary) {
         const int on = 1;
         ::setsockopt(sock, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
+        ::setsockopt(sock, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
     }
     if (::bind(sock, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
         close();

@@ -19,9 +19,11 @@ public:
 
     // Binds `port` on `address` (all interfaces when empty) and asks for a
     // receive buffer of `receiveBuffer` bytes (forced beyond the system limit
-    // when the process may). `kernelDrops` turns on SO_RXQ_OVFL. False and
-    // closed when the address is not IPv4 text or the port cannot be bound.
-    bool open(int port, const std::string& address, std::size_t receiveBuffer, bool kernelDrops);
+    // when the process may). `ancillary` turns on SO_RXQ_OVFL (the kernel's
+    // drop count) and SO_TIMESTAMPNS (each datagram's arrival time) as
+    // control messages. False and closed when the address is not IPv4 text or
+    // the port cannot be bound.
+    bool open(int port, const std::string& address, std::size_t receiveBuffer, bool ancillary);
     void close();
     bool isOpen() const { return sock >= 0; }
 

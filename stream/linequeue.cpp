@@ -93,7 +93,12 @@ void LineQueue::postDrain()
     QMetaObject::invokeMethod(this, "drain", Qt::QueuedConnection);
 }
 
-void LineQueue::push(LineType line)
+bool LineQueue::isStale(std::chrono::steady_clock::time_point arrived) const
+{
+    return clock() - arrived > bounds.maxAge;
+}
+
+void LineQueue::push(LineType line, std::chrono::steady_clock::time_point arrived)
 {
     if (!line)
         return;
@@ -104,7 +109,7 @@ void LineQueue::push(LineType line)
         if (!target)
             return; // no model: the line is freed
         const auto now = clock();
-        append(Entry{std::move(line), now, footprint, nextSeq++});
+        append(Entry{std::move(line), arrived, footprint, nextSeq++});
         // The newest line stays whatever it costs or however long the GUI
         // thread is away: the views must end up showing the newest line.
         while (count > 1 && bytes > bounds.maxBytes)

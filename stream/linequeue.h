@@ -80,8 +80,15 @@ public:
     std::shared_ptr<StreamDataModel> model() const;
 
     // Queues a line for the model (a line without a model is dropped
-    // uncounted) and enforces the bounds.
-    void push(LineType line);
+    // uncounted) and enforces the bounds. A line's age counts from
+    // `arrived`, the moment it reached the socket; without it, from now.
+    void push(LineType line, std::chrono::steady_clock::time_point arrived);
+    void push(LineType line) { push(std::move(line), clock()); }
+    // Whether a line that reached the socket at `arrived` is already older
+    // than the age bound; the receive thread then drops it before decoding
+    // (while newer lines wait behind it) and counts it with dropStale().
+    bool isStale(std::chrono::steady_clock::time_point arrived) const;
+    void dropStale() { droppedAge.fetch_add(1, std::memory_order_relaxed); }
     // Emits `text` through the model's notifyStatistic now, or holds it for
     // the drain when too many texts are still on their way.
     void postText(const QString& text);

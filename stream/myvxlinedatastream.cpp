@@ -59,6 +59,16 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     const uint32_t thisFrame = frame.load(std::memory_order_relaxed);
     frame.store(thisFrame + 1, std::memory_order_relaxed);
 
+    // A line that already waited in the socket longer than the hand-over may
+    // keep it is dropped before it is decoded, as long as newer ones wait
+    // behind it: decoding it would only lengthen the backlog, and the newest
+    // line still gets through.
+    const auto arrived = MessageArrival();
+    if (target && queue->isStale(arrived) && MoreWaiting()) {
+        queue->dropStale();
+        return;
+    }
+
     if (!format.decode(&info)) {
         if (target) {
             char text[64];
@@ -96,7 +106,7 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
 
     // Without a model the line goes straight back to the pool.
     if (target)
-        queue->push(std::move(line));
+        queue->push(std::move(line), arrived);
 }
 
 QString MyVxLinedataStream::streamText(uint32_t thisFrame,

@@ -43,9 +43,9 @@ class TestLineQueue : public QObject
 private slots:
     void initTestCase() { registerLineType(); }
 
-    // A script of steps separated by blanks: L<id> pushes a line, B<id> one
-    // ten times as large, L<id>^<k> pushes while line k is being taken in,
-    // t<n> posts the text "t<n>", +<ms> advances the clock, D lets the
+    // A script of steps separated by blanks: L<id> pushes a line (L<id>@<ms>
+    // one that reached the socket <ms> ago), B<id> one ten times as large, L<id>^<k> pushes while
+    // line k is being taken in, t<n> posts the text "t<n>", +<ms> advances the clock, D lets the
     // pending drain run (one runs at the end). `seen` is what the GUI thread
     // receives through queued connections, as the views do.
     void handover_data()
@@ -72,6 +72,10 @@ private slots:
         QTest::newRow("age drops at the drain, not the newest")
             << "L1 L2 +100 L3 +300" << 4 << 9 << "L3"
             << "0 2 0 3" << 1;
+        QTest::newRow("age counts from the socket") << "L1@200 +51 L2" << 4 << 9 << "L2"
+                                                    << "0 1 0 1" << 1;
+        QTest::newRow("a stale newest line gets through") << "L1@400" << 4 << 9 << "L1"
+                                                          << "0 0 0 1" << 1;
         QTest::newRow("a lone line waits any time") << "L1 +5000" << 4 << 9 << "L1"
                                                     << "0 0 0 1" << 1;
         QTest::newRow("both causes") << "L1 L2 L3 +300 L4 L5 L6" << 2 << 9 << "L5 L6"
@@ -131,10 +135,13 @@ private slots:
             const QStringList n = step.mid(1).split('^');
             if (step.startsWith('L') && n.size() > 1)
                 during[n[1].toInt()] << n[0].toInt();
-            else if (step.startsWith('L') || step.startsWith('B'))
+            else if (step.startsWith('L') || step.startsWith('B')) {
+                // L<id>@<ms>: the line reached the socket <ms> ago.
+                const QStringList at = n[0].split('@');
                 queue.push(
-                    makeLine(n[0].toInt(), step.startsWith('B') ? 10 * kLineBytes : kLineBytes));
-            else if (step.startsWith('t'))
+                    makeLine(at[0].toInt(), step.startsWith('B') ? 10 * kLineBytes : kLineBytes),
+                    now - std::chrono::milliseconds(at.value(1).toInt()));
+            } else if (step.startsWith('t'))
                 queue.postText(step);
             else if (step.startsWith('+'))
                 now += std::chrono::milliseconds(n[0].toInt());
