@@ -36,6 +36,16 @@ struct PointColour
     }
 };
 
+// The colours of one line's points: the line's intensity range (r maps it
+// onto 210 gray levels) and the view's reject colour.
+PointColour coloursOf(BasicView& view, const MyLine& line)
+{
+    int minI = 65535;
+    int maxI = 0;
+    view.calculateRanges(&line, minI, maxI);
+    return {minI, (maxI - minI) / 210.0, view.isFilteredDisplayed() ? kRejectShown : kRejectHidden};
+}
+
 } // namespace
 
 FlatView::FlatView(QWidget* parent) : BasicView(parent)
@@ -119,11 +129,7 @@ void FlatView::updateNewLine(vxlindral::LineType line)
 
 void FlatView::drawRow(const MyLine& line, int w, int h)
 {
-    int minI = 65535;
-    int maxI = 0;
-    calculateRanges(&line, minI, maxI);
-    const PointColour colour{minI, (maxI - minI) / 210.0,
-                             isFilteredDisplayed() ? kRejectShown : kRejectHidden};
+    const PointColour colour = coloursOf(*this, line);
     const int n = line.pixel;
     const double step = std::max(1.0, static_cast<double>(n) / w);
     for (int x = 0; x < w; x += 2) {
@@ -141,11 +147,7 @@ void FlatView::drawColumn(const MyLine& line, int w, int h)
 {
     if (w < 11 || h < 11)
         return;
-    int minI = 65535;
-    int maxI = 0;
-    calculateRanges(&line, minI, maxI);
-    const PointColour colour{minI, (maxI - minI) / 210.0,
-                             isFilteredDisplayed() ? kRejectShown : kRejectHidden};
+    const PointColour colour = coloursOf(*this, line);
     const int n = line.pixel;
     const double step = std::max(1.0, static_cast<double>(n) / h);
     const int half = h / 2;
