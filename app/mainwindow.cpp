@@ -479,6 +479,11 @@ void MainWindow::connectNumericView(vxlindral::NumericView* numeric,
     header->setExpandHeader(false);
 
     if (model) {
+        // The port's model outlives an earlier numeric view, which may have
+        // left it in hexadecimal or difference mode; a new view starts in
+        // decimal without difference, and the table must show that.
+        model->setDisplayMode(StreamDataModel::DISPLAY_DEC);
+        model->setDifferenceMode(false);
         connect(numeric, &NumericView::changeDisplayMode, model, &StreamDataModel::setDisplayMode);
         connect(numeric, &NumericView::changeDifferenceMode, model,
                 &StreamDataModel::setDifferenceMode);

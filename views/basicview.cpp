@@ -16,6 +16,10 @@ namespace vxlindral {
 BasicView::BasicView(QWidget* parent) : QMdiSubWindow(parent)
 {
     registerLineType();
+    // Every view deletes itself when closed, also one that builds its content
+    // without createContent (the numeric and 3D views): the next press of its
+    // button makes a new view with fresh models.
+    setAttribute(Qt::WA_DeleteOnClose);
     // A 1x1 icon keeps the application icon out of the sub-window's title bar.
     QPixmap blank(1, 1);
     blank.fill(Qt::transparent);
@@ -26,7 +30,6 @@ BasicView::~BasicView() = default;
 
 void BasicView::createContent()
 {
-    setAttribute(Qt::WA_DeleteOnClose);
     scrollArea = new MyScrollArea(this);
     scrollArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scrollArea->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);

@@ -15,7 +15,6 @@ ThreeDView::ThreeDView(QWidget* parent) : BasicView(parent)
 {
     setWindowTitle(tr("3D"));
     setWindowIcon(QIcon(QStringLiteral(":/PixMaps/threed.svg")));
-    setAttribute(Qt::WA_DeleteOnClose);
     if (QToolBar* bar = toolBar()) {
         bar->setParent(this);
         layout()->addWidget(bar);

@@ -4,6 +4,7 @@
 // at the end of the status line.
 #include "app/mainwindow.h"
 #include "app/streamhealthlabel.h"
+#include "models/streamaveragedatamodel.h"
 #include "models/streamdatamodel.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
@@ -26,6 +27,7 @@
 #include <QMdiArea>
 #include <QMdiSubWindow>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSettings>
@@ -124,6 +126,30 @@ LineType makeLine(int pixels)
     line->min = s.min;
     line->max = s.max;
     return line;
+}
+
+// Whether `view` shows anything of its port's stream: a numeric view's
+// statistics model holds a line, the 3D cloud one, the info view a text, and
+// the pictures of the cut and gray views a point (a picture without a line
+// is white).
+bool showsData(BasicView* view)
+{
+    if (auto* v = qobject_cast<NumericView*>(view))
+        return v->findChild<StreamAverageDataModel*>()->historySize() > 0;
+    if (auto* v = qobject_cast<ThreeDView*>(view))
+        return v->findChild<MyOpenGLWidget*>()->getLineCount() > 0;
+    if (auto* v = qobject_cast<StatisticView*>(view))
+        return !v->text().isEmpty();
+    auto* cut = qobject_cast<CutView*>(view);
+    const QImage picture =
+        cut ? cut->image().toImage() : qobject_cast<FlatView*>(view)->image().toImage();
+    for (int y = 0; y < picture.height(); ++y)
+        for (int x = 0; x < picture.width(); ++x) {
+            const QRgb p = picture.pixel(x, y);
+            if (cut ? p == qRgb(0, 0, 200) : p != qRgb(255, 255, 255))
+                return true;
+        }
+    return false;
 }
 
 } // namespace
@@ -235,7 +261,8 @@ void TestMainWindow::viewKinds_data()
 }
 
 // Each toggle slot, reached by name as the tool-bar form without argument,
-// finds or makes the view of its kind under the kind's name.
+// finds or makes the view of its kind under the kind's name; a closed view is
+// gone, and the slot makes a new one.
 void TestMainWindow::viewKinds()
 {
     QFETCH(QString, slot);
@@ -254,6 +281,37 @@ void TestMainWindow::viewKinds()
     QCOMPARE(QString(view->metaObject()->className()), className);
     QCOMPARE(view->getPort(), 6101);
     QVERIFY_EXCEPTION_THROWN(MainWindow::viewNamePattern(5), std::invalid_argument);
+
+    // Every kind deletes itself when closed: the next press builds a new view
+    // with fresh models (a numeric view in decimal again), which takes the
+    // port's lines in.
+    std::shared_ptr<StreamDataModel> model = window->dataModel(6101);
+    if (auto* numeric = qobject_cast<NumericView*>(view))
+        numeric->handleHex();
+    feed(6101, makeLine(40));
+    model->emitStatistic(QStringLiteral("frame 1\n"));
+    QCoreApplication::processEvents();
+    QVERIFY(showsData(view));
+    QPointer<BasicView> closed = view;
+    view->close();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(closed.isNull());
+
+    QVERIFY(QMetaObject::invokeMethod(window.get(), slot.toLatin1().constData()));
+    view = window->findChild<BasicView*>(name);
+    QVERIFY(view);
+    QVERIFY(view->isVisible());
+    // (A cut view's picture is undefined until its first line.)
+    if (!qobject_cast<CutView*>(view))
+        QVERIFY(!showsData(view));
+    if (auto* numeric = qobject_cast<NumericView*>(view)) {
+        QVERIFY(!numeric->isHex());
+        QCOMPARE(model->displayMode(), StreamDataModel::DISPLAY_DEC);
+    }
+    feed(6101, makeLine(40));
+    model->emitStatistic(QStringLiteral("frame 2\n"));
+    QCoreApplication::processEvents();
+    QVERIFY(showsData(view));
 }
 
 // A port that is open is refused, and since entries are never erased, so is
