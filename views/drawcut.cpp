@@ -40,71 +40,43 @@ void flush(QPainter& painter, bool lines)
     }
 }
 
-} // namespace
-
-void cutGridStep(float scale, double& stepMetres, int& unit)
+// Axes through the pan offset, the grid label and the grid lines.
+void drawGrid(QPainter& painter, const CutParams& params, int w, int h)
 {
-    struct Step
-    {
-        float below;
-        double metres;
-        int unit;
-    };
-    static const Step steps[] = {{0.5f, 0.01, 10},    {5.0f, 0.1, 100},     {10.0f, 0.25, 250},
-                                 {25.0f, 0.5, 500},   {50.0f, 1.0, 1000},   {100.0f, 2.0, 2000},
-                                 {200.0f, 4.0, 4000}, {500.0f, 10.0, 10000}};
-    for (const Step& s : steps) {
-        if (scale < s.below) {
-            stepMetres = s.metres;
-            unit = s.unit;
-            return;
-        }
-    }
-    stepMetres = 100.0;
-    unit = 100000;
-}
-
-void drawCut(const MyLine& line, const CutParams& params, QPixmap& pixmap)
-{
-    QMutexLocker locker(&drawMutex);
-    if (pixmap.isNull())
-        return;
-    pixmap.fill(Qt::white);
-    if (!(line.flags & 8))
-        return;
-
-    const int w = pixmap.width();
-    const int h = pixmap.height();
     const int cx = w / 2;
     const int cy = h / 2;
     const float s = params.scale;
-    QPainter painter(&pixmap);
+    double step = 0.0;
+    int unit = 0;
+    cutGridStep(s, step, unit);
+    painter.setPen(QPen(QColor(0, 0, 0, 80), 1));
+    painter.drawText(QPointF(5.0, 10.0), QStringLiteral("Grid: %1m").arg(step, 0, 'g', 2));
+    const int x0 = cx + params.offsetX;
+    painter.drawLine(x0, 0, x0, h - 1);
+    const int y0 = cy + params.offsetY;
+    painter.drawLine(0, y0, w - 1, y0);
 
-    if (params.grid) {
-        double step = 0.0;
-        int unit = 0;
-        cutGridStep(s, step, unit);
-        painter.setPen(QPen(QColor(0, 0, 0, 80), 1));
-        painter.drawText(QPointF(5.0, 10.0), QStringLiteral("Grid: %1m").arg(step, 0, 'g', 2));
-        const int x0 = cx + params.offsetX;
-        painter.drawLine(x0, 0, x0, h - 1);
-        const int y0 = cy + params.offsetY;
-        painter.drawLine(0, y0, w - 1, y0);
+    // The spacing takes the step in millimetres over the scale, which is
+    // one step in pixels only for a half-width of 1000 pixels; the points
+    // (drawPoints) use the real half-width.
+    const int d = static_cast<int>(static_cast<float>(unit) / s);
+    painter.setPen(QPen(QColor(0, 0, 0, 40), 1));
+    auto vertical = [&](int x) { painter.drawLine(x, 0, x, h - 1); };
+    auto horizontal = [&](int y) { painter.drawLine(0, y, w - 1, y); };
+    gridRun(x0, d, w, true, vertical);
+    gridRun(x0, d, w, false, vertical);
+    // The downward run is bounded by the width, not the height.
+    gridRun(y0, d, w, true, horizontal);
+    gridRun(y0, d, w, false, horizontal);
+}
 
-        // The spacing takes the step in millimetres over the scale, which is
-        // one step in pixels only for a half-width of 1000 pixels; the points
-        // below use the real half-width.
-        const int d = static_cast<int>(static_cast<float>(unit) / s);
-        painter.setPen(QPen(QColor(0, 0, 0, 40), 1));
-        auto vertical = [&](int x) { painter.drawLine(x, 0, x, h - 1); };
-        auto horizontal = [&](int y) { painter.drawLine(0, y, w - 1, y); };
-        gridRun(x0, d, w, true, vertical);
-        gridRun(x0, d, w, false, vertical);
-        // The downward run is bounded by the width, not the height.
-        gridRun(y0, d, w, true, horizontal);
-        gridRun(y0, d, w, false, horizontal);
-    }
-
+// The line's points (or a polyline through them) at their y and z in metres:
+// half the width spans `scale` metres, both axes negated unless oriented.
+void drawPoints(QPainter& painter, const MyLine& line, const CutParams& params, int w, int h)
+{
+    const int cx = w / 2;
+    const int cy = h / 2;
+    const float s = params.scale;
     const double k = static_cast<float>(cx) / s;
     const double fx = params.orientX ? k : -k;
     const double fy = params.orientY ? k : -k;
@@ -156,6 +128,45 @@ void drawCut(const MyLine& line, const CutParams& params, QPixmap& pixmap)
         }
     }
     flush(painter, lines);
+}
+
+} // namespace
+
+void cutGridStep(float scale, double& stepMetres, int& unit)
+{
+    struct Step
+    {
+        float below;
+        double metres;
+        int unit;
+    };
+    static const Step steps[] = {{0.5f, 0.01, 10},    {5.0f, 0.1, 100},     {10.0f, 0.25, 250},
+                                 {25.0f, 0.5, 500},   {50.0f, 1.0, 1000},   {100.0f, 2.0, 2000},
+                                 {200.0f, 4.0, 4000}, {500.0f, 10.0, 10000}};
+    for (const Step& s : steps) {
+        if (scale < s.below) {
+            stepMetres = s.metres;
+            unit = s.unit;
+            return;
+        }
+    }
+    stepMetres = 100.0;
+    unit = 100000;
+}
+
+void drawCut(const MyLine& line, const CutParams& params, QPixmap& pixmap)
+{
+    QMutexLocker locker(&drawMutex);
+    if (pixmap.isNull())
+        return;
+    pixmap.fill(Qt::white);
+    if (!(line.flags & 8))
+        return;
+
+    QPainter painter(&pixmap);
+    if (params.grid)
+        drawGrid(painter, params, pixmap.width(), pixmap.height());
+    drawPoints(painter, line, params, pixmap.width(), pixmap.height());
     painter.end();
 }
 
