@@ -215,10 +215,6 @@ void TstSim::headerWords_data()
     QTest::addColumn<QString>("args");
     QTest::addColumn<qulonglong>("line");
     QTest::addColumn<QString>("text"); // the receiver's text of each header word
-    QTest::newRow("2000 lines/s")
-        << "--rate 2000" << qulonglong(3)
-        << "3|0.001500 s|0.001500 s|30|0x00000003 laser on, encoder valid|250 us|23.5 C|"
-           "2000 lines/s";
     // Beyond 2^32 microseconds the timestamp's high word carries.
     QTest::newRow("high word")
         << "--rate 1" << qulonglong(10000000)

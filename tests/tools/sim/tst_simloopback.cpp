@@ -106,7 +106,6 @@ void TstSimLoopback::roundTrip_data()
 {
     QTest::addColumn<QString>("args");
     QTest::addColumn<int>("lines"); // 0: runs until SIGTERM
-    QTest::newRow("1.2 paced 2000 lines/s") << "--rate 2000 --count 1000" << 1000;
     QTest::newRow("1.1 short, device 1, odd pixel count")
         << "--protocol 1.1 --layout short --device 1 --pixels 777 --rate 1000 --count 300" << 300;
     // 128 + 32 + 51200 * 8 = 409760 bytes: seven fragments per line.
