@@ -36,8 +36,7 @@ public:
             throw std::runtime_error("bad line");
         for (unsigned char b : info.bytes)
             checksum += b;
-        lastDevice = device.device;
-        lastIp = device.ip;
+        last = device;
         lastCount = count;
         if (count <= 0)
             return;
@@ -56,8 +55,8 @@ public:
     }
     std::atomic<int> lines{0}, badPadding{0};
     std::atomic<bool> throwNext{false};
-    unsigned checksum = 0, lastDevice = 0;
-    std::string lastIp;
+    unsigned checksum = 0;
+    strmsocket::VxStreamDeviceInfo last;
     int lastCount = -1;
 };
 
@@ -82,13 +81,10 @@ struct Sender
 // before the last one are surely dispatched, the last one after Disconnect.
 bool waitDatagrams(const strmsocket::UDPLinedataStream& s, uint64_t n)
 {
-    for (int i = 0; i < 500; ++i) {
-        const auto c = s.counters();
-        if (c.datagrams + c.kernelDrops >= n)
-            return true;
+    const auto read = [&] { return s.counters().datagrams + s.counters().kernelDrops; };
+    for (int i = 0; i < 500 && read() < n; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return read() >= n;
 }
 
 long threadCount()
@@ -118,8 +114,8 @@ void safetyPromise()
     };
     uint64_t sent = 0;
     for (uint32_t n = 0; n < 1500; ++n) {
-        const uint32_t sub = pick(0, 4);
-        const uint32_t pixel = pick(0, 3000), bpp = pick(0, 16), lhs = pick(0, 64);
+        const uint32_t sub = pick(0, 4), pixel = pick(0, 3000), bpp = pick(0, 16),
+                       lhs = pick(0, 64);
         const std::size_t exact = std::size_t(lhs) + std::size_t(pixel) * bpp;
         // Mostly the exact size, sometimes a few bytes short or long.
         const std::size_t bytes = pick(0, 3) ? exact : exact + pick(0, 8) - 4 + 4 * (exact < 4);
@@ -151,20 +147,18 @@ void lifecycleAndDelivery()
         b.Disconnect(false); // never connected
         CHECK(!b.Connect(0, "not an address") && !b.Connect(70000, ""));
         CHECK(r.Connect(0, ""));
-        CHECK(!r.Connect(0, "")); // already connected
-        CHECK(!b.Connect(r.LocalPort(), "") && !b.IsConnected());
-        CHECK(!b.Connect(r.LocalPort(), "127.0.0.1"));
+        CHECK(!r.Connect(0, ""));                                 // already connected
+        CHECK(!b.Connect(r.LocalPort(), "") && !b.IsConnected()); // port in use
         CHECK(threadCount() == before + 1);
 
         vxtest::row = "pause: lines discarded, file headers applied";
         Sender s(r.LocalPort());
         std::size_t sent = 0;
         r.pause = true;
-        for (uint32_t i = 0; i < 5; ++i)
-            sent += s.send(10 + i, line(3, 10, 4, 0, 0, 40));
+        sent += s.send(10, line(3, 10, 4, 0, 0, 40));
         sent += s.send(20, WireEncoder::fileHeader(0, "head", {{100, -10.0}}));
         CHECK(waitDatagrams(r, sent));
-        CHECK(r.lines == 0 && r.counters().pausedDiscards == 5);
+        CHECK(r.lines == 0 && r.counters().pausedDiscards == 1);
         r.pause = false;
 
         vxtest::row = "a throwing callback, then a 400 KB line in many pieces";
@@ -174,8 +168,7 @@ void lifecycleAndDelivery()
         CHECK(waitDatagrams(r, sent));
         r.Disconnect(true);
         CHECK(r.lines == 2 && r.counters().callbackErrors == 1);
-        CHECK(r.lastCount == 50000 && r.lastDevice == 1 && r.lastIp == "127.0.0.1");
-        CHECK(r.counters().receiveBufferSize > 0);
+        CHECK(r.lastCount == 50000 && r.last.device == 1 && std::string(r.last.ip) == "127.0.0.1");
         CHECK(r.GetVxSHeader(0) && r.GetVxSHeader(0)->GetDouble(100, 0) == -10.0);
 
         vxtest::row = "no thread outlives Disconnect or the stream";

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using vx::RawLineParser;
@@ -14,24 +16,11 @@ using M = RawLineParser::mod_t;
 
 namespace {
 
-std::string names(const RawLineParser& p)
-{
-    std::string s;
-    for (int c = 0; c < p.colCount(); ++c)
-        s += std::string(c ? "," : "") + p.getColDef(c).name;
-    return s;
-}
-
+// Each (datatyp, mode) in its basic and extended form: bytes per pixel (0:
+// not in the catalogue, and the previous layout stays) and column names.
 void catalogue()
 {
-    struct Row
-    {
-        int datatyp, mode;
-        bool extended;
-        int bpp; // 0: not in the catalogue
-        const char* columns;
-    };
-    const Row rows[] = {
+    const std::tuple<int, int, bool, int, const char*> rows[] = {
         {2, 5, false, 8, "status,quality,range,echo width,intensity"},
         {2, 5, true, 12, "status,quality,range,echo width,intensity,timestamp offset"},
         {3, 5, false, 5, "status,range,intensity"},
@@ -45,26 +34,20 @@ void catalogue()
         {2, -1, false, 0, ""},
         {1, 0, false, 0, ""},
     };
-    for (const Row& r : rows) {
+    for (const auto& [datatyp, mode, extended, bpp, columns] : rows) {
         vxtest::row =
-            std::to_string(r.datatyp) + "/" + std::to_string(r.mode) + (r.extended ? " ext" : "");
+            std::to_string(datatyp) + "/" + std::to_string(mode) + (extended ? " ext" : "");
         RawLineParser p;
         p.detect(4, RawLineParser::MOD_PEAK, false); // a previous layout
-        const std::string before = names(p);
-        CHECK(p.detect(r.datatyp, static_cast<M>(r.mode), r.extended) == (r.bpp > 0));
-        if (r.bpp == 0) {
-            CHECK(names(p) == before); // a failed detect changes nothing
-            continue;
-        }
-        CHECK(p.bytesPerPixel() == r.bpp && names(p) == r.columns && p.datatyp() == r.datatyp &&
-              p.mode() == r.mode);
+        const bool found = p.detect(datatyp, static_cast<M>(mode), extended);
+        CHECK_EQ(found, bpp > 0);
+        // The names as the header line of the text form gives them.
+        CHECK_EQ(p.lineToString(nullptr, 0, 0, ",", ""),
+                 "# " + std::string(found ? columns : "range,intensity,quality,echo width"));
+        CHECK_EQ(p.bytesPerPixel(), found ? bpp : 8);
         for (int c = 0; c < p.colCount(); ++c) // every column lies inside the record
-            CHECK(p.getColDef(c).offset + p.getColDef(c).bits <= 8 * r.bpp);
+            CHECK(p.getColDef(c).offset + p.getColDef(c).bits <= 8 * p.bytesPerPixel());
     }
-    vxtest::row = "out of range";
-    RawLineParser p;
-    CHECK(p.getColDef(-1).bits == 0 && p.getColDef(99).bits == 0);
-    CHECK(!RawLineParser::modAsString(6) && !RawLineParser::modAsString(-1));
 }
 
 // Two pixels of the extended datatyp 4 layout: range, intensity, quality,
@@ -74,19 +57,13 @@ const unsigned char kTwoPixels[24] = {
     0xFF, 0xFF, 0xFF, 0x00, 0x00, 0xFF, 0x00, 0x00, 0x05, 0x00, 0x00, 0x80};
 const char* const twoPixels = reinterpret_cast<const char*>(kTwoPixels);
 
-void statisticsAndText()
+void text()
 {
-    vxtest::row = "calc";
+    vxtest::row = "calc of no pixels";
     RawLineParser p;
     p.detect(4, RawLineParser::MOD_PEAK, true);
-    const auto s = p.calc(twoPixels, 2);
-    CHECK(s.avr.size() == 6 && s.sdev.size() == 6 && s.min.size() == 6 && s.max.size() == 6);
-    CHECK_NEAR(s.avr[0], (12345 + 16777215) / 2.0, 1e-6);
-    CHECK_NEAR(s.sdev[0], (16777215 - 12345) / 2.0, 1e-6); // population deviation
-    CHECK(s.min[4] == -2 && s.max[4] == 5);                // signed column
-    CHECK(s.min[5] == 3 && s.max[5] == 32768);
     const auto none = p.calc(twoPixels, 0);
-    CHECK(none.avr.size() == 6 && none.max[0] == 0);
+    CHECK(none.avr.size() == 6 && none.max[0] == 0 && none.min[4] == 0);
 
     // Decimal (signed only where the column is), hex as the field's bit
     // pattern zero-padded to its width.
@@ -110,14 +87,8 @@ void statisticsAndText()
 // or wholly beyond it), one and many records, extreme and mixed values.
 void statisticsMatchReference()
 {
-    struct Row
-    {
-        int datatyp, mode;
-        bool extended;
-        int stride, count;
-        char fill; // 'm' mixed bytes, 'f' all 0xFF, 'a' records of 0x00 and 0xFF, 's' 0x80 and 0x7F
-    };
-    const Row rows[] = {
+    // fill: 'm' mixed bytes, 'f' all 0xFF, 'a' records of 0x00 and 0xFF, 's' 0x80 and 0x7F
+    const std::tuple<int, int, bool, int, int, char> rows[] = {
         {4, 1, true, 12, 1, 'm'},    {4, 1, true, 12, 2048, 'm'},   {4, 1, true, 12, 4096, 'f'},
         {4, 1, true, 12, 999, 's'},  {4, 1, true, 11, 500, 'a'},    {4, 1, true, 9, 300, 'm'},
         {2, 5, true, 12, 2048, 'f'}, {2, 5, true, 11, 777, 'm'},    {2, 5, true, 10, 64, 'a'},
@@ -127,42 +98,40 @@ void statisticsMatchReference()
     };
     RawLineParser::AvrStd reused; // shrinks and grows from row to row
     uint32_t seed = 12345;
-    for (const Row& r : rows) {
-        vxtest::row = std::to_string(r.datatyp) + "/" + std::to_string(r.mode) +
-                      (r.extended ? " ext" : "") + " stride " + std::to_string(r.stride) + " x" +
-                      std::to_string(r.count) + " " + r.fill;
+    for (const auto& [datatyp, mode, extended, stride, count, fill] : rows) {
+        vxtest::row = std::to_string(datatyp) + "/" + std::to_string(mode) +
+                      (extended ? " ext" : "") + " stride " + std::to_string(stride) + " x" +
+                      std::to_string(count) + " " + fill;
         RawLineParser p;
-        CHECK(p.detect(r.datatyp, static_cast<M>(r.mode), r.extended));
-        p.setStride(r.stride);
+        CHECK(p.detect(datatyp, static_cast<M>(mode), extended));
+        p.setStride(stride);
         // Exactly count x stride bytes: a read beyond shows under the address sanitizer.
-        std::vector<char> bytes(std::size_t(r.count) * std::size_t(r.stride));
+        std::vector<char> bytes(std::size_t(count) * std::size_t(stride));
         for (std::size_t i = 0; i < bytes.size(); ++i) {
             seed = seed * 1664525u + 1013904223u;
-            const bool odd = (i / std::size_t(r.stride)) % 2;
-            bytes[i] = char(r.fill == 'm'   ? seed >> 24
-                            : r.fill == 'f' ? 0xFF
-                            : r.fill == 'a' ? (odd ? 0xFF : 0x00)
-                                            : (odd ? 0x7F : 0x80));
+            const bool odd = (i / std::size_t(stride)) % 2;
+            bytes[i] = char(fill == 'm'   ? seed >> 24
+                            : fill == 'f' ? 0xFF
+                            : fill == 'a' ? (odd ? 0xFF : 0x00)
+                                          : (odd ? 0x7F : 0x80));
         }
-        const auto s = p.calc(bytes.data(), r.count);
-        p.calc(bytes.data(), r.count, reused);
+        const auto s = p.calc(bytes.data(), count);
+        p.calc(bytes.data(), count, reused);
         CHECK(s.avr.size() == std::size_t(p.colCount()) && reused.avr == s.avr &&
               reused.sdev == s.sdev && reused.min == s.min && reused.max == s.max);
         for (int c = 0; c < p.colCount() && c < int(s.avr.size()); ++c) {
-            std::vector<double> v(std::size_t(r.count));
-            for (int i = 0; i < r.count; ++i)
-                v[std::size_t(i)] = double(p.value(bytes.data(), i, c));
-            double sum = 0, squares = 0;
-            for (double x : v)
-                sum += x;
-            const double mean = sum / r.count;
+            std::vector<double> v;
+            for (int i = 0; i < count; ++i)
+                v.push_back(double(p.value(bytes.data(), i, c)));
+            const double mean = std::accumulate(v.begin(), v.end(), 0.0) / count;
+            double squares = 0;
             for (double x : v)
                 squares += (x - mean) * (x - mean);
-            const double sdev = std::sqrt(squares / r.count);
+            const double sdev = std::sqrt(squares / count); // population deviation
             CHECK_NEAR(s.avr[c], mean, 1e-9 * std::max(1.0, std::fabs(mean)));
             CHECK_NEAR(s.sdev[c], sdev, 1e-9 * std::max(1.0, sdev));
-            CHECK(s.min[c] == *std::min_element(v.begin(), v.end()) &&
-                  s.max[c] == *std::max_element(v.begin(), v.end()));
+            const auto [lo, hi] = std::minmax_element(v.begin(), v.end());
+            CHECK(s.min[c] == *lo && s.max[c] == *hi);
         }
     }
 }
@@ -171,54 +140,46 @@ void strideGuard()
 {
     RawLineParser p;
     p.detect(4, RawLineParser::MOD_PEAK, true); // 12-byte layout
-    struct Row
-    {
-        int stride;
-        int64_t deviation0, flags0, range1;
-    };
-    const Row rows[] = {
+    // Stride, then deviation and flags of pixel 0 and range of pixel 1.
+    const std::tuple<int, int64_t, int64_t, int64_t> rows[] = {
         {0, -2, 3, 16777215},  // layout size
         {9, 254, 0, 0x0003FF}, // deviation cut to its first byte, flags beyond
         {10, -2, 0, 0xFF0003},
         {8, 0, 0, 0x03FFFE}, // only the basic columns
     };
-    for (const Row& r : rows) {
-        vxtest::row = "stride " + std::to_string(r.stride);
-        p.setStride(r.stride);
-        CHECK(p.value(twoPixels, 0, 4) == r.deviation0);
-        CHECK(p.value(twoPixels, 0, 5) == r.flags0);
-        CHECK(p.value(twoPixels, 1, 0) == r.range1);
+    for (const auto& [stride, deviation0, flags0, range1] : rows) {
+        vxtest::row = "stride " + std::to_string(stride);
+        p.setStride(stride);
+        CHECK(p.value(twoPixels, 0, 4) == deviation0 && p.value(twoPixels, 0, 5) == flags0 &&
+              p.value(twoPixels, 1, 0) == range1);
     }
 }
 
+// The text of each header word, from a header of nine words or, for the
+// timestamp without its high word, of two.
 void headerWords()
 {
     const uint32_t w[9] = {
         42,    567890u, 1u, static_cast<uint32_t>(-17), 0x0000000Bu, 250, static_cast<uint32_t>(-5),
         10000, 77};
-    struct Row
-    {
-        unsigned index;
-        const char* name;
-        const char* value;
-        unsigned bytes = sizeof w;
+    const std::tuple<unsigned, const char*, unsigned> rows[] = {
+        {1, "4295.535186 s", 9}, // (1 << 32) + 567890 us
+        {2, "4295.535186 s", 9},
+        {1, "567890", 2},
+        {3, "-17", 9},
+        {4, "0x0000000b laser on, encoder valid, sync lost", 9},
+        {5, "250 us", 9},
+        {6, "-0.5 C", 9},
+        {8, "77", 9},
+        {9, "", 9},
     };
-    const Row rows[] = {
-        {1, "timestamp low", "4295.535186 s"}, // (1 << 32) + 567890 us
-        {2, "timestamp high", "4295.535186 s"},
-        {1, "timestamp low", "567890", 8}, // without its high word
-        {3, "encoder position", "-17"},
-        {4, "status flags", "0x0000000b laser on, encoder valid, sync lost"},
-        {5, "exposure", "250 us"},
-        {6, "temperature", "-0.5 C"},
-        {8, "word 8", "77"},
-        {9, "word 9", ""},
-    };
-    for (const Row& r : rows) {
-        vxtest::row = r.name;
-        CHECK(std::string(vxs::Lineheader2String(r.index)) == r.name);
-        CHECK(vxs::LineheaderValue2String(vxs::LineHeader{w, r.bytes}, r.index) == r.value);
+    for (const auto& [index, value, words] : rows) {
+        vxtest::row = "word " + std::to_string(index) + " of " + std::to_string(words);
+        CHECK_EQ(vxs::LineheaderValue2String(vxs::LineHeader{w, 4 * words}, index),
+                 std::string(value));
     }
+    vxtest::row = "unnamed word, no header";
+    CHECK(std::string(vxs::Lineheader2String(8)) == "word 8");
     CHECK(vxs::LineheaderValue2String(vxs::LineHeader{nullptr, 28}, 0).empty());
 }
 
@@ -227,7 +188,7 @@ void headerWords()
 int main()
 {
     catalogue();
-    statisticsAndText();
+    text();
     statisticsMatchReference();
     strideGuard();
     headerWords();

@@ -1,59 +1,36 @@
 #pragma once
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
+#include <fstream>
 #include <initializer_list>
 #include <string>
 #include <vector>
 
-// Builds capture files byte by byte for the tests: classic pcap or pcapng,
-// either byte order, microsecond or nanosecond timestamps, any link type;
-// plus the frames to put in them (IPv4/UDP packets from kSender to
-// kReceiver, fragments, link-layer headers). Plain value; one thread.
+// Builds classic pcap files byte by byte for the tests: either byte order,
+// microsecond or nanosecond timestamps, any link type; plus the frames to
+// put in them (IPv4/UDP packets from kSender to kReceiver, fragments,
+// link-layer headers). pcapng is read by libpcap alone and comes with the
+// foreign capture of tests/data. Plain value; one thread.
 class CaptureBuilder
 {
 public:
     using Bytes = std::vector<uint8_t>;
-    enum class Format
-    {
-        Pcap,
-        Pcapng
-    };
     static constexpr uint32_t kSender = 0xc0a80064;   // 192.168.0.100
     static constexpr uint32_t kReceiver = 0xc0a80001; // 192.168.0.1
 
-    CaptureBuilder(Format format, bool bigEndian, bool nanoseconds, uint32_t linkType)
-        : pcapng(format == Format::Pcapng), big(bigEndian), nano(nanoseconds)
+    CaptureBuilder(bool bigEndian, bool nanoseconds, uint32_t linkType)
+        : big(bigEndian), nano(nanoseconds)
     {
-        if (!pcapng) {
-            put("4224444", {nano ? 0xa1b23c4d : 0xa1b2c3d4, 2, 4, 0, 0, 262144, linkType});
-            return;
-        }
-        // A section header block, then one interface description block
-        // whose if_tsresol option announces nanoseconds.
-        const uint32_t idb = nano ? 32 : 20;
-        put("4442244444224",
-            {0x0a0d0d0a, 28, 0x1a2b3c4d, 1, 0, ~0u, ~0u, 28, 1, idb, linkType, 0, 262144});
-        if (nano)
-            put("22134", {9, 1, 9, 0, 0});
-        put("4", {idb});
+        put("4224444", {nano ? 0xa1b23c4d : 0xa1b2c3d4, 2, 4, 0, 0, 262144, linkType});
     }
 
-    // Adds a frame; `originalLength` 0 means the frame's own length.
-    void add(int64_t timeNs, const Bytes& frame, uint32_t originalLength = 0)
+    void add(int64_t timeNs, const Bytes& frame)
     {
-        const auto caplen = uint32_t(frame.size()), orig = originalLength ? originalLength : caplen;
         const auto units = uint64_t(nano ? timeNs : timeNs / 1000);
         const uint64_t perSecond = nano ? 1000000000 : 1000000;
-        const uint32_t block = 32 + ((caplen + 3) & ~3u); // enhanced packet block
-        if (!pcapng) {
-            put("4444", {uint32_t(units / perSecond), uint32_t(units % perSecond), caplen, orig},
-                frame);
-            return;
-        }
-        put("4444444", {6, block, 0, uint32_t(units >> 32), uint32_t(units), caplen, orig}, frame);
-        out.resize(out.size() + block - 32 - caplen);
-        put("4", {block});
+        const auto length = uint32_t(frame.size());
+        put("4444", {uint32_t(units / perSecond), uint32_t(units % perSecond), length, length},
+            frame);
     }
     const Bytes& bytes() const { return out; }
 
@@ -78,10 +55,10 @@ public:
                        kSender, kReceiver},
                       payload);
     }
-    // A UDP segment (checksum 0: none).
-    static Bytes udp(uint16_t port, const Bytes& data, uint16_t sourcePort = 5000)
+    // A UDP segment from port 5000 (checksum 0: none).
+    static Bytes udp(uint16_t port, const Bytes& data)
     {
-        return fields(true, "2222", {sourcePort, port, uint32_t(8 + data.size()), 0}, data);
+        return fields(true, "2222", {5000, port, uint32_t(8 + data.size()), 0}, data);
     }
     // IPv4 fragments of a UDP segment, `chunk` bytes (a multiple of 8) each, in order.
     static std::vector<Bytes> fragments(const Bytes& segment, std::size_t chunk, uint16_t id)
@@ -112,6 +89,7 @@ public:
         }
         return packet;
     }
+    // Bytes without a period of 256 (or of any fragment size).
     static Bytes pattern(std::size_t n, uint8_t seed)
     {
         Bytes b(n);
@@ -121,10 +99,8 @@ public:
     }
     static void save(const std::string& path, const Bytes& bytes)
     {
-        if (std::FILE* f = std::fopen(path.c_str(), "wb")) {
-            std::fwrite(bytes.data(), 1, bytes.size(), f);
-            std::fclose(f);
-        }
+        std::ofstream(path, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
     }
 
 private:
@@ -133,6 +109,6 @@ private:
         const Bytes b = fields(big, widths, values, tail);
         out.insert(out.end(), b.begin(), b.end());
     }
-    bool pcapng, big, nano;
+    bool big, nano;
     Bytes out;
 };

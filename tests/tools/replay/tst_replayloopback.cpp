@@ -20,7 +20,7 @@ const std::string R = VX_REPLAY_BINARY;
 void commandLineErrors()
 {
     // A truncated capture: what comes before the damage is still sent.
-    B b(B::Format::Pcap, false, true, 101);
+    B b(false, true, 101);
     for (int i = 0; i < 4; ++i)
         b.add(10000000LL * (1 + i), B::ipv4(B::udp(6101, B::Bytes(40, 1))));
     const std::string cut = vxtest::tempPath("truncated.pcap");

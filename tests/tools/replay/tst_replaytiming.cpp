@@ -48,7 +48,7 @@ struct FakeRun : ReplayScheduler::Clock, DatagramSink
 void writeCapture()
 {
     constexpr int64_t t0 = 1700000000LL * 1000000000;
-    B b(B::Format::Pcap, false, true, 101);
+    B b(false, true, 101);
     b.add(t0, B::ipv4(B::udp(9999, {0})));
     for (int64_t i = 0, t = 200 * kMs; i < 110; ++i, t += 10 * kMs) {
         t += i == 100 ? 2000 * kMs : 0;
