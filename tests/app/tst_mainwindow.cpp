@@ -16,78 +16,39 @@
 #include "views/threedview.h"
 #include "windowtest.h"
 
-#include <QAction>
-#include <QApplication>
-#include <QCheckBox>
-#include <QFileDialog>
-#include <QGridLayout>
-#include <QInputDialog>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMdiArea>
-#include <QMdiSubWindow>
-#include <QMessageBox>
-#include <QPointer>
-#include <QPushButton>
-#include <QRegularExpression>
-#include <QSettings>
-#include <QTemporaryDir>
 #include <QtTest>
+#include <QtWidgets>
+#include <cstring>
 #include <functional>
 #include <memory>
+#include <tuple>
 
 using namespace vxlindral;
 
 namespace {
 
-// Runs `f` on the first visible top-level widget of type W as soon as one
-// shows up (modal dialogs block the caller inside exec()).
-template <typename W> void whenShown(std::function<void(W*)> f)
+// Answers the next dialog of type W as soon as it shows (a modal dialog
+// blocks the caller inside exec()): `f` reads or fills it, then it is
+// accepted or, with `accept` false, rejected.
+template <typename W> void answer(bool accept, std::function<void(W*)> f = {})
 {
     auto* timer = new QTimer;
     timer->setInterval(10);
-    QObject::connect(timer, &QTimer::timeout, [timer, f] {
+    QObject::connect(timer, &QTimer::timeout, [timer, accept, f] {
         for (QWidget* w : QApplication::topLevelWidgets()) {
-            auto* target = qobject_cast<W*>(w);
-            if (target && target->isVisible()) {
-                timer->stop();
-                timer->deleteLater();
-                f(target);
-                return;
-            }
+            auto* dialog = qobject_cast<W*>(w);
+            if (!dialog || !dialog->isVisible())
+                continue;
+            timer->stop();
+            timer->deleteLater();
+            if (f)
+                f(dialog);
+            // (QFileDialog's own accept() is protected.)
+            accept ? static_cast<QDialog*>(dialog)->accept() : dialog->reject();
+            return;
         }
     });
     timer->start();
-}
-
-// Answers the next warning box with Ok and keeps its title and text.
-struct WarningCatcher
-{
-    QString title;
-    QString text;
-    int count = 0;
-    void arm()
-    {
-        whenShown<QMessageBox>([this](QMessageBox* box) {
-            title = box->windowTitle();
-            text = box->text();
-            ++count;
-            box->button(QMessageBox::Ok)->click();
-        });
-    }
-};
-
-// Answers the next file dialog with `path`, or cancels it when `path` is empty.
-void answerFileDialog(const QString& path)
-{
-    whenShown<QFileDialog>([path](QFileDialog* dialog) {
-        if (path.isEmpty()) {
-            dialog->reject();
-            return;
-        }
-        dialog->selectFile(path);
-        static_cast<QDialog*>(dialog)->accept(); // QFileDialog's own is protected
-    });
 }
 
 // A line of `pixels` records in the (datatyp 2, peak) layout: range 1000 + i,
@@ -96,36 +57,31 @@ LineType makeLine(int pixels)
 {
     auto line = std::make_shared<MyLine>();
     line->parser = std::make_shared<vx::RawLineParser>();
-    if (!line->parser->detect(2, vx::RawLineParser::MOD_PEAK, false))
-        return nullptr;
+    line->parser->detect(2, vx::RawLineParser::MOD_PEAK, false);
     const int bpp = line->parser->bytesPerPixel();
     line->pixel = pixels;
     line->flags = 8;
     line->data.resize(std::size_t(pixels) * bpp);
     line->points.resize(pixels);
     for (int i = 0; i < pixels; ++i) {
-        const uint32_t range = 1000 + i;
-        const uint32_t intensity = 100 + i;
-        uint8_t* rec = line->data.data() + std::size_t(i) * bpp;
-        rec[0] = range & 0xff;
-        rec[1] = (range >> 8) & 0xff;
-        rec[2] = (range >> 16) & 0xff;
-        rec[3] = intensity & 0xff;
-        rec[4] = (intensity >> 8) & 0xff;
+        const uint32_t range = 1000 + i, intensity = 100 + i;
+        std::memcpy(line->data.data() + std::size_t(i) * bpp, &range, 3);
+        std::memcpy(line->data.data() + std::size_t(i) * bpp + 3, &intensity, 2);
         vxs::VxPt& p = line->points[i];
         p.intensity = intensity;
-        p.range = range / 10000.0;
+        p.range = p.z = range / 10000.0;
         p.y = (i - pixels / 2) * 0.001;
-        p.z = p.range;
         p.valid = 1;
     }
-    const vx::RawLineParser::AvrStd s =
-        line->parser->calc(reinterpret_cast<const char*>(line->data.data()), pixels);
-    line->avr = s.avr;
-    line->sdev = s.sdev;
-    line->min = s.min;
-    line->max = s.max;
+    auto s = line->parser->calc(reinterpret_cast<const char*>(line->data.data()), pixels);
+    std::tie(line->avr, line->sdev, line->min, line->max) = std::tie(s.avr, s.sdev, s.min, s.max);
     return line;
+}
+
+QString contents(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : "(unreadable)";
 }
 
 // Whether `view` shows anything of its port's stream: a numeric view's
@@ -158,458 +114,375 @@ class TestMainWindow : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
-    void cleanup();
+    void init()
+    {
+        QSettings().clear();
+        QSettings().sync();
+        window = std::make_unique<MainWindow>();
+        window->show();
+        window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+    }
+    void cleanup()
+    {
+        window.reset();
+        warnings.clear();
+        QCoreApplication::processEvents();
+    }
 
-    void firstStartOpensOnlyThe3DView();
-    void viewKinds_data();
-    void viewKinds();
-    void portRefusals();
-    void freeze();
-    void toggling();
-    void closingAViewRetiles();
-    void settingsDialogRoundTrip();
-    void connectDialogSavesPortsEvenWhenRefused();
-    void exportWritesTheLineText();
-    void recordingWritesNumberedParts();
-    void recordingCancelRules_data();
-    void recordingCancelRules();
-    void streamHealth_data();
-    void streamHealth();
+    void viewKinds_data()
+    {
+        QTest::addColumn<QStringList>("slotNameClass");
+        // The names are crossed on purpose: the info view is "_cut", the cut
+        // view "_3d" and the 3D view "_info".
+        QTest::newRow("info") << QStringList{"toggleStaticView", "6101_cut", "StatisticView"};
+        QTest::newRow("numeric") << QStringList{"toggleNumericView", "6101_num", "NumericView"};
+        QTest::newRow("cut") << QStringList{"toggleCutView", "6101_3d", "CutView"};
+        QTest::newRow("gray") << QStringList{"toggleGrayView", "6101_gray", "FlatView"};
+        QTest::newRow("3d") << QStringList{"toggle3DView", "6101_info", "ThreeDView"};
+    }
+    // Each toggle slot, reached by name as the tool-bar form without argument,
+    // finds or makes the view of its kind under the kind's name, which takes
+    // the port's lines in. Every kind deletes itself when closed: the next
+    // press builds a new view with fresh models (a numeric view in decimal
+    // again).
+    void viewKinds()
+    {
+        QFETCH(QStringList, slotNameClass);
+        const QByteArray slot = slotNameClass[0].toLatin1();
+        const QString name = slotNameClass[1];
+        closeAllViews(); // so that the slot has to create its view
+        QVERIFY(QMetaObject::invokeMethod(window.get(), slot));
+        QCOMPARE(viewNames(), QStringList{name});
+        auto* view = window->findChild<BasicView*>(name);
+        QCOMPARE(QString(view->metaObject()->className()), "vxlindral::" + slotNameClass[2]);
+        if (auto* numeric = qobject_cast<NumericView*>(view))
+            numeric->handleHex();
+        feed(40);
+        QVERIFY(showsData(view));
+        QPointer<BasicView> closed = view;
+        view->close();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(closed.isNull());
+
+        QVERIFY(QMetaObject::invokeMethod(window.get(), slot));
+        view = window->findChild<BasicView*>(name);
+        QVERIFY(view && view->isVisible());
+        // (A cut view's picture is undefined until its first line.)
+        QVERIFY(qobject_cast<CutView*>(view) || !showsData(view));
+        if (auto* numeric = qobject_cast<NumericView*>(view)) {
+            QVERIFY(!numeric->isHex());
+            QCOMPARE(window->dataModel(6101)->displayMode(), StreamDataModel::DISPLAY_DEC);
+        }
+        feed(40);
+        QVERIFY(showsData(view));
+    }
+
+    // A first start opens the 3D view alone, maximised. A port that is open
+    // is refused, and since entries are never erased, so is a fourth port
+    // after two more were opened, even when one was stopped.
+    void firstStartAndPortRefusals()
+    {
+        QMdiSubWindow* sub = mdi()->currentSubWindow();
+        QVERIFY(qobject_cast<ThreeDView*>(sub) && sub->isMaximized());
+        expectWarning();
+        window->openStream(6101, 6102);
+        // Titled as the window now is (a maximised view extends the title).
+        QVERIFY2(warnings.size() == 1 && warnings[0].startsWith("Vx Lindral") &&
+                     warnings[0].endsWith(": Socket already connected."),
+                 qPrintable(warnings.join('|')));
+        QCOMPARE(viewNames(), QStringList{"6101_info"});
+
+        window->openStream(47811, 47812);
+        window->openStream(47813, 47814);
+        QCOMPARE(window->portEntries(), 3);
+        QVERIFY(window->findChild<BasicView*>("47813_info"));
+        QMetaObject::invokeMethod(window.get(), "handleStopStream");
+        QVERIFY(!window->dataModel(window->currentPort()));
+
+        expectWarning();
+        window->openStream(47815, 47816);
+        QCOMPARE(warnings.size(), 2);
+        QCOMPARE(window->portEntries(), 3);
+        QVERIFY(!window->findChild<BasicView*>("47815_info"));
+    }
+
+    // Freezing follows the button; without a sub-window nothing is paused
+    // and the click's check state stays.
+    void freeze()
+    {
+        QAction* freeze = action("actionFreeze");
+        std::shared_ptr<StreamDataController> controller = window->controller(6101);
+        freeze->trigger();
+        QVERIFY(freeze->isChecked() && controller->isPaused());
+        freeze->trigger();
+        QVERIFY(!freeze->isChecked() && !controller->isPaused());
+        closeAllViews();
+        freeze->trigger();
+        QVERIFY(freeze->isChecked() && !controller->isPaused());
+    }
+
+    // Tiled: a second press hides the view, a third shows the same view again.
+    // Maximised: a hidden view comes back maximised, a new view is added so.
+    void toggling()
+    {
+        action("actionRealign")->trigger(); // leave the maximised layout
+        action("actionCut")->trigger();
+        auto* cut = window->findChild<BasicView*>("6101_3d");
+        QVERIFY(cut && cut->isVisible() && !cut->isMaximized());
+        action("actionCut")->trigger();
+        QVERIFY(!cut->isVisible());
+        action("actionCut")->trigger();
+        QVERIFY(cut->isVisible());
+        QCOMPARE(window->findChildren<CutView*>().size(), 1);
+
+        action("actionCut")->trigger();
+        auto* threeD = window->findChild<BasicView*>("6101_info");
+        mdi()->setActiveSubWindow(threeD);
+        threeD->showMaximized();
+        action("actionCut")->trigger();
+        QVERIFY(cut->isVisible() && cut->isMaximized());
+        action("actionNumeric")->trigger();
+        QVERIFY(window->findChild<BasicView*>("6101_num")->isMaximized());
+    }
+
+    void closingAViewRetiles()
+    {
+        action("actionInfo")->trigger();
+        action("actionRealign")->trigger();
+        auto* threeD = window->findChild<BasicView*>("6101_info");
+        const QRect area = mdi()->viewport()->rect();
+        QVERIFY(threeD->geometry().width() * threeD->geometry().height() <
+                area.width() * area.height() * 3 / 4);
+
+        window->findChild<BasicView*>("6101_cut")->close();
+        // Tiling is queued behind the close, so the area fills only afterwards.
+        QTRY_COMPARE(threeD->geometry(), area);
+        QCOMPARE(viewNames(), QStringList{"6101_info"});
+    }
+
+    // First start: the dialog offers Cut and not 3D although the window
+    // opened the 3D view. Accepting it unchanged stores that, emits
+    // configChanged, and the next stream opens the cut view instead of the 3D
+    // view. Cancelling stores and emits nothing. "Follow" starts unchecked;
+    // checked, it reaches the open 3D view and the next dialog.
+    void settingsDialogRoundTrip()
+    {
+        QSignalSpy changed(window.get(), &MainWindow::configChanged);
+        answer<QDialog>(false);
+        action("actionSettings")->trigger();
+        QCOMPARE(changed.count(), 0);
+        QVERIFY(!QSettings().contains("View/Cut"));
+
+        QString shown; // Cut, 3D and Follow as the dialog showed them
+        const auto read = [&shown](QDialog* dialog) {
+            for (const char* box : {"checkBoxCut", "checkBox3D", "checkBoxFollow"})
+                shown += dialog->findChild<QCheckBox*>(box)->isChecked() ? '1' : '0';
+        };
+        answer<QDialog>(true, [&](QDialog* dialog) {
+            read(dialog);
+            dialog->findChild<QLineEdit*>("lineEditPointsPerLine")->setText("abc");
+            dialog->findChild<QCheckBox*>("checkBoxFollow")->setChecked(true);
+        });
+        action("actionSettings")->trigger();
+        QCOMPARE(changed.count(), 1);
+        QVERIFY(window->findChild<ThreeDView*>("6101_info")->glWidget()->isFollowing());
+        answer<QDialog>(false, read);
+        action("actionSettings")->trigger();
+        QCOMPARE(shown, QString("100101"));
+
+        QStringList stored; // "abc" points per line read as 0
+        for (const char* key : {"View/Cut", "View/ThreeD", "ThreeD/pointsPerLine", "ThreeD/follow"})
+            stored << QSettings().value(key).toString();
+        QCOMPARE(stored, (QStringList{"true", "false", "0", "true"}));
+        window->openStream(47821, 47822);
+        QVERIFY(window->findChild<CutView*>("47821_3d"));
+        QVERIFY(!window->findChild<BasicView*>("47821_info"));
+    }
+
+    // The dialog offers the stored ports; what it was given is stored even
+    // when the port is refused.
+    void connectDialogSavesPortsEvenWhenRefused()
+    {
+        QString offered;
+        answer<QDialog>(true, [&](QDialog* dialog) {
+            auto* line = dialog->findChild<QLineEdit*>("lineEditPortLine");
+            auto* statusPort = dialog->findChild<QLineEdit*>("lineEditPortStatus");
+            offered = line->text() + ' ' + statusPort->text();
+            statusPort->setText("7777");
+            expectWarning();
+        });
+        action("actionConnect")->trigger();
+        QCOMPARE(offered, QString("6101 6102"));
+        QVERIFY(warnings.value(0).endsWith(": Socket already connected."));
+        QCOMPARE(QSettings().value("Ports/Line").toString() + ' ' +
+                     QSettings().value("Ports/Status").toString(),
+                 QString("6101 7777"));
+        QCOMPARE(window->portEntries(), 1);
+    }
+
+    // The file holds exactly the model's line text, of the line current when
+    // the command was given, not of one arriving while the dialog is open.
+    void exportWritesTheLineText()
+    {
+        feed(37);
+        const QString expected = window->dataModel(6101)->currentLineText();
+        const QString path = files.filePath("line.txt");
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) {
+            window->dataModel(6101)->setData(QModelIndex(), QVariant::fromValue(makeLine(3)));
+            dialog->selectFile(path);
+        });
+        action("actionExportLine")->trigger();
+        QVERIFY(window->dataModel(6101)->currentLineText() != expected);
+
+        QCOMPARE(contents(path), expected); // a header line naming the columns, one row per pixel
+        QCOMPARE(QSettings().value("Path/Last").toString(), QFileInfo(path).absoluteFilePath());
+    }
+
+    void recordingWritesNumberedParts()
+    {
+        feed(5);
+        const QString start = files.filePath("rec.txt");
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(start); });
+        answer<QInputDialog>(true, [](QInputDialog* dialog) { dialog->setIntValue(40); });
+        QAction* lines = action("actionExportLines");
+        lines->trigger();
+        QVERIFY(lines->isChecked() && window->isRecording());
+        QCOMPARE(QSettings().value("Path/Recording").toString(),
+                 QFileInfo(start).absoluteFilePath());
+
+        QTRY_VERIFY(QFile::exists(start + "-part3.cvs"));
+        QVERIFY(status()->text().startsWith("Recording "));
+        feed(9); // later parts take the line current at their tick
+        QTRY_VERIFY(QFile::exists(start + "-part6.cvs"));
+
+        lines->trigger();
+        QVERIFY(!lines->isChecked() && !window->isRecording());
+        QCOMPARE(status()->text(), QString());
+
+        // Parts 1 to n, the last of the line current then; none once stopped.
+        const auto parts = [this] { return QDir(files.path()).entryList({"rec.txt-part*.cvs"}); };
+        const QStringList written = parts();
+        for (int n = 1; n <= written.size(); ++n)
+            QVERIFY2(written.contains(QString("rec.txt-part%1.cvs").arg(n)),
+                     qPrintable(written.join(',')));
+        QCOMPARE(contents(start + QString("-part%1.cvs").arg(written.size())),
+                 window->dataModel(6101)->currentLineText());
+        QTest::qWait(120);
+        QCOMPARE(parts(), written);
+    }
+
+    void recordingCancelRules_data()
+    {
+        QTest::addColumn<bool>("cancelFile");
+        QTest::addColumn<bool>("checkedAfter");
+        // Cancelling the start file keeps the action checked; cancelling the
+        // interval unchecks it.
+        QTest::newRow("file dialog cancelled") << true << true;
+        QTest::newRow("interval cancelled") << false << false;
+    }
+    void recordingCancelRules()
+    {
+        QFETCH(bool, cancelFile);
+        QFETCH(bool, checkedAfter);
+        const QString path = files.filePath("cancel.txt");
+        answer<QFileDialog>(!cancelFile, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        if (!cancelFile)
+            answer<QInputDialog>(false);
+        QAction* lines = action("actionExportLines");
+        lines->trigger();
+        QCOMPARE(lines->isChecked(), checkedAfter);
+        QVERIFY(!window->isRecording());
+        QVERIFY(!QSettings().contains("Path/Recording"));
+    }
+
+    void streamHealth_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QList<int>>("ports"); // shown, in this order
+        QTest::newRow("two ports") << QStringList{"open"} << QList<int>{6101, 47821};
+        // Stopping acts on the port of the first view, 6101's.
+        QTest::newRow("stopped port") << QStringList{"open", "stop"} << QList<int>{47821};
+        QTest::newRow("no port left") << QStringList{"stop"} << QList<int>{};
+    }
+    // Each open port's entry at the right end of the status line's row,
+    // beside the status text and not over it, in the form's own layout cell.
+    void streamHealth()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(QList<int>, ports);
+        for (const QString& step : steps) {
+            if (step == "open")
+                window->openStream(47821, 47822);
+            else
+                QMetaObject::invokeMethod(window.get(), "handleStopStream");
+        }
+        auto* health = window->findChild<StreamHealthLabel*>("labelStreamHealth");
+        QVERIFY(health);
+        health->refresh();
+
+        QStringList entries;
+        for (int port : ports)
+            entries << QString("%1: [0-9,]+ lines/s, [0-9,]+ dropped").arg(port);
+        const QRegularExpression pattern(
+            QRegularExpression::anchoredPattern(entries.join(" \\| ")));
+        QVERIFY2(pattern.match(health->text()).hasMatch(), qPrintable(health->text()));
+
+        // The form's cells stay; the label shares the status label's.
+        auto* grid = window->findChild<QGridLayout*>("gridLayout");
+        for (QWidget* w : {static_cast<QWidget*>(mdi()), static_cast<QWidget*>(status()),
+                           static_cast<QWidget*>(health)}) {
+            int row = -1, column = -1, rows = 0, columns = 0;
+            grid->getItemPosition(grid->indexOf(w), &row, &column, &rows, &columns);
+            QCOMPARE((QList<int>{row, column, rows, columns}), (QList<int>{w != mdi(), 0, 1, 1}));
+        }
+        status()->setText("u: 1024 v: 2000 x: 0.123456m y: -0.654321m a: 12.3456deg");
+        grid->activate();
+        const int statusTextEnd = status()->geometry().left() + status()->contentsRect().right();
+        QVERIFY(ports.isEmpty() || statusTextEnd < health->geometry().left());
+        QCOMPARE(health->geometry().right(), status()->geometry().right());
+    }
 
 private:
-    QStringList viewNames() const;
+    QStringList viewNames() const
+    {
+        QStringList names;
+        for (BasicView* view : window->findChildren<BasicView*>())
+            names << view->objectName();
+        names.sort();
+        return names;
+    }
     QMdiArea* mdi() const { return window->findChild<QMdiArea*>("mdiArea"); }
     QAction* action(const char* name) const { return window->findChild<QAction*>(name); }
     QLabel* status() const { return window->findChild<QLabel*>("labelStatus"); }
-    // Hands `line` to the port's model as the receiver does, and lets the
-    // queued deliveries run.
-    void feed(int port, const LineType& line);
+    // Answers the next warning box, keeping "title: text" in `warnings`.
+    void expectWarning()
+    {
+        answer<QMessageBox>(true, [this](QMessageBox* box) {
+            warnings << box->windowTitle() + ": " + box->text();
+        });
+    }
+    void closeAllViews()
+    {
+        mdi()->closeAllSubWindows();
+        QCoreApplication::processEvents();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QVERIFY(viewNames().isEmpty());
+    }
+    // Hands a line of `pixels` and a text to port 6101's model as the
+    // receiver does, and lets the queued deliveries run.
+    void feed(int pixels)
+    {
+        const std::shared_ptr<StreamDataModel> model = window->dataModel(6101);
+        model->emitStatistic(QStringLiteral("pixel %1\n").arg(pixels));
+        model->setData(QModelIndex(), QVariant::fromValue(makeLine(pixels)));
+        QCoreApplication::processEvents();
+    }
 
     std::unique_ptr<MainWindow> window;
+    QStringList warnings;
     QTemporaryDir files;
 };
-
-void TestMainWindow::init()
-{
-    QSettings().clear();
-    QSettings().sync();
-    window = std::make_unique<MainWindow>();
-    window->show();
-    window->activateWindow();
-    QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-}
-
-void TestMainWindow::cleanup()
-{
-    window.reset();
-    QCoreApplication::processEvents();
-}
-
-QStringList TestMainWindow::viewNames() const
-{
-    QStringList names;
-    for (BasicView* view : window->findChildren<BasicView*>())
-        names << view->objectName();
-    names.sort();
-    return names;
-}
-
-void TestMainWindow::feed(int port, const LineType& line)
-{
-    std::shared_ptr<StreamDataModel> model = window->dataModel(port);
-    QVERIFY(model);
-    QVERIFY(line);
-    model->setData(QModelIndex(), QVariant::fromValue(line));
-    QCoreApplication::processEvents();
-}
-
-void TestMainWindow::firstStartOpensOnlyThe3DView()
-{
-    QCOMPARE(viewNames(), QStringList{"6101_info"});
-    QMdiSubWindow* sub = mdi()->currentSubWindow();
-    QVERIFY(qobject_cast<ThreeDView*>(sub));
-    QVERIFY(sub->isMaximized());
-    QVERIFY(window->dataModel(6101));
-    QVERIFY(window->controller(6101));
-    QCOMPARE(window->portEntries(), 1);
-    QCOMPARE(window->currentPort(), 6101);
-}
-
-void TestMainWindow::viewKinds_data()
-{
-    QTest::addColumn<QString>("slot");
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("className");
-    // The names are crossed on purpose: the info view is "_cut", the cut view
-    // "_3d" and the 3D view "_info".
-    QTest::newRow("info") << "toggleStaticView"
-                          << "6101_cut"
-                          << "vxlindral::StatisticView";
-    QTest::newRow("numeric") << "toggleNumericView"
-                             << "6101_num"
-                             << "vxlindral::NumericView";
-    QTest::newRow("cut") << "toggleCutView"
-                         << "6101_3d"
-                         << "vxlindral::CutView";
-    QTest::newRow("gray") << "toggleGrayView"
-                          << "6101_gray"
-                          << "vxlindral::FlatView";
-    QTest::newRow("3d") << "toggle3DView"
-                        << "6101_info"
-                        << "vxlindral::ThreeDView";
-}
-
-// Each toggle slot, reached by name as the tool-bar form without argument,
-// finds or makes the view of its kind under the kind's name; a closed view is
-// gone, and the slot makes a new one.
-void TestMainWindow::viewKinds()
-{
-    QFETCH(QString, slot);
-    QFETCH(QString, name);
-    QFETCH(QString, className);
-
-    // Start from no view, so that the slot has to create its view.
-    mdi()->closeAllSubWindows();
-    QCoreApplication::processEvents();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(viewNames().isEmpty());
-
-    QVERIFY(QMetaObject::invokeMethod(window.get(), slot.toLatin1().constData()));
-    QCOMPARE(viewNames(), QStringList{name});
-    auto* view = window->findChild<BasicView*>(name);
-    QCOMPARE(QString(view->metaObject()->className()), className);
-    QCOMPARE(view->getPort(), 6101);
-    QVERIFY_EXCEPTION_THROWN(MainWindow::viewNamePattern(5), std::invalid_argument);
-
-    // Every kind deletes itself when closed: the next press builds a new view
-    // with fresh models (a numeric view in decimal again), which takes the
-    // port's lines in.
-    std::shared_ptr<StreamDataModel> model = window->dataModel(6101);
-    if (auto* numeric = qobject_cast<NumericView*>(view))
-        numeric->handleHex();
-    feed(6101, makeLine(40));
-    model->emitStatistic(QStringLiteral("frame 1\n"));
-    QCoreApplication::processEvents();
-    QVERIFY(showsData(view));
-    QPointer<BasicView> closed = view;
-    view->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(closed.isNull());
-
-    QVERIFY(QMetaObject::invokeMethod(window.get(), slot.toLatin1().constData()));
-    view = window->findChild<BasicView*>(name);
-    QVERIFY(view);
-    QVERIFY(view->isVisible());
-    // (A cut view's picture is undefined until its first line.)
-    if (!qobject_cast<CutView*>(view))
-        QVERIFY(!showsData(view));
-    if (auto* numeric = qobject_cast<NumericView*>(view)) {
-        QVERIFY(!numeric->isHex());
-        QCOMPARE(model->displayMode(), StreamDataModel::DISPLAY_DEC);
-    }
-    feed(6101, makeLine(40));
-    model->emitStatistic(QStringLiteral("frame 2\n"));
-    QCoreApplication::processEvents();
-    QVERIFY(showsData(view));
-}
-
-// A port that is open is refused, and since entries are never erased, so is
-// a fourth port after two more were opened, even when one was stopped.
-void TestMainWindow::portRefusals()
-{
-    WarningCatcher warning;
-    warning.arm();
-    window->openStream(6101, 6102);
-    QCOMPARE(warning.text, QString("Socket already connected."));
-    // The window's current title (which a maximised view extends).
-    QVERIFY(warning.title.startsWith("Vx Lindral"));
-    QCOMPARE(viewNames(), QStringList{"6101_info"});
-
-    window->openStream(47811, 47812);
-    window->openStream(47813, 47814);
-    QCOMPARE(window->portEntries(), 3);
-    QVERIFY(window->findChild<BasicView*>("47813_info"));
-    QMetaObject::invokeMethod(window.get(), "handleStopStream");
-    QVERIFY(!window->dataModel(window->currentPort()));
-
-    warning.arm();
-    window->openStream(47815, 47816);
-    QCOMPARE(warning.count, 2);
-    QCOMPARE(warning.text, QString("Socket already connected."));
-    QCOMPARE(window->portEntries(), 3);
-    QVERIFY(!window->findChild<BasicView*>("47815_info"));
-}
-
-void TestMainWindow::freeze()
-{
-    QAction* freeze = action("actionFreeze");
-    std::shared_ptr<StreamDataController> controller = window->controller(6101);
-
-    freeze->trigger();
-    QVERIFY(freeze->isChecked());
-    QVERIFY(controller->isPaused());
-    freeze->trigger();
-    QVERIFY(!freeze->isChecked());
-    QVERIFY(!controller->isPaused());
-
-    // Without a sub-window nothing is paused and the click's check state stays.
-    mdi()->closeAllSubWindows();
-    QCoreApplication::processEvents();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    QVERIFY(!mdi()->currentSubWindow());
-    freeze->trigger();
-    QVERIFY(freeze->isChecked());
-    QVERIFY(!controller->isPaused());
-}
-
-// Tiled: a second press hides the view, a third shows the same view again.
-// Maximised: a hidden view comes back maximised, a new view is added so.
-void TestMainWindow::toggling()
-{
-    action("actionRealign")->trigger(); // leave the maximised layout
-    action("actionCut")->trigger();
-    auto* cut = window->findChild<BasicView*>("6101_3d");
-    QVERIFY(cut && cut->isVisible() && !cut->isMaximized());
-    action("actionCut")->trigger();
-    QVERIFY(!cut->isVisible());
-    action("actionCut")->trigger();
-    QVERIFY(cut->isVisible());
-    QCOMPARE(window->findChildren<CutView*>().size(), 1);
-
-    action("actionCut")->trigger();
-    auto* threeD = window->findChild<BasicView*>("6101_info");
-    mdi()->setActiveSubWindow(threeD);
-    threeD->showMaximized();
-    action("actionCut")->trigger();
-    QVERIFY(cut->isVisible() && cut->isMaximized());
-    action("actionNumeric")->trigger();
-    QVERIFY(window->findChild<BasicView*>("6101_num")->isMaximized());
-}
-
-void TestMainWindow::closingAViewRetiles()
-{
-    action("actionInfo")->trigger();
-    action("actionRealign")->trigger();
-    auto* info = window->findChild<BasicView*>("6101_cut");
-    auto* threeD = window->findChild<BasicView*>("6101_info");
-    const QRect area = mdi()->viewport()->rect();
-    QVERIFY(threeD->geometry().width() * threeD->geometry().height() <
-            area.width() * area.height() * 3 / 4);
-
-    info->close();
-    // Tiling is queued behind the close, so the area fills only afterwards.
-    QTRY_COMPARE(threeD->geometry(), area);
-    QCOMPARE(viewNames(), QStringList{"6101_info"});
-}
-
-// First start: the dialog offers Cut and not 3D although the window opened the
-// 3D view. Accepting it unchanged stores that, emits configChanged, and the
-// next stream opens the cut view instead of the 3D view. Cancelling stores and
-// emits nothing. "Follow" starts unchecked; checked, it reaches the open 3D
-// view and the next dialog.
-void TestMainWindow::settingsDialogRoundTrip()
-{
-    QSignalSpy changed(window.get(), &MainWindow::configChanged);
-
-    whenShown<QDialog>([](QDialog* dialog) { dialog->reject(); });
-    action("actionSettings")->trigger();
-    QCOMPARE(changed.count(), 0);
-    QVERIFY(!QSettings().contains("View/Cut"));
-
-    bool cutShown = false, threeDShown = true, followShown = true;
-    whenShown<QDialog>([&](QDialog* dialog) {
-        cutShown = dialog->findChild<QCheckBox*>("checkBoxCut")->isChecked();
-        threeDShown = dialog->findChild<QCheckBox*>("checkBox3D")->isChecked();
-        followShown = dialog->findChild<QCheckBox*>("checkBoxFollow")->isChecked();
-        dialog->findChild<QLineEdit*>("lineEditPointsPerLine")->setText("abc");
-        dialog->findChild<QCheckBox*>("checkBoxFollow")->setChecked(true);
-        dialog->accept();
-    });
-    action("actionSettings")->trigger();
-    QVERIFY(cutShown);
-    QVERIFY(!threeDShown);
-    QVERIFY(!followShown);
-    QCOMPARE(changed.count(), 1);
-    // The open 3D view follows at once, and the dialog shows the stored choice.
-    QVERIFY(window->findChild<ThreeDView*>("6101_info")->glWidget()->isFollowing());
-    whenShown<QDialog>([&](QDialog* dialog) {
-        followShown = dialog->findChild<QCheckBox*>("checkBoxFollow")->isChecked();
-        dialog->reject();
-    });
-    action("actionSettings")->trigger();
-    QVERIFY(followShown);
-
-    QSettings stored;
-    stored.sync();
-    QCOMPARE(stored.value("View/Cut").toBool(), true);
-    QCOMPARE(stored.value("View/ThreeD").toBool(), false);
-    QCOMPARE(stored.value("ThreeD/pointsPerLine").toInt(), 0);
-    QCOMPARE(stored.value("ThreeD/maxPoints").toInt(), 100000);
-    QCOMPARE(stored.value("ThreeD/follow").toBool(), true);
-
-    window->openStream(47821, 47822);
-    QVERIFY(window->findChild<CutView*>("47821_3d"));
-    QVERIFY(!window->findChild<BasicView*>("47821_info"));
-}
-
-void TestMainWindow::connectDialogSavesPortsEvenWhenRefused()
-{
-    WarningCatcher warning;
-    whenShown<QDialog>([&warning](QDialog* dialog) {
-        auto* line = dialog->findChild<QLineEdit*>("lineEditPortLine");
-        auto* statusPort = dialog->findChild<QLineEdit*>("lineEditPortStatus");
-        if (line->text() != "6101" || statusPort->text() != "6102")
-            dialog->reject(); // wrong presets: the test then fails below
-        line->setText("6101");
-        statusPort->setText("7777");
-        warning.arm();
-        dialog->accept();
-    });
-    action("actionConnect")->trigger();
-    QCOMPARE(warning.text, QString("Socket already connected."));
-    QCOMPARE(QSettings().value("Ports/Line").toUInt(), 6101u);
-    QCOMPARE(QSettings().value("Ports/Status").toUInt(), 7777u);
-    QCOMPARE(window->portEntries(), 1);
-}
-
-// The file holds exactly the model's line text: a header line naming the
-// columns, then one row per pixel. The line is the one current when the
-// command was given.
-void TestMainWindow::exportWritesTheLineText()
-{
-    const int pixels = 37;
-    feed(6101, makeLine(pixels));
-    const QString expected = window->dataModel(6101)->currentLineText();
-    const QString path = files.filePath("line.txt");
-
-    std::shared_ptr<StreamDataModel> model = window->dataModel(6101);
-    whenShown<QFileDialog>([&](QFileDialog* dialog) {
-        // A line arriving while the dialog is open is not the one exported.
-        model->setData(QModelIndex(), QVariant::fromValue(makeLine(3)));
-        dialog->selectFile(path);
-        static_cast<QDialog*>(dialog)->accept(); // QFileDialog's own is protected
-    });
-    action("actionExportLine")->trigger();
-    QVERIFY(model->currentLineText() != expected);
-
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(file.readAll());
-    QCOMPARE(text, expected);
-    QCOMPARE(text.count('\n'), pixels + 1); // header line, one row per pixel
-    QCOMPARE(QSettings().value("Path/Last").toString(), QFileInfo(path).absoluteFilePath());
-}
-
-void TestMainWindow::recordingWritesNumberedParts()
-{
-    feed(6101, makeLine(5));
-    const QString start = files.filePath("rec.txt");
-    answerFileDialog(start);
-    whenShown<QInputDialog>([](QInputDialog* dialog) {
-        dialog->setIntValue(40);
-        dialog->accept();
-    });
-    QAction* lines = action("actionExportLines");
-    lines->trigger();
-    QVERIFY(lines->isChecked());
-    QVERIFY(window->isRecording());
-    QCOMPARE(QSettings().value("Path/Recording").toString(), QFileInfo(start).absoluteFilePath());
-
-    QTRY_VERIFY(QFile::exists(start + "-part3.cvs"));
-    QVERIFY(status()->text().startsWith("Recording "));
-    feed(6101, makeLine(9)); // later parts take the line current at their tick
-    QTRY_VERIFY(QFile::exists(start + "-part6.cvs"));
-
-    lines->trigger();
-    QVERIFY(!lines->isChecked());
-    QVERIFY(!window->isRecording());
-    QCOMPARE(status()->text(), QString());
-
-    const QStringList parts = QDir(files.path()).entryList({"rec.txt-part*.cvs"}, QDir::Files);
-    for (int n = 1; n <= parts.size(); ++n)
-        QVERIFY2(parts.contains(QString("rec.txt-part%1.cvs").arg(n)), qPrintable(parts.join(',')));
-
-    QFile last(start + QString("-part%1.cvs").arg(parts.size()));
-    QVERIFY(last.open(QIODevice::ReadOnly));
-    QCOMPARE(QString::fromUtf8(last.readAll()), window->dataModel(6101)->currentLineText());
-
-    // Nothing is written once stopped.
-    QTest::qWait(120);
-    QCOMPARE(QDir(files.path()).entryList({"rec.txt-part*.cvs"}, QDir::Files).size(), parts.size());
-}
-
-void TestMainWindow::recordingCancelRules_data()
-{
-    QTest::addColumn<bool>("cancelFile");
-    QTest::addColumn<bool>("checkedAfter");
-    // Cancelling the start file keeps the action checked; cancelling the
-    // interval unchecks it.
-    QTest::newRow("file dialog cancelled") << true << true;
-    QTest::newRow("interval cancelled") << false << false;
-}
-
-void TestMainWindow::recordingCancelRules()
-{
-    QFETCH(bool, cancelFile);
-    QFETCH(bool, checkedAfter);
-    answerFileDialog(cancelFile ? QString() : files.filePath("cancel.txt"));
-    if (!cancelFile)
-        whenShown<QInputDialog>([](QInputDialog* dialog) { dialog->reject(); });
-    QAction* lines = action("actionExportLines");
-    lines->trigger();
-    QCOMPARE(lines->isChecked(), checkedAfter);
-    QVERIFY(!window->isRecording());
-    QVERIFY(!QSettings().contains("Path/Recording"));
-}
-
-void TestMainWindow::streamHealth_data()
-{
-    QTest::addColumn<QStringList>("steps");
-    QTest::addColumn<QList<int>>("ports"); // shown, in this order
-    QTest::newRow("one port") << QStringList() << QList<int>{6101};
-    QTest::newRow("two ports") << QStringList{"open"} << QList<int>{6101, 47821};
-    // Stopping acts on the port of the first view, 6101's.
-    QTest::newRow("stopped port") << QStringList{"open", "stop"} << QList<int>{47821};
-    QTest::newRow("no port left") << QStringList{"stop"} << QList<int>{};
-}
-
-// Each open port's entry at the right end of the status line's row, beside
-// the status text and not over it, in the form's own layout cell.
-void TestMainWindow::streamHealth()
-{
-    QFETCH(QStringList, steps);
-    QFETCH(QList<int>, ports);
-    for (const QString& step : steps) {
-        if (step == "open")
-            window->openStream(47821, 47822);
-        else
-            QMetaObject::invokeMethod(window.get(), "handleStopStream");
-    }
-    auto* health = window->findChild<StreamHealthLabel*>("labelStreamHealth");
-    QVERIFY(health);
-    health->refresh();
-
-    QStringList entries;
-    for (int port : ports)
-        entries << QString("%1: [0-9,]+ lines/s, [0-9,]+ dropped").arg(port);
-    const QRegularExpression pattern(QRegularExpression::anchoredPattern(entries.join(" \\| ")));
-    QVERIFY2(pattern.match(health->text()).hasMatch(), qPrintable(health->text()));
-
-    // The form's cells stay; the label shares the status label's.
-    auto* grid = window->findChild<QGridLayout*>("gridLayout");
-    for (QWidget* w : {static_cast<QWidget*>(mdi()), static_cast<QWidget*>(status()),
-                       static_cast<QWidget*>(health)}) {
-        int row = -1, column = -1, rows = 0, columns = 0;
-        grid->getItemPosition(grid->indexOf(w), &row, &column, &rows, &columns);
-        QCOMPARE((QList<int>{row, column, rows, columns}), (QList<int>{w != mdi(), 0, 1, 1}));
-    }
-    status()->setText("u: 1024 v: 2000 x: 0.123456m y: -0.654321m a: 12.3456deg");
-    grid->activate();
-    const int statusTextEnd = status()->geometry().left() + status()->contentsRect().right();
-    QVERIFY(ports.isEmpty() || statusTextEnd < health->geometry().left());
-    QCOMPARE(health->geometry().right(), status()->geometry().right());
-}
 
 int main(int argc, char* argv[])
 {
