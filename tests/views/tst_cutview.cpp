@@ -180,11 +180,6 @@ private slots:
         QCOMPARE(view.params().scale, 623.75f);
         view.updateNewLine(makeLine({pt(0, 0, 1)}));
         QCOMPARE(view.params().scale, 35.0f);
-        view.setScale(3.0f);
-        view.updateNewLine(makeLine({}));
-        QCOMPARE(view.params().scale, 3.0f);
-
-        view.handleZoomHome();
         QSignalSpy status(&view, &BasicView::updateStatusBar);
         // 100 px right of the label's centre, in scroll-area coordinates.
         const QLabel* label = view.findChild<QLabel*>();
@@ -195,6 +190,9 @@ private slots:
         // x = 100 * 35 / 500 = 7 m; atan2(7, 0) = 90 deg, + 180 -> 270.
         QCOMPARE(status,
                  QList<QVariantList>{{QStringLiteral("u: 100 v: 0 x: 7m y: 0m a: 270deg")}});
+        view.setScale(3.0f);
+        view.updateNewLine(makeLine({}));
+        QCOMPARE(view.params().scale, 3.0f);
     }
 
     // The newest line is drawn once per frame with the parameters of its

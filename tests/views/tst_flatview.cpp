@@ -11,11 +11,11 @@ namespace {
 
 // The gray view's drawing as it was done with QPainter on a pixmap: scroll
 // the whole pixmap, then draw each valid point with a 2-pixel pen. Waterfall:
-// the line is the bottom row, point i at even x = i. Columns: the line is the
-// rightmost column, the first half of the points from the middle upward, the
-// second half downward, and an invalid point of the first half also drops its
-// partner of the second half; a side below 11 pixels only scrolls. A flip
-// mirrors either. This defines the expected pixels.
+// the line is the bottom row, every other x showing point x * step. Columns:
+// the line is the rightmost column, the first half of the points from the
+// middle upward, the second half downward, and an invalid point of the first
+// half also drops its partner of the second half; a side below 11 pixels only
+// scrolls. A flip mirrors either. This defines the expected pixels.
 void paintReference(QPixmap& pixmap, FlatView& view, const LineType& line)
 {
     const int w = pixmap.width(), h = pixmap.height(), dir = view.getDirection();
