@@ -8,6 +8,7 @@
 
 #include <QApplication>
 #include <QImage>
+#include <QPixmap>
 #include <QTest>
 #include <memory>
 #include <vector>
@@ -36,12 +37,14 @@ inline vxlindral::LineType makeLine(std::vector<vxs::VxPt> pts, int flags = 200)
     return line;
 }
 
-inline vxlindral::LineType makeIntensityLine(const std::vector<uint32_t>& values)
+// The picture as 32-bit RGB, for exact comparison.
+inline QImage rgb(const QImage& image)
 {
-    std::vector<vxs::VxPt> pts;
-    for (std::size_t i = 0; i < values.size(); ++i)
-        pts.push_back(pt(0.01 * static_cast<double>(i), 0.5, values[i]));
-    return makeLine(std::move(pts));
+    return image.convertToFormat(QImage::Format_RGB32);
+}
+inline QImage rgb(const QPixmap& pixmap)
+{
+    return rgb(pixmap.toImage());
 }
 
 // Pixels of the image whose colour satisfies pred.
