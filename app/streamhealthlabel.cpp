@@ -24,7 +24,7 @@ StreamHealthLabel::StreamHealthLabel(Source ports, QWidget* parent, Clock now)
 
 uint64_t StreamHealthLabel::dropped(const Port& p)
 {
-    return p.handover.droppedMemory + p.handover.droppedAge + p.socket.kernelDrops +
+    return p.socket.backlogDrops + p.handover.droppedMemory + p.socket.kernelDrops +
            p.socket.incompleteMessages;
 }
 
@@ -67,10 +67,11 @@ QString StreamHealthLabel::details(const Port& p)
     const LineQueue::Counters& h = p.handover;
     const strmsocket::StreamCounters& s = p.socket;
     const std::pair<const char*, uint64_t> rows[] = {
+        {"dropped by the backlog bound", s.backlogDrops},
         {"dropped by the memory bound", h.droppedMemory},
-        {"dropped by the age bound", h.droppedAge},
         {"stream texts dropped", h.textsDropped},
-        {"lines waiting", h.linesWaiting},
+        {"lines waiting undecoded", s.backlogMessages},
+        {"lines waiting decoded", h.linesWaiting},
         {"kernel drops (datagrams)", s.kernelDrops},
         {"malformed datagrams", s.malformedDatagrams},
         {"incomplete messages", s.incompleteMessages},

@@ -49,8 +49,9 @@ public:
     // text is empty until the first refresh.
     explicit StreamHealthLabel(Source source, QWidget* parent = nullptr, Clock clock = Clock());
 
-    // The lines of a port a user would call lost: dropped by the hand-over's
-    // memory or age bound (the viewer could not keep up), datagrams the kernel
+    // The lines of a port a user would call lost: given up undecoded because
+    // the backlog was full, or dropped by the hand-over's memory bound (the
+    // viewer stayed behind for too long), datagrams the kernel
     // dropped (the socket's buffer overflowed) and messages given up
     // incomplete (datagrams of a line went missing). Lines discarded on
     // purpose while frozen are not counted.

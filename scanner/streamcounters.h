@@ -17,6 +17,10 @@ struct StreamCounters
     uint64_t unknownKinds = 0;       // messages of an unknown kind
     uint64_t callbackErrors = 0;     // exceptions thrown by callbacks, caught
     uint64_t kernelDrops = 0;        // datagrams the kernel dropped (SO_RXQ_OVFL)
+    uint64_t backlogDrops = 0;       // raw lines given up undecoded: the backlog was full
+    uint64_t backlogMessages = 0;    // messages waiting undecoded now
+    uint64_t backlogBytes = 0;       // their bytes
+    uint64_t backlogPeakBytes = 0;   // the most bytes that ever waited
     int64_t receiveBufferSize = 0;   // effective socket receive buffer, bytes
 };
 

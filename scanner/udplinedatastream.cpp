@@ -1,6 +1,7 @@
 #include "scanner/udplinedatastream.h"
 
 #include "scanner/messageassembler.h"
+#include "scanner/messagebacklog.h"
 #include "scanner/udpsocket.h"
 #include "scanner/wireformat.h"
 
@@ -11,7 +12,6 @@
 #include <cstring>
 #include <ctime>
 #include <netinet/in.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <thread>
 
@@ -23,6 +23,9 @@ constexpr std::size_t kReceiveBuffer = 32u * 1024u * 1024u;
 constexpr int kIdlePollMs = 100;
 // Datagrams read per wake-up before the stop flag is looked at again.
 constexpr int kDrainBatch = 256;
+// Idle polls (kIdlePollMs each) with nothing waiting before the backlog's
+// spare buffers are freed.
+constexpr int kTrimAfterIdlePolls = 10;
 
 uint32_t rd32(const char* p)
 {
@@ -46,6 +49,10 @@ struct UDPLinedataStream::Counters
     std::atomic<uint64_t> unknownKinds{0};
     std::atomic<uint64_t> callbackErrors{0};
     std::atomic<uint64_t> kernelDrops{0};
+    std::atomic<uint64_t> backlogDrops{0};
+    std::atomic<uint64_t> backlogMessages{0};
+    std::atomic<uint64_t> backlogBytes{0};
+    std::atomic<uint64_t> backlogPeakBytes{0};
     std::atomic<int64_t> receiveBufferSize{0};
     std::atomic<int> localPort{0};
 
@@ -60,7 +67,9 @@ struct UDPLinedataStream::Counters
 class ReceiveLoop
 {
 public:
-    explicit ReceiveLoop(UDPLinedataStream& s) : stream(s) {}
+    ReceiveLoop(UDPLinedataStream& s, std::size_t backlogLimit) : stream(s), backlog(backlogLimit)
+    {
+    }
     ~ReceiveLoop() { stop(); }
 
     bool start(int port, const std::string& address)
@@ -104,15 +113,24 @@ private:
     void run()
     {
         guarded([&] { stream.OnConnected(); });
+        int idle = 0;
         while (!stopping.load(std::memory_order_acquire)) {
-            const int w = socket.wait(kIdlePollMs);
+            // Messages that waited go first, while the receiver has room;
+            // with more of them dispatchable, the socket is only looked at.
+            const bool more = pump();
+            const int w = socket.wait(more ? 0 : kIdlePollMs);
             if (w < 0)
                 break;
-            if (w == 0) {
-                lost(assembler.expire());
+            if (w == 1)
+                drain();
+            if (w != 0 || more) {
+                idle = 0;
                 continue;
             }
-            drain();
+            lost(assembler.expire());
+            // A quiet second with nothing waiting: a long stall's buffers go.
+            if (backlog.empty() && ++idle == kTrimAfterIdlePolls)
+                backlog.trim();
         }
         assembler.clear();
     }
@@ -166,10 +184,65 @@ private:
                     inet_ntop(AF_INET, &from.sin_addr, sender.ip, sizeof sender.ip);
                 }
                 sender.port = ntohs(from.sin_port);
-                stream.messageArrival = arrival(stamped ? &received : nullptr);
-                stream.Dispatch(sender, r.message, r.length);
+                deliver(arrival(stamped ? &received : nullptr), r.message, r.length);
             }
         }
+    }
+
+    // A complete message: dispatched now when nothing waits before it and the
+    // receiver has room, else put behind the waiting ones.
+    void deliver(std::chrono::steady_clock::time_point at, const char* message, std::size_t length)
+    {
+        if (backlog.empty() && stream.ReadyForMessage()) {
+            stream.messageArrival = at;
+            stream.Dispatch(sender, message, length);
+            return;
+        }
+        auto& st = *stream.stats;
+        // The backlog is full: the viewer has been behind for as long as the
+        // bound holds. The oldest raw lines go; a file header among them is
+        // applied instead, in its place, since the lines behind it need it.
+        while (!backlog.empty() && backlog.full(length)) {
+            MessageBacklog::Message& old = backlog.front();
+            if (rd32(old.bytes.data()) == WireFormat::kRawLine) {
+                UDPLinedataStream::Counters::inc(st.backlogDrops);
+            } else {
+                stream.messageArrival = old.arrival;
+                stream.Dispatch(old.sender, old.bytes.data(), old.length);
+            }
+            backlog.pop();
+        }
+        backlog.push(sender, at, message, length);
+        publishBacklog();
+    }
+
+    // Dispatches waiting messages, oldest first, while the receiver has room,
+    // at most a batch. True when more wait and the receiver still has room.
+    bool pump()
+    {
+        if (backlog.empty())
+            return false;
+        for (int k = 0; k < kDrainBatch && !backlog.empty(); ++k) {
+            if (!stream.ReadyForMessage()) {
+                publishBacklog();
+                return false;
+            }
+            MessageBacklog::Message& m = backlog.front();
+            stream.messageArrival = m.arrival;
+            stream.Dispatch(m.sender, m.bytes.data(), m.length);
+            backlog.pop();
+        }
+        publishBacklog();
+        return !backlog.empty();
+    }
+
+    void publishBacklog()
+    {
+        auto& st = *stream.stats;
+        st.backlogMessages.store(backlog.size(), std::memory_order_relaxed);
+        st.backlogBytes.store(backlog.bytes(), std::memory_order_relaxed);
+        if (backlog.bytes() > st.backlogPeakBytes.load(std::memory_order_relaxed))
+            st.backlogPeakBytes.store(backlog.bytes(), std::memory_order_relaxed);
     }
 
     // The kernel's receive time (wall clock) on the steady clock: now, less
@@ -192,6 +265,7 @@ private:
     std::thread thread;
     std::atomic<bool> stopping{false};
     MessageAssembler assembler;
+    MessageBacklog backlog;
     std::vector<char> buffer;
     VxStreamDeviceInfo sender;
     uint32_t senderAddr = 0;
@@ -208,7 +282,10 @@ bool UDPLinedataStream::Connect(int port, const std::string& address)
 {
     if (loop)
         return false;
-    std::unique_ptr<ReceiveLoop> l(new ReceiveLoop(*this));
+    std::unique_ptr<ReceiveLoop> l(new ReceiveLoop(*this, backlogLimit));
+    // Under the lock before the thread starts: a ResumeDelivery() from the
+    // receiver's first messages finds the loop.
+    std::lock_guard<std::mutex> guard(loopLock);
     if (!l->start(port, address))
         return false;
     stats->receiveBufferSize.store(l->socket.receiveBufferSize(), std::memory_order_relaxed);
@@ -222,8 +299,25 @@ void UDPLinedataStream::Disconnect(bool)
     if (!loop)
         return;
     loop->stop();
-    loop.reset();
+    {
+        std::lock_guard<std::mutex> guard(loopLock);
+        loop.reset();
+    }
     stats->localPort.store(0, std::memory_order_relaxed);
+    stats->backlogMessages.store(0, std::memory_order_relaxed);
+    stats->backlogBytes.store(0, std::memory_order_relaxed);
+}
+
+bool UDPLinedataStream::ReadyForMessage()
+{
+    return true;
+}
+
+void UDPLinedataStream::ResumeDelivery()
+{
+    std::lock_guard<std::mutex> guard(loopLock);
+    if (loop)
+        loop->socket.wake();
 }
 
 bool UDPLinedataStream::IsConnected() const
@@ -253,6 +347,10 @@ StreamCounters UDPLinedataStream::counters() const
     c.unknownKinds = ld(stats->unknownKinds);
     c.callbackErrors = ld(stats->callbackErrors);
     c.kernelDrops = ld(stats->kernelDrops);
+    c.backlogDrops = ld(stats->backlogDrops);
+    c.backlogMessages = ld(stats->backlogMessages);
+    c.backlogBytes = ld(stats->backlogBytes);
+    c.backlogPeakBytes = ld(stats->backlogPeakBytes);
     c.receiveBufferSize = stats->receiveBufferSize.load(std::memory_order_relaxed);
     return c;
 }
@@ -269,12 +367,6 @@ void UDPLinedataStream::DeliverMessage(const VxStreamDeviceInfo& sender, const c
         std::memcpy(playBuffer.data(), message, length);
     messageArrival = std::chrono::steady_clock::now();
     Dispatch(sender, playBuffer.data(), length);
-}
-
-bool UDPLinedataStream::MoreWaiting() const
-{
-    int next = 0;
-    return loop && ::ioctl(loop->socket.fd(), FIONREAD, &next) == 0 && next > 0;
 }
 
 void UDPLinedataStream::Dispatch(const VxStreamDeviceInfo& sender, const char* message,

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,14 @@ class ReceiveLoop;
 // reassembles datagrams into messages (see docs/protocol.md) and dispatches
 // them to the virtual callbacks, one at a time per stream object. An exception
 // thrown by a callback is caught, counted and the loop goes on.
+//
+// Back-pressure: before each message the receive thread asks
+// ReadyForMessage(). While the answer is no, it goes on reading the socket
+// but keeps the complete messages undecoded, in arrival order, in a backlog
+// bounded by memory (SetBacklogLimit); ResumeDelivery() makes it ask again.
+// Only when the backlog is full are its oldest raw lines given up (counted as
+// backlogDrops; file headers among them are applied, not dropped), and the
+// newest message always gets in.
 //
 // Ownership: the stream owns its socket, thread and per-device file headers.
 // Threads: Connect/Disconnect/destruction from one controlling thread; the
@@ -81,9 +90,11 @@ public:
     // being delivered reached the socket (the kernel's receive time of its
     // last datagram; the time of the call for DeliverMessage).
     std::chrono::steady_clock::time_point MessageArrival() const { return messageArrival; }
-    // Inside a callback: whether further datagrams already wait in the socket
-    // behind the message being delivered (never for DeliverMessage).
-    bool MoreWaiting() const;
+
+    // The memory bound of the backlog of undecoded messages (their bytes).
+    // Takes effect at the next Connect.
+    void SetBacklogLimit(std::size_t bytes) { backlogLimit = bytes; }
+    static constexpr std::size_t kDefaultBacklogLimit = std::size_t(64) << 20;
 
     StreamCounters counters() const;
     bool IsConnected() const;
@@ -100,6 +111,15 @@ public:
     static constexpr std::size_t kMaxStoredHeaders = 256;
 
 protected:
+    // Asked on the receive thread before each message is dispatched: whether
+    // the receiver takes one now. While not, messages wait in the backlog;
+    // a receiver that answers no must call ResumeDelivery() once it has
+    // room again. The default always takes.
+    virtual bool ReadyForMessage();
+    // Makes the receive thread ask ReadyForMessage() again. Any thread; does
+    // nothing while not connected.
+    void ResumeDelivery();
+
     // The stored file header of `device`, or null. Receive thread only.
     VxSHeader* StoredHeader(unsigned device);
     // Grows by one whenever a stored file header changes. Receive thread only.
@@ -114,6 +134,8 @@ private:
     void DispatchFileHeader(VxStreamDeviceInfo sender, const char* message, std::size_t length);
 
     std::unique_ptr<ReceiveLoop> loop;
+    std::mutex loopLock; // guards `loop` against ResumeDelivery from other threads
+    std::size_t backlogLimit = kDefaultBacklogLimit;
     std::map<unsigned, VxSHeader> headers;
     uint64_t headerGeneration = 0;
     std::vector<char> playBuffer;                         // DeliverMessage's padded copy, reused

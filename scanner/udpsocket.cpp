@@ -80,8 +80,13 @@ int UdpSocket::wait(int timeoutMs)
         const int r = ::poll(fds, 2, timeoutMs);
         if (r < 0 && errno == EINTR)
             continue;
-        if (r < 0 || (fds[1].revents & POLLIN))
+        if (r < 0)
             return -1;
+        if (fds[1].revents & POLLIN) {
+            uint64_t wakes = 0;
+            [[maybe_unused]] ssize_t n = ::read(wakeFd, &wakes, sizeof wakes);
+            return 2;
+        }
         if (r == 0)
             return 0;
         if (fds[0].revents & POLLNVAL)

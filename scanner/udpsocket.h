@@ -33,8 +33,10 @@ public:
     int receiveBufferSize() const { return rcvbuf; }
 
     // Waits up to `timeoutMs` for a datagram: 1 readable, 0 timed out,
-    // -1 woken (or the socket failed).
+    // 2 woken by wake() (the wake-up is consumed), -1 the socket failed.
     int wait(int timeoutMs);
+    // Releases a thread blocked in wait(), or makes its next wait() return 2
+    // at once. Wake-ups before that wait() fold into one.
     void wake();
 
 private:

@@ -57,8 +57,8 @@ bool VxInfoStream::Connect(int port, const std::string& address)
             const int w = raw->socket.wait(kIdlePollMs);
             if (w < 0)
                 break;
-            if (w == 0)
-                continue;
+            if (w != 1)
+                continue; // timed out, or woken to look at the stop flag
             for (;;) {
                 const ssize_t n =
                     ::recv(raw->socket.fd(), raw->buffer.data(), raw->buffer.size(), MSG_DONTWAIT);

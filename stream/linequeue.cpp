@@ -16,11 +16,20 @@ constexpr std::size_t kInitialRing = 64;
 
 LineQueue::LineQueue() : LineQueue(Limits()) {}
 
-LineQueue::LineQueue(const Limits& limits, Clock c)
-    : bounds(limits),
-      clock(c ? std::move(c) : Clock([] { return std::chrono::steady_clock::now(); })),
-      ring(kInitialRing)
+LineQueue::LineQueue(const Limits& limits) : bounds(limits), ring(kInitialRing) {}
+
+void LineQueue::setResumeCallback(std::function<void()> callback)
 {
+    resume = std::move(callback);
+}
+
+bool LineQueue::waitForRoom()
+{
+    // Sequentially consistent with the drain's update of the waiting bytes
+    // and its look at this flag: either this look sees the room, or the
+    // drain sees the request.
+    roomWanted.store(true, std::memory_order_seq_cst);
+    return hasRoom();
 }
 
 LineQueue::~LineQueue() = default;
@@ -82,7 +91,7 @@ bool LineQueue::claimDrain()
 void LineQueue::publishWaiting()
 {
     linesWaiting.store(count, std::memory_order_relaxed);
-    bytesWaitingNow.store(bytes, std::memory_order_relaxed);
+    bytesWaitingNow.store(bytes, std::memory_order_seq_cst);
 }
 
 void LineQueue::postDrain()
@@ -93,12 +102,7 @@ void LineQueue::postDrain()
     QMetaObject::invokeMethod(this, "drain", Qt::QueuedConnection);
 }
 
-bool LineQueue::isStale(std::chrono::steady_clock::time_point arrived) const
-{
-    return clock() - arrived > bounds.maxAge;
-}
-
-void LineQueue::push(LineType line, std::chrono::steady_clock::time_point arrived)
+void LineQueue::push(LineType line)
 {
     if (!line)
         return;
@@ -108,14 +112,11 @@ void LineQueue::push(LineType line, std::chrono::steady_clock::time_point arrive
         std::lock_guard<std::mutex> guard(lock);
         if (!target)
             return; // no model: the line is freed
-        const auto now = clock();
-        append(Entry{std::move(line), arrived, footprint, nextSeq++});
-        // The newest line stays whatever it costs or however long the GUI
-        // thread is away: the views must end up showing the newest line.
+        append(Entry{std::move(line), footprint, nextSeq++});
+        // The newest line stays whatever it costs: the views must end up
+        // showing the newest line.
         while (count > 1 && bytes > bounds.maxBytes)
             dropFront(droppedMemory);
-        while (count > 1 && now - front().arrived > bounds.maxAge)
-            dropFront(droppedAge);
         publishWaiting();
         post = claimDrain();
     }
@@ -192,16 +193,8 @@ void LineQueue::drain()
                 holding = false;
                 haveText = true;
             } else if (lineDue) {
-                Entry e = popFront();
+                line = std::move(popFront().line);
                 publishWaiting();
-                // A line that has waited too long is dropped, unless it is
-                // the newest one waiting.
-                if (count > 0 && clock() - e.arrived > bounds.maxAge) {
-                    droppedAge.fetch_add(1, std::memory_order_relaxed);
-                    line = std::move(e.line); // freed after the lock is released
-                    continue;
-                }
-                line = std::move(e.line);
                 linesTaken.fetch_add(1, std::memory_order_relaxed);
             } else {
                 break;
@@ -211,9 +204,20 @@ void LineQueue::drain()
             to->emitStatistic(text);
         else
             to->setData(QModelIndex(), QVariant::fromValue(line));
+        resumeIfRoom();
     }
     if (repost)
         postDrain();
+}
+
+void LineQueue::resumeIfRoom()
+{
+    // Only the first drain step at or below the resume bound calls back: the
+    // receive thread then decodes up to the room bound again.
+    if (bytesWaitingNow.load(std::memory_order_seq_cst) <= bounds.resumeBytes &&
+        roomWanted.load(std::memory_order_seq_cst) &&
+        roomWanted.exchange(false, std::memory_order_seq_cst) && resume)
+        resume();
 }
 
 LineQueue::Counters LineQueue::counters() const
@@ -221,7 +225,6 @@ LineQueue::Counters LineQueue::counters() const
     Counters c;
     c.linesTaken = linesTaken.load(std::memory_order_relaxed);
     c.droppedMemory = droppedMemory.load(std::memory_order_relaxed);
-    c.droppedAge = droppedAge.load(std::memory_order_relaxed);
     c.textsDropped = textsDropped.load(std::memory_order_relaxed);
     c.linesWaiting = linesWaiting.load(std::memory_order_relaxed);
     c.bytesWaiting = bytesWaitingNow.load(std::memory_order_relaxed);

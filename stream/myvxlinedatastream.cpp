@@ -29,6 +29,15 @@ MyVxLinedataStream::MyVxLinedataStream() : MyVxLinedataStream(LineQueue::Limits(
 MyVxLinedataStream::MyVxLinedataStream(const LineQueue::Limits& handover)
     : queue(std::make_unique<LineQueue>(handover)), pool(LinePool::create())
 {
+    // The drain (GUI thread) lets the receive thread decode again.
+    queue->setResumeCallback([this] { ResumeDelivery(); });
+}
+
+bool MyVxLinedataStream::ReadyForMessage()
+{
+    // While the GUI thread is behind, lines wait undecoded: a decoded line
+    // takes about thirteen times the memory of its message.
+    return queue->hasRoom() || queue->waitForRoom();
 }
 
 MyVxLinedataStream::~MyVxLinedataStream()
@@ -58,16 +67,6 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     const std::shared_ptr<StreamDataModel> target = queue->model();
     const uint32_t thisFrame = frame.load(std::memory_order_relaxed);
     frame.store(thisFrame + 1, std::memory_order_relaxed);
-
-    // A line that already waited in the socket longer than the hand-over may
-    // keep it is dropped before it is decoded, as long as newer ones wait
-    // behind it: decoding it would only lengthen the backlog, and the newest
-    // line still gets through.
-    const auto arrived = MessageArrival();
-    if (target && queue->isStale(arrived) && MoreWaiting()) {
-        queue->dropStale();
-        return;
-    }
 
     if (!format.decode(&info)) {
         if (target) {
@@ -106,7 +105,7 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
 
     // Without a model the line goes straight back to the pool.
     if (target)
-        queue->push(std::move(line), arrived);
+        queue->push(std::move(line));
 }
 
 QString MyVxLinedataStream::streamText(uint32_t thisFrame,

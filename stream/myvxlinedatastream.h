@@ -17,9 +17,10 @@ class StreamDataModel;
 // The line-data socket of one port: checks and decodes every raw line the
 // library delivers, emits the line's stream information text through the
 // model's notifyStatistic, builds a MyLine and hands it to the model on the
-// GUI thread through its LineQueue (bounded by memory and age; the newest
-// line always gets through). File headers update the device transforms
-// (DeviceTransform).
+// GUI thread through its LineQueue. While the GUI thread is behind (the
+// queue has no room), the library keeps further messages undecoded in its
+// backlog, so that a stall costs no line. File headers update the device
+// transforms (DeviceTransform).
 //
 // Lines come from the receiver's LinePool and go back there when their last
 // handle goes, so that in steady state a line costs neither allocation nor
@@ -59,6 +60,11 @@ public:
     // Low 32 bits of the tick count taken after the last line built by any
     // receiver of the process.
     static uint32_t lastLineTick() { return lastTick.load(std::memory_order_relaxed); }
+
+protected:
+    // Whether the hand-over has room for a further line; when not, the queue
+    // resumes delivery once its drain has made room.
+    bool ReadyForMessage() override;
 
 private:
     // The nine-line information text of the line just decoded into `format`.

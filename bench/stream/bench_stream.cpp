@@ -144,7 +144,7 @@ void decodeCost(int lines)
                     "median, %5.1f us p90; %llu taken, %llu dropped\n",
                     pixels, cost.median, cost.p90, floor.median, floor.p90,
                     static_cast<unsigned long long>(c.linesTaken),
-                    static_cast<unsigned long long>(c.droppedMemory + c.droppedAge));
+                    static_cast<unsigned long long>(c.droppedMemory));
     }
 }
 
@@ -186,18 +186,19 @@ void loopbackRate()
         runUntil([&] { return sim.state() == QProcess::NotRunning; }, 60000);
         const auto settled = [&] {
             const LineQueue::Counters h = controller.handoverCounters();
-            return h.linesWaiting == 0 &&
-                   controller.frames() == h.linesTaken + h.droppedMemory + h.droppedAge;
+            return h.linesWaiting == 0 && controller.counters().backlogMessages == 0 &&
+                   controller.frames() == h.linesTaken + h.droppedMemory;
         };
         runUntil(settled, 2000);
         const double seconds = clock.nsecsElapsed() / 1e9;
         const auto c = controller.counters();
         const LineQueue::Counters h = controller.handoverCounters();
         std::printf("  sent %6d at %6d/s: %6d delivered (%7.0f lines/s), dropped %llu by memory, "
-                    "%llu by age; %llu lost before the receiver (%llu kernel drops)\n",
+                    "%llu by the backlog bound; %llu lost before the receiver (%llu kernel "
+                    "drops)\n",
                     count, rate, delivered, delivered / seconds,
                     static_cast<unsigned long long>(h.droppedMemory),
-                    static_cast<unsigned long long>(h.droppedAge),
+                    static_cast<unsigned long long>(c.backlogDrops),
                     static_cast<unsigned long long>(count - c.rawLines),
                     static_cast<unsigned long long>(c.kernelDrops));
         everyLine = everyLine && delivered == count;

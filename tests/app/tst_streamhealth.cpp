@@ -65,14 +65,16 @@ private slots:
     }
 
     // Each counter in its own line of the tool tip (distinct values catch a
-    // mix-up); only memory, age, kernel drops and incomplete messages are
-    // lost lines. With no port left, text and tool tip are empty.
+    // mix-up); only backlog and memory drops, kernel drops and incomplete
+    // messages are lost lines. With no port left, text and tool tip are empty.
     void toolTipByCause()
     {
         Fixture f;
         Port& p = f.ports.emplace_back();
         p.port = 6101;
-        p.handover = {100, 1, 2, 3, 4, 5};
+        p.handover = {100, 1, 3, 4, 5};
+        p.socket.backlogDrops = 2;
+        p.socket.backlogMessages = 11;
         p.socket.kernelDrops = 60;
         p.socket.malformedDatagrams = 7;
         p.socket.incompleteMessages = 800;
@@ -81,12 +83,14 @@ private slots:
         p.socket.receiveBufferSize = 67108864;
         f.refreshAfter(0);
         QCOMPARE(f.label.text(), QString("6101: 0 lines/s, 863 dropped"));
-        QCOMPARE(f.label.toolTip(), QString("Port 6101\ndropped by the memory bound: 1\n"
-                                            "dropped by the age bound: 2\nstream texts dropped: 3\n"
-                                            "lines waiting: 4\nkernel drops (datagrams): 60\n"
-                                            "malformed datagrams: 7\nincomplete messages: 800\n"
-                                            "discarded while frozen: 9,000\ncallback errors: 10\n"
-                                            "receive buffer: 67,108,864 bytes"));
+        QCOMPARE(f.label.toolTip(),
+                 QString("Port 6101\ndropped by the backlog bound: 2\n"
+                         "dropped by the memory bound: 1\n"
+                         "stream texts dropped: 3\nlines waiting undecoded: 11\n"
+                         "lines waiting decoded: 4\nkernel drops (datagrams): 60\n"
+                         "malformed datagrams: 7\nincomplete messages: 800\n"
+                         "discarded while frozen: 9,000\ncallback errors: 10\n"
+                         "receive buffer: 67,108,864 bytes"));
         f.ports.clear();
         f.refreshAfter(500);
         QCOMPARE(f.label.text() + f.label.toolTip(), QString());

@@ -1,6 +1,7 @@
 // The real receive path over loopback: the safety promise under randomised and
-// mutated datagrams, pause, a throwing callback, Connect/Disconnect rules and
-// that no receive thread outlives Disconnect.
+// mutated datagrams, pause, a throwing callback, Connect/Disconnect rules,
+// that no receive thread outlives Disconnect, and the backlog that holds
+// messages undecoded while the receiver has no room.
 #include "scanner/linerawinfo.h"
 #include "scanner/vxlinedatastream.h"
 #include "scanner/wireencoder.h"
@@ -10,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <netinet/in.h>
 #include <random>
@@ -181,11 +183,106 @@ void lifecycleAndDelivery()
     CHECK(threadCount() == before);
 }
 
+// A reader that takes messages only while `ready` is set, and remembers the
+// series number of every line it was given.
+class Gated : public Reader
+{
+public:
+    void OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
+                   const LineRawInfo& info, const char* data, int count) override
+    {
+        uint32_t serie = 0;
+        std::memcpy(&serie, packet + 4, sizeof serie);
+        series.push_back(serie);
+        Reader::OnRawLine(device, packet, info, data, count);
+    }
+    bool ReadyForMessage() override { return ready.load(); }
+    void resume()
+    {
+        ready = true;
+        ResumeDelivery();
+    }
+    std::atomic<bool> ready{false};
+    std::vector<uint32_t> series; // receive thread; read after Disconnect
+};
+
+std::vector<char> seriesLine(uint32_t serie, std::size_t bytes)
+{
+    const WireEncoder::RawLine h{serie, 1, 2, 0, 2, 0, 0, 0, 8, uint32_t(bytes / 8)};
+    const std::vector<char> body(bytes, char(serie));
+    return WireEncoder::rawLine(h, body.data(), body.size());
+}
+
+// Waits (bounded) until `done` holds.
+template <typename F> bool waitFor(F done)
+{
+    for (int i = 0; i < 500 && !done(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return done();
+}
+
+// Lines 0..99 (the first ten larger, so that reused buffers held longer
+// messages) with a file header after the first: while the receiver has no
+// room nothing is dispatched; once it has, every line that the backlog
+// could hold comes in order, with its padding zero. A backlog too small for
+// all gives up the oldest lines, applies the file header among them, and
+// still lets the newest in.
+void backlog()
+{
+    const std::size_t lineBytes = seriesLine(0, 1000).size(); // lines 10..99
+    struct Row
+    {
+        const char* name;
+        std::size_t limit;
+    } const rows[] = {
+        {"room again: every line, in order", 4u << 20},
+        {"a full backlog gives up the oldest", 31 * lineBytes + 100},
+    };
+    for (const Row& row : rows) {
+        vxtest::row = row.name;
+        // The oldest line still delivered: a small backlog keeps the newest
+        // lines that fit (the header is applied when its turn to go comes).
+        const uint32_t firstKept =
+            100 - uint32_t(std::min<std::size_t>(100, row.limit / lineBytes));
+        Gated r;
+        r.SetBacklogLimit(row.limit);
+        CHECK(r.Connect(0, "127.0.0.1"));
+        Sender s(r.LocalPort());
+        std::size_t sent = 0;
+        for (uint32_t n = 0; n < 100; ++n) {
+            sent += s.send(n, seriesLine(n, n < 10 ? 4000 : 1000));
+            if (n == 0)
+                sent += s.send(1000, WireEncoder::fileHeader(0, "head", {{100, 7.0}}));
+            if (n % 20 == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        CHECK(waitDatagrams(r, sent));
+        // The header waits too, unless its turn to go came.
+        const uint64_t waiting = 100 - firstKept + (firstKept ? 0 : 1);
+        CHECK(waitFor([&] { return r.counters().backlogMessages == waiting; }));
+        const auto held = r.counters();
+        CHECK(r.lines == 0 && held.kernelDrops == 0);
+        CHECK(held.backlogDrops == firstKept);
+        CHECK(held.backlogBytes <= row.limit && held.backlogPeakBytes >= held.backlogBytes);
+        r.resume();
+        CHECK(waitFor([&] { return r.lines == int(100 - firstKept); }));
+        r.Disconnect(true);
+        std::vector<uint32_t> expected;
+        for (uint32_t n = firstKept; n < 100; ++n)
+            expected.push_back(n);
+        CHECK(r.series == expected);
+        CHECK(r.badPadding == 0);
+        CHECK(r.GetVxSHeader(0) && r.GetVxSHeader(0)->GetDouble(100, 0) == 7.0);
+        CHECK(r.counters().backlogMessages == 0);
+    }
+}
+
 } // namespace
 
 int main()
 {
     safetyPromise();
     lifecycleAndDelivery();
+    backlog();
     return vxtest::result("tst_linedatastream");
 }

@@ -71,7 +71,7 @@ private slots:
                 [&] {
                     const LineQueue::Counters c = p.controller->handoverCounters();
                     return p.controller->frames() > 0 && c.linesTaken == uint64_t(p.delivered) &&
-                           p.controller->frames() == c.linesTaken + c.droppedMemory + c.droppedAge;
+                           p.controller->frames() == c.linesTaken + c.droppedMemory;
                 },
                 10000));
             QVERIFY(p.layoutsMatch);
