@@ -1,13 +1,16 @@
 // The real main window in-process, fed over loopback UDP by vxscanner-sim at
 // a series of rates, with no views (the floor: reception and hand-over
-// only), with the default views and with all five open. For each rate it
-// prints where the lines and the time went:
+// only), with the default views and with all five open; then the stall
+// cases: a steady rate while the GUI thread is blocked, or the whole process
+// stopped (SIGSTOP, then SIGCONT), for a while. For each row it prints where
+// the lines and the time went:
 //
 //   sent      lines the simulator sent (its own summary)
 //   taken     lines the port's model took in (the hand-over's count)
-//   dropped   by cause: the hand-over's memory and age bounds (the window fell
-//             behind), datagrams the kernel dropped (the receive buffer
-//             overflowed), messages given up incomplete
+//   dropped   by cause: the backlog bound (lines given up undecoded because
+//             the window stayed behind until the backlog was full), the
+//             hand-over's memory bound, datagrams the kernel dropped (the
+//             receive buffer overflowed), messages given up incomplete
 //   delay     from sending a line to its arrival in the model, p50 and p99:
 //             the simulator stamps CLOCK_MONOTONIC microseconds into each
 //             line's header (--stamp-send-time) and a handler on the model's
@@ -16,10 +19,14 @@
 //   CPU       share of one core over the sending time: the GUI thread, the
 //             receive thread, the viewer's other threads (the X connection,
 //             the OpenGL driver's workers) and the simulator process
+//   backlog   (stall rows) the most memory that lines waiting undecoded took
+//   catch-up  (stall rows) from the end of the stall until a line reached the
+//             model again within 50 ms of its sending
 //
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
 //       [--rates 600,1500,...] [--pixels N] [--views none,default,all|both]
+//       [--stalls VIEWS:RATE:gui|process:MS,...|none]
 #include "app/applicationsetup.h"
 #include "app/mainwindow.h"
 #include "models/streamdatamodel.h"
@@ -48,6 +55,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -55,13 +63,29 @@ namespace {
 
 constexpr int benchPort = 6101; // the port the window opens by itself
 
+// One stall case: at `rate` lines/s, the GUI thread blocked (or the whole
+// process stopped) for `ms` milliseconds, one second into the sending.
+struct Stall
+{
+    QString views;
+    int rate = 0;
+    bool process = false;
+    int ms = 0;
+};
+
 struct Options
 {
     double duration = 3.0;
     int pixels = 2048;
     QList<int> rates = {600, 1500, 5000, 20000};
     QStringList viewSets = {"none", "default", "all"};
+    QList<Stall> stalls = {{"default", 200, false, 1000}, {"default", 200, true, 1000},
+                           {"default", 2000, false, 300}, {"default", 2000, true, 300},
+                           {"all", 1000, false, 500},     {"default", 5000, true, 200}};
 };
+
+constexpr int kStallAtMs = 1000;   // into the sending
+constexpr int64_t kLiveUs = 50000; // a line this fresh: caught up
 
 // Current resident set size, in MiB.
 double rssMiB()
@@ -137,11 +161,13 @@ struct CpuTimes
 struct Delays
 {
     std::vector<int64_t> us;
+    std::vector<int64_t> atUs; // when each line reached the model
     std::size_t count = 0;
 
     void reset(std::size_t capacity)
     {
         us.assign(capacity, 0);
+        atUs.assign(capacity, 0);
         count = 0;
     }
     void add(const vxlindral::LineType& line)
@@ -151,8 +177,25 @@ struct Delays
         uint32_t low = 0, high = 0;
         std::memcpy(&low, line->header.data() + 4, 4);
         std::memcpy(&high, line->header.data() + 8, 4);
-        us[count++] =
-            clockNs(CLOCK_MONOTONIC) / 1000 - int64_t(uint64_t(low) | uint64_t(high) << 32);
+        const int64_t now = clockNs(CLOCK_MONOTONIC) / 1000;
+        atUs[count] = now;
+        us[count++] = now - int64_t(uint64_t(low) | uint64_t(high) << 32);
+    }
+    // Milliseconds from `endUs` until a line reached the model within
+    // kLiveUs of its sending again; NaN when none did. Before quantileMs,
+    // which reorders the delays.
+    double catchUpMs(int64_t endUs) const
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            if (atUs[i] >= endUs && us[i] < kLiveUs)
+                return double(atUs[i] - endUs) / 1000.0;
+        return std::nan("");
+    }
+    double maxMs() const
+    {
+        return count ? double(*std::max_element(us.begin(), us.begin() + std::ptrdiff_t(count))) /
+                           1000.0
+                     : std::nan("");
     }
     // The q-quantile in milliseconds; NaN without samples.
     double quantileMs(double q)
@@ -177,6 +220,62 @@ struct Counts
     }
 };
 
+// Notices when the whole process was stopped: a thread that wakes every
+// millisecond sees the gap; the end of the longest gap is when it went on.
+class StopWatcher
+{
+public:
+    StopWatcher()
+        : thread([this] {
+              int64_t last = clockNs(CLOCK_MONOTONIC);
+              while (!done.load(std::memory_order_relaxed)) {
+                  ::usleep(1000);
+                  const int64_t now = clockNs(CLOCK_MONOTONIC);
+                  if (now - last > longest.load(std::memory_order_relaxed)) {
+                      longest.store(now - last, std::memory_order_relaxed);
+                      resumedNs.store(now, std::memory_order_relaxed);
+                  }
+                  last = now;
+              }
+          })
+    {
+    }
+    ~StopWatcher()
+    {
+        done.store(true, std::memory_order_relaxed);
+        thread.join();
+    }
+    int64_t resumedUs() const { return resumedNs.load(std::memory_order_relaxed) / 1000; }
+
+private:
+    std::atomic<bool> done{false};
+    std::atomic<int64_t> longest{0}, resumedNs{0};
+    std::thread thread;
+};
+
+// Starts `argv` (a program path first) without copying this process; its
+// output goes to `outFd` when that is not negative. 0 when it cannot start.
+pid_t spawn(const QStringList& args, int outFd)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (outFd >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, outFd, STDOUT_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, outFd, STDERR_FILENO);
+    }
+    QList<QByteArray> words;
+    for (const QString& a : args)
+        words << a.toLocal8Bit();
+    std::vector<char*> argv;
+    for (QByteArray& w : words)
+        argv.push_back(w.data());
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return failed ? 0 : pid;
+}
+
 // Runs the simulator with `args` to the end; its summary's line count, or -1
 // when it could not be started. Started with posix_spawn, which does not copy
 // this process: after a fork (QProcess's way) every page of the window's large
@@ -188,22 +287,9 @@ qint64 runSimulator(const QString& path, const QStringList& args)
     int out[2];
     if (::pipe2(out, O_CLOEXEC | O_NONBLOCK) != 0)
         return -1;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
-    QList<QByteArray> words{path.toLocal8Bit()};
-    for (const QString& a : args)
-        words << a.toLocal8Bit();
-    std::vector<char*> argv;
-    for (QByteArray& w : words)
-        argv.push_back(w.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
+    const pid_t pid = spawn(QStringList{path} + args, out[1]);
     ::close(out[1]);
-    if (failed) {
+    if (!pid) {
         ::close(out[0]);
         std::fprintf(stderr, "bench_app: cannot start %s\n", qPrintable(path));
         return -1;
@@ -227,80 +313,92 @@ qint64 runSimulator(const QString& path, const QStringList& args)
     return m.hasMatch() ? m.captured(1).toLongLong() : 0;
 }
 
-// Lets the window take in what is still on its way: until nothing waits in
-// the hand-over and no line arrived for 200 ms, at most 3 s.
+// Lets the window take in what is still on its way: until nothing waits
+// (decoded or not) and no line arrived for 200 ms, at most 5 s.
 void drain(const vxlindral::StreamDataController& controller)
 {
     uint64_t taken = controller.handoverCounters().linesTaken;
     int quiet = 0;
-    for (int step = 0; step < 30 && quiet < 2; ++step) {
+    for (int step = 0; step < 50 && quiet < 2; ++step) {
         runEventLoop(100);
         const vxlindral::LineQueue::Counters c = controller.handoverCounters();
-        quiet = c.linesTaken == taken && c.linesWaiting == 0 ? quiet + 1 : 0;
+        quiet = c.linesTaken == taken && c.linesWaiting == 0 &&
+                        controller.counters().backlogMessages == 0
+                    ? quiet + 1
+                    : 0;
         taken = c.linesTaken;
     }
 }
 
 void printLegend()
 {
-    std::printf("dropped: mem/age = the hand-over's memory/age bound, kern = kernel drops "
-                "(datagrams),\n         inc = incomplete messages. delay: send to model, ms. "
-                "CPU: %% of one core\n         over the sending time (other = the viewer's "
-                "other threads).\n");
+    std::printf("dropped: blog = the backlog bound, mem = the hand-over's memory bound,\n"
+                "         kern = kernel drops (datagrams), inc = incomplete messages.\n"
+                "delay: send to model, ms. CPU: %% of one core over the sending time "
+                "(other = the viewer's\n         other threads). Stall rows: backlog = most "
+                "MiB waiting undecoded, catch-up = ms\n         from the stall's end until a "
+                "line reached the model within 50 ms of its sending.\n");
 }
 
-bool runSet(const QString& set, const Options& opt, const QString& simPath)
+uint64_t delta(uint64_t after, uint64_t before)
 {
+    return after - before;
+}
+
+// The window with one set of views, fed by the simulator, and what a row
+// reads from it.
+class Run
+{
+public:
+    Run(const QString& set, const Options& options, const QString& simulator)
+        : opt(options), simPath(simulator)
     {
-        QSettings settings;
-        settings.clear();
-        const bool all = set == "all";
-        settings.setValue("View/Gray", all);
-        settings.setValue("View/Statistic", all);
-        settings.setValue("View/Numeric", all);
-        settings.setValue("View/Cut", all);
-        settings.setValue("View/ThreeD", set != "none");
+        {
+            QSettings settings;
+            settings.clear();
+            const bool all = set == "all";
+            settings.setValue("View/Gray", all);
+            settings.setValue("View/Statistic", all);
+            settings.setValue("View/Numeric", all);
+            settings.setValue("View/Cut", all);
+            settings.setValue("View/ThreeD", set != "none");
+        }
+        window.resize(1260, 1000);
+        window.show();
+        window.handleRealign();
+        runEventLoop(300);
+        model = window.dataModel(benchPort);
+        controller = window.controller(benchPort);
     }
-    MainWindow window;
-    window.resize(1260, 1000);
-    window.show();
-    window.handleRealign();
-    runEventLoop(300);
+    ~Run() { window.close(); }
 
-    std::shared_ptr<vxlindral::StreamDataModel> model = window.dataModel(benchPort);
-    std::shared_ptr<vxlindral::StreamDataController> controller = window.controller(benchPort);
-    if (!model || !controller || controller->localPort() != benchPort) {
-        std::fprintf(stderr, "bench_app: port %d could not be opened\n", benchPort);
-        return false;
-    }
-    ReceiveClock receive;
-    const QMetaObject::Connection learning = QObject::connect(
-        model.get(), &vxlindral::StreamDataModel::notifyStatistic, model.get(),
-        [&receive](const QString&) { receive.learn(); }, Qt::DirectConnection);
-    Delays delays;
-    QObject::connect(model.get(), &vxlindral::StreamDataModel::newLine,
-                     [&delays](const vxlindral::LineType& line) { delays.add(line); });
-
-    const QStringList common = {"--host",           "127.0.0.1",
-                                "--port",           QString::number(benchPort),
-                                "--pixels",         QString::number(opt.pixels),
-                                "--stamp-send-time"};
-    // A few lines first: the window's first paints, the line pool and the
+    // The first lines: the window's first paints, the line pool and the
     // receive thread's clock are then in place before anything is measured.
-    if (runSimulator(simPath, common + QStringList{"--rate", "500", "--count", "100"}) < 0)
-        return false;
-    drain(*controller);
-    // Known by now (or the receive thread's share reads 0): the measured
-    // runs go without the extra call per line.
-    QObject::disconnect(learning);
+    bool start()
+    {
+        if (!model || !controller || controller->localPort() != benchPort) {
+            std::fprintf(stderr, "bench_app: port %d could not be opened\n", benchPort);
+            return false;
+        }
+        const QMetaObject::Connection learning = QObject::connect(
+            model.get(), &vxlindral::StreamDataModel::notifyStatistic, model.get(),
+            [this](const QString&) { receive.learn(); }, Qt::DirectConnection);
+        QObject::connect(model.get(), &vxlindral::StreamDataModel::newLine,
+                         [this](const vxlindral::LineType& line) { delays.add(line); });
+        delays.reset(4096);
+        if (simulate({"--rate", "500", "--count", "100"}) < 0)
+            return false;
+        drain(*controller);
+        // Known by now (or the receive thread's share reads 0): the measured
+        // runs go without the extra call per line.
+        QObject::disconnect(learning);
+        return true;
+    }
 
-    std::printf("\nviews: %s%s (%d pixels per line, %.1f s per rate)\n", qPrintable(set),
-                set == "none" ? " = the floor: reception and hand-over only" : "", opt.pixels,
-                opt.duration);
-    std::printf("%6s %7s %7s %6s | %6s %6s %6s %6s | %7s %7s | %6s %6s | %5s %5s %5s %5s\n",
-                "rate/s", "sent", "taken", "taken%", "mem", "age", "kern", "inc", "p50 ms",
-                "p99 ms", "rssMiB", "+MiB", "gui", "recv", "other", "sim");
-    for (int rate : opt.rates) {
+    // One rate for the set duration; `stall` (with a positive ms) blocks the
+    // GUI thread or stops the process on the way.
+    void row(int rate, const Stall* stall)
+    {
         delays.reset(std::size_t(std::ceil(rate * opt.duration * 1.5)) + 4096);
         const Counts before = Counts::of(*controller);
         const double rssBefore = rssMiB();
@@ -308,37 +406,109 @@ bool runSet(const QString& set, const Options& opt, const QString& simPath)
         QElapsedTimer wall;
         wall.start();
 
-        const qint64 sent = runSimulator(
-            simPath, common + QStringList{"--rate", QString::number(rate), "--duration",
-                                          QString::number(opt.duration)});
-        if (sent < 0)
-            return false;
+        std::unique_ptr<StopWatcher> watcher;
+        pid_t stopper = 0;
+        int64_t guiStallEndUs = 0;
+        if (stall && stall->process) {
+            watcher = std::make_unique<StopWatcher>();
+            const QString script =
+                QStringLiteral("sleep %1; kill -STOP %2; sleep %3; kill -CONT %2")
+                    .arg(kStallAtMs / 1000.0)
+                    .arg(::getpid())
+                    .arg(stall->ms / 1000.0);
+            stopper = spawn({"/bin/sh", "-c", script}, -1);
+        } else if (stall) {
+            QTimer::singleShot(kStallAtMs, [&guiStallEndUs, ms = stall->ms] {
+                ::usleep(useconds_t(ms) * 1000);
+                guiStallEndUs = clockNs(CLOCK_MONOTONIC) / 1000;
+            });
+        }
+        const qint64 sent = simulate(
+            {"--rate", QString::number(rate), "--duration", QString::number(opt.duration)});
         const double wallNs = double(wall.nsecsElapsed());
         const CpuTimes cpu = CpuTimes::now(receive);
         drain(*controller);
+        if (stopper)
+            ::waitpid(stopper, nullptr, 0);
 
         const Counts after = Counts::of(*controller);
-        const uint64_t taken = after.handover.linesTaken - before.handover.linesTaken;
+        const uint64_t taken = delta(after.handover.linesTaken, before.handover.linesTaken);
         const auto share = [wallNs](int64_t ns) { return 100.0 * double(ns) / wallNs; };
         const int64_t gui = cpu.gui - cpuBefore.gui;
         const int64_t recv = cpu.receive - cpuBefore.receive;
-        std::printf(
-            "%6d %7lld %7llu %5.1f%% | %6llu %6llu %6llu %6llu | %7.1f %7.1f | %6.0f %+6.0f | "
-            "%4.0f%% %4.0f%% %4.0f%% %4.0f%%\n",
-            rate, static_cast<long long>(sent), static_cast<unsigned long long>(taken),
-            sent > 0 ? 100.0 * double(taken) / double(sent) : 0.0,
-            static_cast<unsigned long long>(after.handover.droppedMemory -
-                                            before.handover.droppedMemory),
-            static_cast<unsigned long long>(after.handover.droppedAge - before.handover.droppedAge),
-            static_cast<unsigned long long>(after.socket.kernelDrops - before.socket.kernelDrops),
-            static_cast<unsigned long long>(after.socket.incompleteMessages -
-                                            before.socket.incompleteMessages),
-            delays.quantileMs(0.50), delays.quantileMs(0.99), rssMiB(), rssMiB() - rssBefore,
-            share(gui), share(recv), share(cpu.process - cpuBefore.process - gui - recv),
-            share(cpu.children - cpuBefore.children));
+        const auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
+        std::printf("%6d %7lld %7llu %5.1f%% | %6llu %6llu %6llu %6llu | ", rate,
+                    static_cast<long long>(sent), u(taken),
+                    sent > 0 ? 100.0 * double(taken) / double(sent) : 0.0,
+                    u(delta(after.socket.backlogDrops, before.socket.backlogDrops)),
+                    u(delta(after.handover.droppedMemory, before.handover.droppedMemory)),
+                    u(delta(after.socket.kernelDrops, before.socket.kernelDrops)),
+                    u(delta(after.socket.incompleteMessages, before.socket.incompleteMessages)));
+        if (stall) {
+            const int64_t endUs = stall->process ? watcher->resumedUs() : guiStallEndUs;
+            const double catchUp = delays.catchUpMs(endUs);
+            const double worst = delays.maxMs();
+            std::printf("%7.1f %7.1f %7.0f | %6.0f %+6.0f | %7.1f %8.0f\n", delays.quantileMs(0.50),
+                        delays.quantileMs(0.99), worst, rssMiB(), rssMiB() - rssBefore,
+                        double(after.socket.backlogPeakBytes) / (1024.0 * 1024.0), catchUp);
+        } else {
+            std::printf("%7.1f %7.1f | %6.0f %+6.0f | %4.0f%% %4.0f%% %4.0f%% %4.0f%%\n",
+                        delays.quantileMs(0.50), delays.quantileMs(0.99), rssMiB(),
+                        rssMiB() - rssBefore, share(gui), share(recv),
+                        share(cpu.process - cpuBefore.process - gui - recv),
+                        share(cpu.children - cpuBefore.children));
+        }
         std::fflush(stdout);
     }
-    window.close();
+
+private:
+    qint64 simulate(const QStringList& args)
+    {
+        const QStringList common = {"--host",           "127.0.0.1",
+                                    "--port",           QString::number(benchPort),
+                                    "--pixels",         QString::number(opt.pixels),
+                                    "--stamp-send-time"};
+        return runSimulator(simPath, common + args);
+    }
+
+    const Options& opt;
+    const QString simPath;
+    MainWindow window;
+    std::shared_ptr<vxlindral::StreamDataModel> model;
+    std::shared_ptr<vxlindral::StreamDataController> controller;
+    ReceiveClock receive;
+    Delays delays;
+};
+
+bool runRates(const QString& set, const Options& opt, const QString& simPath)
+{
+    Run run(set, opt, simPath);
+    if (!run.start())
+        return false;
+    std::printf("\nviews: %s%s (%d pixels per line, %.1f s per rate)\n", qPrintable(set),
+                set == "none" ? " = the floor: reception and hand-over only" : "", opt.pixels,
+                opt.duration);
+    std::printf("%6s %7s %7s %6s | %6s %6s %6s %6s | %7s %7s | %6s %6s | %5s %5s %5s %5s\n",
+                "rate/s", "sent", "taken", "taken%", "blog", "mem", "kern", "inc", "p50 ms",
+                "p99 ms", "rssMiB", "+MiB", "gui", "recv", "other", "sim");
+    for (int rate : opt.rates)
+        run.row(rate, nullptr);
+    return true;
+}
+
+bool runStall(const Stall& stall, const Options& opt, const QString& simPath)
+{
+    Run run(stall.views, opt, simPath);
+    if (!run.start())
+        return false;
+    std::printf("\nstall: views %s, %d lines/s, %s %d ms at %.1f s (%d pixels per line, %.1f s)\n",
+                qPrintable(stall.views), stall.rate,
+                stall.process ? "process stopped" : "GUI thread blocked", stall.ms,
+                kStallAtMs / 1000.0, opt.pixels, opt.duration);
+    std::printf("%6s %7s %7s %6s | %6s %6s %6s %6s | %7s %7s %7s | %6s %6s | %7s %8s\n", "rate/s",
+                "sent", "taken", "taken%", "blog", "mem", "kern", "inc", "p50 ms", "p99 ms",
+                "max ms", "rssMiB", "+MiB", "backlog", "catch-up");
+    run.row(stall.rate, &stall);
     return true;
 }
 
@@ -380,6 +550,18 @@ int main(int argc, char* argv[])
             opt.rates.clear();
             for (const QString& r : value.split(',', Qt::SkipEmptyParts))
                 opt.rates << r.toInt();
+        } else if (key == "--stalls") {
+            opt.stalls.clear();
+            for (const QString& item : value.split(',', Qt::SkipEmptyParts)) {
+                if (item == "none")
+                    continue;
+                const QStringList f = item.split(':');
+                if (f.size() != 4 || (f[2] != "gui" && f[2] != "process")) {
+                    std::fprintf(stderr, "bench_app: a stall is VIEWS:RATE:gui|process:MS\n");
+                    return 2;
+                }
+                opt.stalls << Stall{f[0], f[1].toInt(), f[2] == "process", f[3].toInt()};
+            }
         } else if (key == "--views") {
             opt.viewSets.clear();
             for (const QString& v : value.split(',', Qt::SkipEmptyParts))
@@ -390,12 +572,16 @@ int main(int argc, char* argv[])
         }
     }
     const QStringList sets = {"none", "default", "all"};
-    const bool setsKnown = std::all_of(opt.viewSets.begin(), opt.viewSets.end(),
-                                       [&sets](const QString& v) { return sets.contains(v); });
+    const bool setsKnown =
+        std::all_of(opt.viewSets.begin(), opt.viewSets.end(),
+                    [&sets](const QString& v) { return sets.contains(v); }) &&
+        std::all_of(opt.stalls.begin(), opt.stalls.end(), [&sets](const Stall& st) {
+            return sets.contains(st.views) && st.rate > 0 && st.ms > 0;
+        });
     if (opt.duration <= 0 || opt.pixels <= 0 || opt.rates.isEmpty() ||
         std::any_of(opt.rates.begin(), opt.rates.end(), [](int r) { return r <= 0; }) ||
         !setsKnown) {
-        std::fprintf(stderr, "bench_app: bad --duration, --pixels, --rates or --views\n");
+        std::fprintf(stderr, "bench_app: bad --duration, --pixels, --rates, --views or --stalls\n");
         return 2;
     }
     if (!portFree()) {
@@ -405,7 +591,11 @@ int main(int argc, char* argv[])
     printLegend();
     const QString simPath = QCoreApplication::applicationDirPath() + "/vxscanner-sim";
     for (const QString& set : opt.viewSets) {
-        if (!runSet(set, opt, simPath))
+        if (!runRates(set, opt, simPath))
+            return 1;
+    }
+    for (const Stall& stall : opt.stalls) {
+        if (!runStall(stall, opt, simPath))
             return 1;
     }
     return 0;
