@@ -2,12 +2,22 @@
 # Installs what is missing, builds every variant and runs every test headless:
 #   1. ASan+UBSan build of the parts without widgets (library, reception, models)
 #   2. TSan build, threaded tests
-#   3. clang build of the libFuzzer targets, each run for a bounded time
+#   3. clang build of the libFuzzer targets, each run for 30 s from the seeds in
+#      tests/fuzz/seeds (scripts/fuzz.sh SECONDS runs them longer)
 #   4. the plain build with every test, GUI tests included, under Xvfb
 # The last lines are CTest's summary of step 4.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
+# The tests open the viewer's own ports (6101, 6102) and others on loopback.
+# In a network namespace of their own (where the system allows one: root or
+# unprivileged user namespaces), a viewer or another test run on this machine
+# cannot take a port from them, nor they from it.
+if [ -z "${VX_OWN_NETWORK:-}" ] && command -v unshare >/dev/null && command -v ip >/dev/null &&
+    unshare -n true 2>/dev/null; then
+    export VX_OWN_NETWORK=1
+    exec unshare -n sh -c 'ip link set lo up && exec bash "$0"' "$0"
+fi
 unset QT_QPA_PLATFORM
 root=$PWD
 
@@ -26,7 +36,7 @@ scripts/build.sh build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVX_SANITIZE=thre
 
 echo "== clang libFuzzer targets"
 CC=clang CXX=clang++ scripts/build.sh build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DVX_WITH_QT=OFF -DVX_FUZZ=ON -DVX_BUILD_BENCH=OFF
+    -DVX_WITH_QT=ON -DVX_WITH_GUI=OFF -DVX_FUZZ=ON -DVX_BUILD_BENCH=OFF
 (cd build-fuzz && ctest --output-on-failure -L fuzz)
 
 echo "== Full build, all tests under Xvfb"
