@@ -139,52 +139,26 @@ private:
     {
         auto& st = *stream.stats;
         for (int k = 0; k < kDrainBatch && !stopping.load(std::memory_order_relaxed); ++k) {
-            sockaddr_in from{};
-            iovec iov{buffer.data(), buffer.size() - MessageAssembler::kTail};
-            alignas(
-                cmsghdr) char control[CMSG_SPACE(sizeof(uint32_t)) + CMSG_SPACE(sizeof(timespec))];
-            msghdr mh{};
-            mh.msg_name = &from;
-            mh.msg_namelen = sizeof from;
-            mh.msg_iov = &iov;
-            mh.msg_iovlen = 1;
-            mh.msg_control = control;
-            mh.msg_controllen = sizeof control;
-            const ssize_t n = ::recvmsg(socket.fd(), &mh, MSG_DONTWAIT);
-            if (n < 0) {
-                if (errno == EINTR)
-                    continue;
-                return; // EAGAIN: drained; other errors: poll again
-            }
-            timespec received{};
-            bool stamped = false;
-            for (cmsghdr* c = CMSG_FIRSTHDR(&mh); c; c = CMSG_NXTHDR(&mh, c)) {
-                if (c->cmsg_level != SOL_SOCKET)
-                    continue;
-                if (c->cmsg_type == SO_RXQ_OVFL) {
-                    uint32_t drops;
-                    std::memcpy(&drops, CMSG_DATA(c), sizeof drops);
-                    st.kernelDrops.store(drops, std::memory_order_relaxed);
-                } else if (c->cmsg_type == SCM_TIMESTAMPNS) {
-                    std::memcpy(&received, CMSG_DATA(c), sizeof received);
-                    stamped = true;
-                }
-            }
+            UdpSocket::Datagram d;
+            if (socket.receive(buffer.data(), buffer.size() - MessageAssembler::kTail, d) <= 0)
+                return; // drained; on errors, poll again
+            if (d.dropsKnown)
+                st.kernelDrops.store(d.kernelDrops, std::memory_order_relaxed);
             UDPLinedataStream::Counters::inc(st.datagrams);
-            UDPLinedataStream::Counters::inc(st.bytes, uint64_t(n));
-            const uint32_t addr = ntohl(from.sin_addr.s_addr);
+            UDPLinedataStream::Counters::inc(st.bytes, uint64_t(d.length));
             const MessageAssembler::Result r =
-                assembler.feed(addr, buffer.data(), static_cast<std::size_t>(n), buffer.size());
+                assembler.feed(d.sender, buffer.data(), d.length, buffer.size());
             if (r.malformed)
                 UDPLinedataStream::Counters::inc(st.malformedDatagrams);
             lost(r.lost);
             if (r.message) {
-                if (addr != senderAddr || sender.ip[0] == '\0') {
-                    senderAddr = addr;
-                    inet_ntop(AF_INET, &from.sin_addr, sender.ip, sizeof sender.ip);
+                if (d.sender != senderAddr || sender.ip[0] == '\0') {
+                    senderAddr = d.sender;
+                    const in_addr a{htonl(d.sender)};
+                    inet_ntop(AF_INET, &a, sender.ip, sizeof sender.ip);
                 }
-                sender.port = ntohs(from.sin_port);
-                deliver(arrival(stamped ? &received : nullptr), r.message, r.length);
+                sender.port = d.senderPort;
+                deliver(arrival(d.receivedNs), r.message, r.length);
             }
         }
     }
@@ -245,20 +219,19 @@ private:
             st.backlogPeakBytes.store(backlog.bytes(), std::memory_order_relaxed);
     }
 
-    // The kernel's receive time (wall clock) on the steady clock: now, less
-    // the time the datagram has waited in the socket since.
-    static std::chrono::steady_clock::time_point arrival(const timespec* received)
+    // The kernel's receive time (wall clock, 0 when unknown) on the steady
+    // clock: now, less the time the datagram has waited in the socket since.
+    static std::chrono::steady_clock::time_point arrival(int64_t receivedNs)
     {
         const auto now = std::chrono::steady_clock::now();
-        if (!received)
+        if (receivedNs <= 0)
             return now;
         timespec wall{};
         ::clock_gettime(CLOCK_REALTIME, &wall);
-        const auto waited = std::chrono::seconds(wall.tv_sec - received->tv_sec) +
-                            std::chrono::nanoseconds(wall.tv_nsec - received->tv_nsec);
-        return waited.count() > 0
-                   ? now - std::chrono::duration_cast<std::chrono::steady_clock::duration>(waited)
-                   : now;
+        const int64_t waited = int64_t(wall.tv_sec) * 1000000000 + wall.tv_nsec - receivedNs;
+        return waited > 0 ? now - std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                                      std::chrono::nanoseconds(waited))
+                          : now;
     }
 
     UDPLinedataStream& stream;

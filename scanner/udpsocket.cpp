@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -41,9 +43,12 @@ bool UdpSocket::open(int p, const std::string& address, std::size_t receiveBuffe
         const int on = 1;
         ::setsockopt(sock, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
         ::setsockopt(sock, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
+        ::setsockopt(sock, IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
     }
     if (::bind(sock, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
+        const int why = errno;
         close();
+        errno = why;
         return false;
     }
     socklen_t len = sizeof rcvbuf;
@@ -93,6 +98,43 @@ int UdpSocket::wait(int timeoutMs)
             return -1;
         return 1;
     }
+}
+
+int UdpSocket::receive(char* buffer, std::size_t capacity, Datagram& out)
+{
+    sockaddr_in from{};
+    iovec iov{buffer, capacity};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(uint32_t)) + CMSG_SPACE(sizeof(timespec)) +
+                                  CMSG_SPACE(sizeof(in_pktinfo))];
+    msghdr mh{};
+    mh.msg_name = &from;
+    mh.msg_namelen = sizeof from;
+    mh.msg_iov = &iov;
+    mh.msg_iovlen = 1;
+    mh.msg_control = control;
+    mh.msg_controllen = sizeof control;
+    const ssize_t n = ::recvmsg(sock, &mh, MSG_DONTWAIT);
+    if (n < 0)
+        return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR ? 0 : -1;
+    out = Datagram{};
+    out.length = static_cast<std::size_t>(n);
+    out.sender = ntohl(from.sin_addr.s_addr);
+    out.senderPort = ntohs(from.sin_port);
+    for (cmsghdr* c = CMSG_FIRSTHDR(&mh); c; c = CMSG_NXTHDR(&mh, c)) {
+        if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
+            std::memcpy(&out.kernelDrops, CMSG_DATA(c), sizeof out.kernelDrops);
+            out.dropsKnown = true;
+        } else if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
+            timespec ts{};
+            std::memcpy(&ts, CMSG_DATA(c), sizeof ts);
+            out.receivedNs = int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
+        } else if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO) {
+            in_pktinfo info{};
+            std::memcpy(&info, CMSG_DATA(c), sizeof info);
+            out.local = ntohl(info.ipi_addr.s_addr);
+        }
+    }
+    return 1;
 }
 
 void UdpSocket::wake()

@@ -1,11 +1,12 @@
 #include "tools/capture/udpcapture.h"
 
+#include "tools/common/datagramsocket.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 
 namespace vxrec {
@@ -52,16 +53,9 @@ bool UdpCapture::open()
         message = "--bind: '" + options.bind + "' is not an IPv4 address";
         return false;
     }
-    if (!socket.open()) {
-        message = DatagramSocket::systemError("cannot open a UDP socket");
-        return false;
-    }
-    // The local address of each datagram and the kernel's receive time.
-    socket.set(IPPROTO_IP, IP_PKTINFO, 1);
-    socket.set(SOL_SOCKET, SO_TIMESTAMPNS, 1);
-    // A large receive buffer rides out bursts while the file is written.
-    socket.requestReceiveBuffer(32 << 20);
-    if (!socket.bind(local)) {
+    // With the kernel's receive time and the local address of each datagram;
+    // a large receive buffer rides out bursts while the file is written.
+    if (!socket.open(options.port, options.bind, 32u << 20, true)) {
         message =
             DatagramSocket::systemError("cannot bind UDP port " + std::to_string(options.port));
         return false;
@@ -76,55 +70,30 @@ bool UdpCapture::open()
 
 UdpCapture::Got UdpCapture::receiveOne()
 {
-    sockaddr_in from{};
-    iovec iov{buffer.data(), buffer.size()};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo)) + CMSG_SPACE(sizeof(timespec))];
-    msghdr msg{};
-    msg.msg_name = &from;
-    msg.msg_namelen = sizeof from;
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof control;
-    const ssize_t n = ::recvmsg(socket.fd(), &msg, MSG_DONTWAIT);
-    if (n < 0) {
-        if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)
-            return Got::Nothing;
+    strmsocket::UdpSocket::Datagram d;
+    const int got = socket.receive(reinterpret_cast<char*>(buffer.data()), buffer.size(), d);
+    if (got == 0)
+        return Got::Nothing;
+    if (got < 0) {
         message = DatagramSocket::systemError("receive failed");
         return Got::Error;
     }
-    uint32_t localAddress = 0;
-    int64_t timeNs = 0;
-    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c; c = CMSG_NXTHDR(&msg, c)) {
-        if (c->cmsg_level == IPPROTO_IP && c->cmsg_type == IP_PKTINFO) {
-            in_pktinfo info;
-            std::memcpy(&info, CMSG_DATA(c), sizeof info);
-            localAddress = ntohl(info.ipi_addr.s_addr);
-        } else if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_TIMESTAMPNS) {
-            timespec ts;
-            std::memcpy(&ts, CMSG_DATA(c), sizeof ts);
-            timeNs = int64_t(ts.tv_sec) * 1000000000 + ts.tv_nsec;
-        }
-    }
-    if (timeNs == 0)
-        timeNs = clockNs(CLOCK_REALTIME);
-    const auto size = static_cast<std::size_t>(n);
-    if (options.maxBytes && writer.fileBytes() + PcapWriter::recordBytes(size) > options.maxBytes) {
+    const int64_t timeNs = d.receivedNs ? d.receivedNs : clockNs(CLOCK_REALTIME);
+    if (options.maxBytes &&
+        writer.fileBytes() + PcapWriter::recordBytes(d.length) > options.maxBytes) {
         // The datagram does not fit: the capture ends here, the file stays
         // within its limit.
         sizeLimitHit = true;
         return Got::Nothing;
     }
-    const uint32_t source = ntohl(from.sin_addr.s_addr);
-    const uint16_t sourcePort = ntohs(from.sin_port);
-    if (!writer.write(timeNs, source, sourcePort, localAddress, static_cast<uint16_t>(boundPort),
-                      buffer.data(), size)) {
+    if (!writer.write(timeNs, d.sender, d.senderPort, d.local, static_cast<uint16_t>(boundPort),
+                      buffer.data(), d.length)) {
         message = writer.error();
         return Got::Error;
     }
     ++count;
-    bytes += size;
-    senderSet.insert(uint64_t(source) << 16 | sourcePort);
+    bytes += d.length;
+    senderSet.insert(uint64_t(d.sender) << 16 | d.senderPort);
     return Got::Datagram;
 }
 
@@ -170,8 +139,7 @@ UdpCapture::StopReason UdpCapture::run(const std::atomic<bool>& stop)
             const int64_t left = (deadlineNs - clockNs(CLOCK_MONOTONIC)) / 1000000 + 1;
             timeout = static_cast<int>(std::max<int64_t>(0, std::min<int64_t>(timeout, left)));
         }
-        pollfd p{socket.fd(), POLLIN, 0};
-        if (::poll(&p, 1, timeout) <= 0)
+        if (socket.wait(timeout) != 1)
             continue; // timeout or a signal: check the limits and the flag
         // Read everything queued, then flush once: few writes under load,
         // and nothing lingers in the buffer while the stream is idle.

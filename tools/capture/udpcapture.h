@@ -1,6 +1,6 @@
 #pragma once
+#include "scanner/udpsocket.h"
 #include "tools/capture/captureoptions.h"
-#include "tools/common/datagramsocket.h"
 #include "tools/pcapio/pcapwriter.h"
 
 #include <atomic>
@@ -58,7 +58,7 @@ private:
     bool limitReached(StopReason& reason) const;
 
     const CaptureOptions& options;
-    vxcommon::DatagramSocket socket;
+    strmsocket::UdpSocket socket;
     int boundPort = 0;
     PcapWriter writer;
     std::vector<uint8_t> buffer;
