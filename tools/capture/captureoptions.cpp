@@ -1,6 +1,6 @@
 #include "tools/capture/captureoptions.h"
 
-#include "tools/pcapio/pcapwriter.h"
+#include "capture/pcapwriter.h"
 
 namespace vxrec {
 

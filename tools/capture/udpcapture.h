@@ -1,7 +1,7 @@
 #pragma once
 #include "scanner/udpsocket.h"
 #include "tools/capture/captureoptions.h"
-#include "tools/pcapio/pcapwriter.h"
+#include "capture/pcapwriter.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "tools/replay/replayer.h"
 
-#include "tools/pcapio/datagramextractor.h"
+#include "capture/datagramextractor.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,5 +1,5 @@
 #pragma once
-#include "tools/pcapio/skipcounters.h"
+#include "capture/skipcounters.h"
 #include "tools/replay/datagramsink.h"
 #include "tools/replay/replayoptions.h"
 #include "tools/replay/replayscheduler.h"

@@ -5,7 +5,7 @@
 #include "tests/check.h"
 #include "tests/tools/linereceiver.h"
 #include "tests/tools/toolrun.h"
-#include "tools/pcapio/datagramextractor.h"
+#include "capture/datagramextractor.h"
 
 #include <csignal>
 #include <cstring>

@@ -5,7 +5,7 @@
 // running).
 #include "tests/check.h"
 #include "tests/tools/linereceiver.h"
-#include "tests/tools/pcapio/capturebuilder.h"
+#include "tests/capture/capturebuilder.h"
 #include "tests/tools/toolrun.h"
 
 #include <csignal>

@@ -3,7 +3,7 @@
 // slow sender catches up instead of drifting, --loop continues without a gap
 // or a burst, --fast does not wait. A progress line comes once per second.
 #include "tests/check.h"
-#include "tests/tools/pcapio/capturebuilder.h"
+#include "tests/capture/capturebuilder.h"
 
 #include "tools/replay/replayer.h"
 

@@ -6,7 +6,7 @@
 #include "scanner/wireencoder.h"
 #include "tests/check.h"
 #include "tests/tools/toolrun.h"
-#include "tools/pcapio/pcapwriter.h"
+#include "capture/pcapwriter.h"
 #include "tools/sim/linecomposer.h"
 
 #include <fstream>

@@ -1,4 +1,4 @@
-#include "tools/pcapio/pcapreader.h"
+#include "capture/pcapreader.h"
 
 #include <pcap/pcap.h>
 

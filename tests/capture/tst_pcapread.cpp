@@ -2,11 +2,11 @@
 // resolutions, link types, IP fragment reassembly, the kinds of
 // skipped frames, damaged files, and the writer's files read back.
 #include "tests/check.h"
-#include "tests/tools/pcapio/capturebuilder.h"
+#include "tests/capture/capturebuilder.h"
 
-#include "tools/pcapio/datagramextractor.h"
-#include "tools/pcapio/ipv4reassembler.h"
-#include "tools/pcapio/pcapwriter.h"
+#include "capture/datagramextractor.h"
+#include "capture/ipv4reassembler.h"
+#include "capture/pcapwriter.h"
 
 #include <filesystem>
 #include <tuple>

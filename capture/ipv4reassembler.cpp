@@ -1,6 +1,6 @@
-#include "tools/pcapio/ipv4reassembler.h"
+#include "capture/ipv4reassembler.h"
 
-#include "tools/pcapio/netbytes.h"
+#include "capture/netbytes.h"
 
 #include <algorithm>
 #include <cstring>

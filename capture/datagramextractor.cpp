@@ -1,6 +1,6 @@
-#include "tools/pcapio/datagramextractor.h"
+#include "capture/datagramextractor.h"
 
-#include "tools/pcapio/netbytes.h"
+#include "capture/netbytes.h"
 
 namespace vxrec {
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "tools/pcapio/skipcounters.h"
+#include "capture/skipcounters.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
-#include "tools/pcapio/pcapwriter.h"
+#include "capture/pcapwriter.h"
 
-#include "tools/pcapio/netbytes.h"
+#include "capture/netbytes.h"
 
 #include <cerrno>
 #include <cstring>

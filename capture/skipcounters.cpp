@@ -1,4 +1,4 @@
-#include "tools/pcapio/skipcounters.h"
+#include "capture/skipcounters.h"
 
 namespace vxrec {
 

@@ -1,6 +1,6 @@
-#include "tools/pcapio/linkdecoder.h"
+#include "capture/linkdecoder.h"
 
-#include "tools/pcapio/netbytes.h"
+#include "capture/netbytes.h"
 
 #include <pcap/dlt.h>
 

@@ -1,9 +1,9 @@
 #pragma once
-#include "tools/pcapio/ipv4reassembler.h"
-#include "tools/pcapio/linkdecoder.h"
-#include "tools/pcapio/pcapreader.h"
-#include "tools/pcapio/skipcounters.h"
-#include "tools/pcapio/udpdatagram.h"
+#include "capture/ipv4reassembler.h"
+#include "capture/linkdecoder.h"
+#include "capture/pcapreader.h"
+#include "capture/skipcounters.h"
+#include "capture/udpdatagram.h"
 
 #include <string>
 
