@@ -62,20 +62,33 @@ struct UDPLinedataStream::Counters
     }
 };
 
-// The receive thread of one stream: owns the socket, the reassembly state and
+// The receive thread of one stream: owns its source of datagrams (a socket,
+// or another source such as a capture played back), the reassembly state and
 // the receive buffer. Created by Connect, destroyed by Disconnect.
 class ReceiveLoop
 {
 public:
-    ReceiveLoop(UDPLinedataStream& s, std::size_t backlogLimit) : stream(s), backlog(backlogLimit)
+    ReceiveLoop(UDPLinedataStream& s, std::size_t backlogLimit)
+        : stream(s), assembler([this] { return clockMs; }), backlog(backlogLimit)
     {
     }
     ~ReceiveLoop() { stop(); }
 
     bool start(int port, const std::string& address)
     {
-        if (!socket.open(port, address, kReceiveBuffer, true))
+        auto own = std::make_unique<UdpSocket>();
+        if (!own->open(port, address, kReceiveBuffer, true))
             return false;
+        socket = own.get();
+        return start(std::move(own));
+    }
+
+    bool start(std::unique_ptr<DatagramSource> from)
+    {
+        if (!from)
+            return false;
+        source = std::move(from);
+        holdsBack = source->canHoldBack();
         buffer.resize(65536 + MessageAssembler::kTail);
         thread = std::thread([this] { run(); });
         return true;
@@ -84,13 +97,16 @@ public:
     void stop()
     {
         stopping.store(true, std::memory_order_release);
-        socket.wake();
+        if (source)
+            source->wake();
         if (thread.joinable())
             thread.join();
-        socket.close();
+        source.reset();
+        socket = nullptr;
     }
 
-    UdpSocket socket;
+    void wake() { source->wake(); }
+    UdpSocket* socketOrNull() const { return socket; }
 
 private:
     template <typename F> void guarded(F&& f)
@@ -116,9 +132,12 @@ private:
         int idle = 0;
         while (!stopping.load(std::memory_order_acquire)) {
             // Messages that waited go first, while the receiver has room;
-            // with more of them dispatchable, the socket is only looked at.
+            // with more of them dispatchable, the source is only looked at.
             const bool more = pump();
-            const int w = socket.wait(more ? 0 : kIdlePollMs);
+            // A source that can hold back is read no further while a message
+            // waits: it waits for the receiver's wake-up instead.
+            const bool holding = holdsBack && !backlog.empty();
+            const int w = source->wait(more ? 0 : kIdlePollMs, !holding);
             if (w < 0)
                 break;
             if (w == 1)
@@ -127,7 +146,12 @@ private:
                 idle = 0;
                 continue;
             }
-            lost(assembler.expire());
+            // A paused capture is no reason to give up a message in pieces:
+            // its reassembly runs on capture time.
+            if (!holdsBack) {
+                clockMs = monotonicMs();
+                lost(assembler.expire());
+            }
             // A quiet second with nothing waiting: a long stall's buffers go.
             if (backlog.empty() && ++idle == kTrimAfterIdlePolls)
                 backlog.trim();
@@ -139,9 +163,12 @@ private:
     {
         auto& st = *stream.stats;
         for (int k = 0; k < kDrainBatch && !stopping.load(std::memory_order_relaxed); ++k) {
-            UdpSocket::Datagram d;
-            if (socket.receive(buffer.data(), buffer.size() - MessageAssembler::kTail, d) <= 0)
+            if (holdsBack && !backlog.empty())
+                return; // the receiver has no room: the rest waits in the source
+            DatagramSource::Datagram d;
+            if (source->receive(buffer.data(), buffer.size() - MessageAssembler::kTail, d) <= 0)
                 return; // drained; on errors, poll again
+            clockMs = holdsBack ? uint64_t(d.receivedNs / 1000000) : monotonicMs();
             if (d.dropsKnown)
                 st.kernelDrops.store(d.kernelDrops, std::memory_order_relaxed);
             UDPLinedataStream::Counters::inc(st.datagrams);
@@ -158,7 +185,10 @@ private:
                     inet_ntop(AF_INET, &a, sender.ip, sizeof sender.ip);
                 }
                 sender.port = d.senderPort;
-                deliver(arrival(d.receivedNs), r.message, r.length);
+                // A played-back datagram's time is its capture time: it
+                // arrives now.
+                deliver(holdsBack ? std::chrono::steady_clock::now() : arrival(d.receivedNs),
+                        r.message, r.length);
             }
         }
     }
@@ -234,9 +264,20 @@ private:
                           : now;
     }
 
+    static uint64_t monotonicMs()
+    {
+        return uint64_t(std::chrono::duration_cast<std::chrono::milliseconds>(
+                            std::chrono::steady_clock::now().time_since_epoch())
+                            .count());
+    }
+
     UDPLinedataStream& stream;
+    std::unique_ptr<DatagramSource> source;
+    UdpSocket* socket = nullptr; // the source, when it is a socket
+    bool holdsBack = false;
     std::thread thread;
     std::atomic<bool> stopping{false};
+    uint64_t clockMs = monotonicMs(); // the reassembly's clock: now, or capture time
     MessageAssembler assembler;
     MessageBacklog backlog;
     std::vector<char> buffer;
@@ -261,8 +302,21 @@ bool UDPLinedataStream::Connect(int port, const std::string& address)
     std::lock_guard<std::mutex> guard(loopLock);
     if (!l->start(port, address))
         return false;
-    stats->receiveBufferSize.store(l->socket.receiveBufferSize(), std::memory_order_relaxed);
-    stats->localPort.store(l->socket.localPort(), std::memory_order_relaxed);
+    stats->receiveBufferSize.store(l->socketOrNull()->receiveBufferSize(),
+                                   std::memory_order_relaxed);
+    stats->localPort.store(l->socketOrNull()->localPort(), std::memory_order_relaxed);
+    loop = std::move(l);
+    return true;
+}
+
+bool UDPLinedataStream::Connect(std::unique_ptr<DatagramSource> source)
+{
+    if (loop)
+        return false;
+    std::unique_ptr<ReceiveLoop> l(new ReceiveLoop(*this, backlogLimit));
+    std::lock_guard<std::mutex> guard(loopLock);
+    if (!l->start(std::move(source)))
+        return false;
     loop = std::move(l);
     return true;
 }
@@ -290,7 +344,7 @@ void UDPLinedataStream::ResumeDelivery()
 {
     std::lock_guard<std::mutex> guard(loopLock);
     if (loop)
-        loop->socket.wake();
+        loop->wake();
 }
 
 bool UDPLinedataStream::IsConnected() const

@@ -1,4 +1,5 @@
 #pragma once
+#include "scanner/datagramsource.h"
 #include "scanner/linerawinfo.h"
 #include "scanner/pdata.h"
 #include "scanner/pdatas.h"
@@ -52,6 +53,10 @@ public:
     // receive buffer and starts the receive thread. False when the port cannot
     // be bound (in use, no permission) or the stream is already connected.
     virtual bool Connect(int port, const std::string& address);
+    // Starts the receive thread on another source of datagrams (a capture
+    // played back): the same reassembly, backlog and callbacks as for the
+    // socket. False when already connected or without a source.
+    bool Connect(std::unique_ptr<DatagramSource> source);
     // Stops and joins the receive thread and closes the socket. `wait` is
     // accepted for compatibility; the call always waits for the thread.
     virtual void Disconnect(bool wait);

@@ -78,23 +78,23 @@ void UdpSocket::close()
     rcvbuf = 0;
 }
 
-int UdpSocket::wait(int timeoutMs)
+int UdpSocket::wait(int timeoutMs, bool forData)
 {
-    pollfd fds[2] = {{sock, POLLIN, 0}, {wakeFd, POLLIN, 0}};
+    pollfd fds[2] = {{wakeFd, POLLIN, 0}, {sock, POLLIN, 0}};
     for (;;) {
-        const int r = ::poll(fds, 2, timeoutMs);
+        const int r = ::poll(fds, forData ? 2 : 1, timeoutMs);
         if (r < 0 && errno == EINTR)
             continue;
         if (r < 0)
             return -1;
-        if (fds[1].revents & POLLIN) {
+        if (fds[0].revents & POLLIN) {
             uint64_t wakes = 0;
             [[maybe_unused]] ssize_t n = ::read(wakeFd, &wakes, sizeof wakes);
             return 2;
         }
         if (r == 0)
             return 0;
-        if (fds[0].revents & POLLNVAL)
+        if (fds[1].revents & POLLNVAL)
             return -1;
         return 1;
     }

@@ -1,4 +1,6 @@
 #pragma once
+#include "scanner/datagramsource.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,7 +14,8 @@ namespace strmsocket {
 // Binding never sets SO_REUSEADDR/SO_REUSEPORT: a port already in use fails.
 // Ownership: owns both descriptors. Threads: open()/close() by the owner
 // while no thread waits; wait() and reads by one thread; wake() from any.
-class UdpSocket
+// Cannot hold back: what is not read in time is dropped by the kernel.
+class UdpSocket : public DatagramSource
 {
 public:
     UdpSocket() = default;
@@ -29,21 +32,9 @@ public:
     // be bound; errno then says why.
     bool open(int port, const std::string& address, std::size_t receiveBuffer, bool ancillary);
 
-    // What receive() learnt of one datagram.
-    struct Datagram
-    {
-        std::size_t length = 0;
-        uint32_t sender = 0; // IPv4 address, host byte order
-        uint16_t senderPort = 0;
-        uint32_t local = 0;     // the address it arrived on; 0 when not known
-        int64_t receivedNs = 0; // the kernel's receive time (CLOCK_REALTIME); 0 when not known
-        bool dropsKnown = false;
-        uint32_t kernelDrops = 0; // datagrams the socket dropped so far (SO_RXQ_OVFL)
-    };
-    // Reads one waiting datagram into `buffer` (`capacity` bytes; a longer
-    // datagram is cut) without waiting: 1 read, 0 none waits (or a signal
-    // came), -1 failed with errno set.
-    int receive(char* buffer, std::size_t capacity, Datagram& out);
+    // Reads one waiting datagram with the kernel's receive time, the local
+    // address it arrived on and the socket's drop count.
+    int receive(char* buffer, std::size_t capacity, Datagram& out) override;
     void close();
     bool isOpen() const { return sock >= 0; }
 
@@ -52,12 +43,11 @@ public:
     // The effective receive buffer size as the kernel reports it.
     int receiveBufferSize() const { return rcvbuf; }
 
-    // Waits up to `timeoutMs` for a datagram: 1 readable, 0 timed out,
-    // 2 woken by wake() (the wake-up is consumed), -1 the socket failed.
-    int wait(int timeoutMs);
-    // Releases a thread blocked in wait(), or makes its next wait() return 2
-    // at once. Wake-ups before that wait() fold into one.
-    void wake();
+    // Waits up to `timeoutMs` for a datagram (with `forData` false, only
+    // for a wake-up): 1 readable, 0 timed out, 2 woken by wake() (the wake-up
+    // is consumed), -1 the socket failed. Wake-ups fold into one.
+    int wait(int timeoutMs, bool forData = true) override;
+    void wake() override;
 
 private:
     int sock = -1;

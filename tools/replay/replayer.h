@@ -2,7 +2,7 @@
 #include "capture/skipcounters.h"
 #include "tools/replay/datagramsink.h"
 #include "tools/replay/replayoptions.h"
-#include "tools/replay/replayscheduler.h"
+#include "capture/replayscheduler.h"
 
 #include <atomic>
 #include <cstdint>

@@ -7,7 +7,8 @@ namespace vxrec {
 // the capture's intervals divided by the speed, anchored at the first
 // datagram of each pass. The schedule is absolute, so a datagram that is
 // late (slow sending) goes out at once and the replay catches up instead of
-// drifting. A new pass (--loop) starts where the previous one ended.
+// drifting. A new pass (--loop) starts where the previous one ended; so does
+// the schedule after a pause or a change of speed.
 //
 // Ownership: uses, does not own, the clock. Threads: one thread at a time.
 class ReplayScheduler
@@ -28,6 +29,9 @@ public:
 
     // The next pass begins with a datagram captured at `captureNs`.
     void beginPass(int64_t captureNs);
+    // Another speed (or as fast as possible); takes effect with the next
+    // beginPass, which anchors the schedule anew.
+    void setSpeed(double newSpeed, bool asFastAsPossible);
     // When the datagram captured at `captureNs` is due (clock time).
     int64_t dueNs(int64_t captureNs);
 

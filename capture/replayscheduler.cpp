@@ -1,4 +1,4 @@
-#include "tools/replay/replayscheduler.h"
+#include "capture/replayscheduler.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -47,6 +47,12 @@ void ReplayScheduler::beginPass(int64_t captureNs)
     anchorCapture = captureNs;
     lastDue = anchorWall;
     started = true;
+}
+
+void ReplayScheduler::setSpeed(double newSpeed, bool asFastAsPossible)
+{
+    speed = newSpeed > 0 ? newSpeed : 1.0;
+    fast = asFastAsPossible;
 }
 
 int64_t ReplayScheduler::dueNs(int64_t captureNs)

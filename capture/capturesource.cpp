@@ -1,0 +1,173 @@
+#include "capture/capturesource.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace vxrec {
+
+CaptureSource::CaptureSource(uint16_t p) : port(p) {}
+
+bool CaptureSource::restart(std::string& problem)
+{
+    extractor = std::make_unique<DatagramExtractor>(DatagramExtractor::Filter{port, -1});
+    if (extractor->open(path))
+        return true;
+    problem = extractor->error();
+    return false;
+}
+
+bool CaptureSource::open(const std::string& file)
+{
+    path = file;
+    if (!restart(openError))
+        return false;
+    openError.clear();
+    std::lock_guard<std::mutex> guard(lock);
+    state = Status{};
+    state.passes = 1;
+    return true;
+}
+
+void CaptureSource::play()
+{
+    std::lock_guard<std::mutex> guard(lock);
+    if (!state.playing) {
+        state.playing = true;
+        anchored = false; // the schedule goes on from now
+    }
+    changed.notify_all();
+}
+
+void CaptureSource::pause()
+{
+    std::lock_guard<std::mutex> guard(lock);
+    state.playing = false;
+    changed.notify_all();
+}
+
+void CaptureSource::setSpeed(double factor)
+{
+    std::lock_guard<std::mutex> guard(lock);
+    scheduler.setSpeed(factor, factor <= 0);
+    anchored = false;
+    changed.notify_all();
+}
+
+void CaptureSource::setLoop(bool on)
+{
+    std::lock_guard<std::mutex> guard(lock);
+    loop = on;
+    changed.notify_all();
+}
+
+CaptureSource::Status CaptureSource::status() const
+{
+    std::lock_guard<std::mutex> guard(lock);
+    return state;
+}
+
+void CaptureSource::wake()
+{
+    std::lock_guard<std::mutex> guard(lock);
+    woken = true;
+    changed.notify_all();
+}
+
+bool CaptureSource::fetch()
+{
+    if (havePending)
+        return true;
+    for (int pass = 0; pass < 2 && !exhausted && extractor; ++pass) {
+        UdpDatagram d;
+        const DatagramExtractor::Status s = extractor->next(d);
+        if (s == DatagramExtractor::Status::Datagram) {
+            pendingBytes.assign(d.data, d.data + d.length);
+            pending = d;
+            pending.data = pendingBytes.data();
+            havePending = true;
+            std::lock_guard<std::mutex> guard(lock);
+            if (state.firstNs == 0)
+                state.firstNs = extractor->firstFrameNs();
+            return true;
+        }
+        std::unique_lock<std::mutex> guard(lock);
+        if (s == DatagramExtractor::Status::Error) {
+            state.problem = extractor->error();
+        } else if (loop && state.datagrams > 0) {
+            // Once more from the start; the schedule goes on where it is.
+            guard.unlock();
+            std::string why;
+            const bool reopened = restart(why);
+            guard.lock();
+            if (reopened) {
+                ++state.passes;
+                anchored = false;
+                continue;
+            }
+            state.problem = why;
+        }
+        state.ended = true;
+        exhausted = true;
+    }
+    return false;
+}
+
+int64_t CaptureSource::dueNs()
+{
+    if (!anchored) {
+        scheduler.beginPass(pending.timeNs);
+        anchored = true;
+    }
+    return scheduler.dueNs(pending.timeNs);
+}
+
+int CaptureSource::wait(int timeoutMs, bool forData)
+{
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    for (;;) {
+        // The file is read outside the lock: the controls stay quick.
+        const bool have = forData && fetch();
+        std::unique_lock<std::mutex> guard(lock);
+        if (woken) {
+            woken = false;
+            return 2;
+        }
+        auto until = deadline;
+        if (have && state.playing) {
+            const int64_t now = ReplayScheduler::systemClock().nowNs();
+            const int64_t due = dueNs();
+            if (due <= now)
+                return 1;
+            until = std::min(until, Clock::now() + std::chrono::nanoseconds(due - now));
+        }
+        if (Clock::now() >= deadline)
+            return 0;
+        // Woken, a control changed, or the datagram fell due: look again.
+        changed.wait_until(guard, until);
+    }
+}
+
+int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
+{
+    if (!fetch())
+        return 0;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        if (!state.playing || dueNs() > ReplayScheduler::systemClock().nowNs())
+            return 0;
+        state.datagrams += 1;
+        state.currentNs = pending.timeNs;
+    }
+    out = Datagram{};
+    out.length = std::min(pending.length, capacity);
+    std::memcpy(buffer, pending.data, out.length);
+    out.sender = pending.source;
+    out.senderPort = pending.sourcePort;
+    out.local = pending.destination;
+    out.receivedNs = pending.timeNs;
+    havePending = false;
+    return 1;
+}
+
+} // namespace vxrec

@@ -1,0 +1,95 @@
+#pragma once
+#include "capture/datagramextractor.h"
+#include "capture/replayscheduler.h"
+#include "scanner/datagramsource.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace vxrec {
+
+// A capture file played back as the datagram source of a receive thread:
+// the UDP datagrams sent to one port, read in order (link layers, IPv4
+// reassembly) and handed out when they are due by their capture times,
+// scaled by the speed, or as fast as possible. Play, pause, speed and loop
+// are set from any thread.
+//
+// It holds back: while the receiver has no room for a line the receive loop
+// reads nothing from it, so at any speed every line of the capture is
+// delivered and none is dropped. A datagram's receive time is its capture
+// time. A file that ends in a damaged or cut record is played up to there;
+// status() then says why it stopped.
+//
+// Ownership: owns the reader; the receive loop owns the source once
+// connected. Threads: open() before the source is handed to a receive loop;
+// wait(), receive() on the receive thread; play(), pause(), setSpeed(),
+// setLoop(), wake() and status() from any thread.
+class CaptureSource : public strmsocket::DatagramSource
+{
+public:
+    // Where the playback stands; a consistent snapshot.
+    struct Status
+    {
+        uint64_t datagrams = 0; // handed out so far (over every pass)
+        uint64_t passes = 0;    // times the file was started (loop)
+        int64_t firstNs = 0;    // capture time of the file's first frame
+        int64_t currentNs = 0;  // capture time of the newest datagram handed out
+        bool playing = true;
+        bool ended = false;  // the file is played to its end (not looping)
+        std::string problem; // why it ended early (a damaged or cut file), else empty
+    };
+
+    explicit CaptureSource(uint16_t port);
+
+    // Opens the capture. False with error() when the file is missing,
+    // unreadable, not a capture, or of a link type that is not read.
+    bool open(const std::string& path);
+    const std::string& error() const { return openError; }
+
+    void play();
+    void pause();
+    // `factor` times the capture's own pace; 0 or less: as fast as possible.
+    void setSpeed(double factor);
+    void setLoop(bool on);
+    Status status() const;
+
+    int wait(int timeoutMs, bool forData = true) override;
+    int receive(char* buffer, std::size_t capacity, Datagram& out) override;
+    void wake() override;
+    bool canHoldBack() const override { return true; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    // Opens the file from its start; false with the reason in `problem`.
+    bool restart(std::string& problem);
+    // Receive thread: makes `pending` the next datagram of the file (a new
+    // pass when looping); false at the end or on a damaged file.
+    bool fetch();
+    // With `lock` held: when the pending datagram is due, on the scheduler's
+    // clock; re-anchors the schedule after a pause or a change of speed.
+    int64_t dueNs();
+
+    const uint16_t port;
+    std::string path;
+    std::string openError;
+    std::unique_ptr<DatagramExtractor> extractor;
+    UdpDatagram pending;
+    std::vector<uint8_t> pendingBytes;
+    bool havePending = false;
+    bool exhausted = false; // receive thread: the file gave all it has
+
+    mutable std::mutex lock; // guards what follows
+    std::condition_variable changed;
+    ReplayScheduler scheduler{ReplayScheduler::systemClock(), 1.0, false};
+    bool anchored = false;
+    bool woken = false;
+    bool loop = false;
+    Status state;
+};
+
+} // namespace vxrec
