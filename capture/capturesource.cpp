@@ -1,5 +1,7 @@
 #include "capture/capturesource.h"
 
+#include "capture/captureindex.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstring>
@@ -31,11 +33,26 @@ bool CaptureSource::open(const std::string& file)
 
 void CaptureSource::play()
 {
+    playLines(UINT64_MAX);
+}
+
+void CaptureSource::playLines(uint64_t n)
+{
     std::lock_guard<std::mutex> guard(lock);
+    linesLeft = n;
     if (!state.playing) {
         state.playing = true;
         anchored = false; // the schedule goes on from now
     }
+    changed.notify_all();
+}
+
+void CaptureSource::seek(uint64_t offset)
+{
+    std::lock_guard<std::mutex> guard(lock);
+    seeking = true;
+    seekTo = offset;
+    anchored = false;
     changed.notify_all();
 }
 
@@ -76,6 +93,20 @@ void CaptureSource::wake()
 
 bool CaptureSource::fetch()
 {
+    {
+        std::unique_lock<std::mutex> guard(lock);
+        if (seeking) {
+            seeking = false;
+            const uint64_t offset = seekTo;
+            guard.unlock();
+            havePending = false;
+            const bool moved = extractor && extractor->seek(offset);
+            guard.lock();
+            exhausted = !moved;
+            state.ended = !moved;
+            state.problem = moved ? std::string() : extractor->error();
+        }
+    }
     if (havePending)
         return true;
     for (int pass = 0; pass < 2 && !exhausted && extractor; ++pass) {
@@ -156,6 +187,15 @@ int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
         std::lock_guard<std::mutex> guard(lock);
         if (!state.playing || dueNs() > ReplayScheduler::systemClock().nowNs())
             return 0;
+        if (CaptureIndex::beginsLine(pending.data, pending.length)) {
+            if (linesLeft == 0) {
+                state.playing = false; // the lines asked for are played
+                return 0;
+            }
+            if (linesLeft != UINT64_MAX)
+                --linesLeft;
+            state.lines += 1;
+        }
         state.datagrams += 1;
         state.currentNs = pending.timeNs;
     }

@@ -35,6 +35,7 @@ public:
     struct Status
     {
         uint64_t datagrams = 0; // handed out so far (over every pass)
+        uint64_t lines = 0;     // of them, those that begin a line
         uint64_t passes = 0;    // times the file was started (loop)
         int64_t firstNs = 0;    // capture time of the file's first frame
         int64_t currentNs = 0;  // capture time of the newest datagram handed out
@@ -50,8 +51,16 @@ public:
     bool open(const std::string& path);
     const std::string& error() const { return openError; }
 
+    // Plays on (without a limit of lines).
     void play();
     void pause();
+    // Plays `n` more lines, then pauses before the next line begins (the
+    // lines still go at the set speed). play() lifts the limit.
+    void playLines(uint64_t n);
+    // Goes on at `offset`, where a datagram starts (an index entry's
+    // offset); the schedule starts anew there. The playing state and the
+    // counters stay as they are.
+    void seek(uint64_t offset);
     // `factor` times the capture's own pace; 0 or less: as fast as possible.
     void setSpeed(double factor);
     void setLoop(bool on);
@@ -89,6 +98,9 @@ private:
     bool anchored = false;
     bool woken = false;
     bool loop = false;
+    bool seeking = false;
+    uint64_t seekTo = 0;
+    uint64_t linesLeft = UINT64_MAX; // lines that may still begin before pausing
     Status state;
 };
 

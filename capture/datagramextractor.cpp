@@ -40,15 +40,16 @@ DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
             message = reader.error();
             return Status::Error;
         }
-        if (reader.framesRead() == 1)
+        if (reader.framesRead() == 1 && firstNs == 0)
             firstNs = frame.timeNs;
+        lastOffset = frame.offset;
         const LinkDecoder::Result ip = link.decode(frame.data, frame.capturedLength);
         if (!ip.ok) {
             skips.add(ip.skip);
             continue;
         }
         Ipv4Reassembler::Packet packet;
-        if (!reassembler.push(frame.timeNs, ip.packet, ip.length, packet))
+        if (!reassembler.push(frame.timeNs, ip.packet, ip.length, packet, frame.offset))
             continue;
         const std::size_t udpLength = packet.length >= 8 ? be16(packet.payload + 4) : 0;
         if (udpLength < 8 || udpLength > packet.length) {
@@ -63,12 +64,24 @@ DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
             continue;
         }
         out.timeNs = frame.timeNs;
+        out.offset = packet.firstFrame;
         out.source = packet.source;
         out.destination = packet.destination;
         out.data = packet.payload + 8;
         out.length = udpLength - 8;
         return Status::Datagram;
     }
+}
+
+bool DatagramExtractor::seek(uint64_t offset)
+{
+    reassembler.clear();
+    finished = false;
+    if (!reader.seek(offset)) {
+        message = reader.error();
+        return false;
+    }
+    return true;
 }
 
 } // namespace vxrec

@@ -37,6 +37,12 @@ public:
     bool open(const std::string& path);
     // `out.data` stays valid until the next call.
     Status next(UdpDatagram& out);
+    // Goes on at `offset`, a datagram's offset that next() gave before;
+    // pieces of datagrams read so far are forgotten. False with error().
+    bool seek(uint64_t offset);
+    // The file's size in bytes (0 when unknown) and where reading stands.
+    uint64_t fileSize() const { return reader.size(); }
+    uint64_t position() const { return lastOffset; }
 
     const SkipCounters& skipped() const { return skips; }
     // Capture time of the file's first frame (0 before one was read).
@@ -51,6 +57,7 @@ private:
     SkipCounters skips;
     Ipv4Reassembler reassembler{skips};
     int64_t firstNs = 0;
+    uint64_t lastOffset = 0;
     bool finished = false;
     std::string message;
 };

@@ -17,7 +17,8 @@ Ipv4Reassembler::Ipv4Reassembler(SkipCounters& counters, std::size_t maxPending,
 {
 }
 
-bool Ipv4Reassembler::push(int64_t timeNs, const uint8_t* ip, std::size_t captured, Packet& out)
+bool Ipv4Reassembler::push(int64_t timeNs, const uint8_t* ip, std::size_t captured, Packet& out,
+                           uint64_t frameOffset)
 {
     if (captured < 20) {
         counters.add(SkipKind::TruncatedFrame);
@@ -49,6 +50,7 @@ bool Ipv4Reassembler::push(int64_t timeNs, const uint8_t* ip, std::size_t captur
     if (!moreFragments && offset == 0) {
         out.payload = payload;
         out.length = n;
+        out.firstFrame = frameOffset;
         return true;
     }
 
@@ -65,6 +67,7 @@ bool Ipv4Reassembler::push(int64_t timeNs, const uint8_t* ip, std::size_t captur
     }
     Partial& p = it->second;
     p.lastNs = timeNs;
+    p.firstFrame = std::min(p.firstFrame, frameOffset);
     if (!addFragment(p, offset, payload, n, !moreFragments)) {
         counters.add(SkipKind::BadFragment);
         partial.erase(it);
@@ -74,6 +77,7 @@ bool Ipv4Reassembler::push(int64_t timeNs, const uint8_t* ip, std::size_t captur
         return false;
     assembled.swap(p.data);
     assembled.resize(std::size_t(p.total));
+    out.firstFrame = p.firstFrame;
     partial.erase(it);
     out.payload = assembled.data();
     out.length = assembled.size();

@@ -26,6 +26,7 @@ public:
         uint32_t destination = 0;
         const uint8_t* payload = nullptr; // the UDP header and data
         std::size_t length = 0;
+        uint64_t firstFrame = 0; // file offset of its earliest fragment's frame
     };
 
     static constexpr std::size_t kDefaultMaxPending = 256;
@@ -37,9 +38,12 @@ public:
     // One captured IPv4 packet. True when it completes a UDP datagram, which
     // `out` then describes (valid until the next push or finish); false when
     // the packet was skipped (and counted) or kept as a fragment.
-    bool push(int64_t timeNs, const uint8_t* packet, std::size_t captured, Packet& out);
+    bool push(int64_t timeNs, const uint8_t* packet, std::size_t captured, Packet& out,
+              uint64_t frameOffset = 0);
     // Gives up every partial datagram (end of the capture).
     void finish();
+    // Forgets every partial datagram without counting it (the reader moved).
+    void clear() { partial.clear(); }
 
     std::size_t pending() const { return partial.size(); }
     // Bytes held by partial datagrams.
@@ -54,6 +58,7 @@ private:
         int32_t total = -1;          // payload length, once the last fragment came
         int64_t lastNs = 0;
         uint64_t order = 0;
+        uint64_t firstFrame = UINT64_MAX;
         uint32_t source = 0, destination = 0;
     };
     bool addFragment(Partial& p, std::size_t offset, const uint8_t* bytes, std::size_t n,

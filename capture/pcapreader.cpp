@@ -1,6 +1,8 @@
 #include "capture/pcapreader.h"
 
+#include <cstdio>
 #include <pcap/pcap.h>
+#include <sys/stat.h>
 
 namespace vxrec {
 
@@ -20,6 +22,14 @@ bool PcapReader::open(const std::string& path)
     }
     dlt = pcap_datalink(handle);
     frames = 0;
+    bytesInFile = 0;
+    if (FILE* f = pcap_file(handle)) {
+        struct stat st
+        {
+        };
+        if (::fstat(fileno(f), &st) == 0 && st.st_size > 0)
+            bytesInFile = uint64_t(st.st_size);
+    }
     message.clear();
     return true;
 }
@@ -32,6 +42,11 @@ PcapReader::Status PcapReader::next(Frame& frame)
     }
     pcap_pkthdr* header = nullptr;
     const u_char* data = nullptr;
+    // libpcap reads a savefile record by record, so the stream's position
+    // is where the next record starts.
+    FILE* f = pcap_file(handle);
+    const off_t at = f ? ftello(f) : -1;
+    frame.offset = at > 0 ? uint64_t(at) : 0;
     switch (pcap_next_ex(handle, &header, &data)) {
     case 1:
         ++frames;
@@ -47,6 +62,16 @@ PcapReader::Status PcapReader::next(Frame& frame)
         message = pcap_geterr(handle);
         return Status::Error;
     }
+}
+
+bool PcapReader::seek(uint64_t offset)
+{
+    FILE* f = handle ? pcap_file(handle) : nullptr;
+    if (!f || fseeko(f, off_t(offset), SEEK_SET) != 0) {
+        message = "cannot go to byte " + std::to_string(offset) + " of the capture";
+        return false;
+    }
+    return true;
 }
 
 void PcapReader::close()

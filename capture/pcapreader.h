@@ -21,6 +21,7 @@ public:
         const uint8_t* data = nullptr;
         uint32_t capturedLength = 0; // bytes present in the file
         uint32_t originalLength = 0; // bytes on the wire
+        uint64_t offset = 0;         // where its record starts in the file
     };
     enum class Status
     {
@@ -38,6 +39,12 @@ public:
     // says why.
     bool open(const std::string& path);
     Status next(Frame& frame);
+    // Goes on reading at `offset`, the start of a record that next() gave
+    // before (pcapng too, within the interfaces already read). False when
+    // the file cannot be positioned there.
+    bool seek(uint64_t offset);
+    // The file's size in bytes; 0 when unknown.
+    uint64_t size() const { return bytesInFile; }
     void close();
 
     // libpcap's DLT_ value of the file's link type.
@@ -49,6 +56,7 @@ private:
     pcap_t* handle = nullptr;
     int dlt = -1;
     uint64_t frames = 0;
+    uint64_t bytesInFile = 0;
     std::string message;
 };
 

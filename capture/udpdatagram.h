@@ -15,6 +15,7 @@ struct UdpDatagram
     uint16_t destinationPort = 0;
     const uint8_t* data = nullptr; // the UDP payload
     std::size_t length = 0;
+    uint64_t offset = 0; // file offset of the first frame that carries it
 };
 
 } // namespace vxrec

@@ -1,9 +1,11 @@
 // A capture played back through the scanner library's receive path: every
 // line arrives in order and none is dropped whatever the receiver does,
-// the capture's pace, pause, loop, and files that are cut or no capture.
+// the capture's pace, pause, loop, and files that are cut or no capture;
+// the index of its lines, and seeking and stepping by it.
 #include "tests/capture/capturebuilder.h"
 #include "tests/check.h"
 
+#include "capture/captureindex.h"
 #include "capture/capturesource.h"
 #include "scanner/vxlinedatastream.h"
 #include "scanner/wireencoder.h"
@@ -62,7 +64,8 @@ private:
 };
 
 // kLines raw lines to port 6101 over Ethernet, every third one in several
-// datagrams, with a datagram to another port between them.
+// datagrams, every fourth one's first datagram in IP fragments, with a
+// datagram to another port between them.
 std::string makeCapture(const std::string& name)
 {
     B b(false, true, 1);
@@ -72,9 +75,14 @@ std::string makeCapture(const std::string& name)
         const std::vector<char> body(1000, char(n));
         const auto m = WireEncoder::rawLine(h, body.data(), body.size());
         const auto pieces = WireEncoder::fragment(n, m.data(), m.size(), n % 3 ? 60000 : 400);
-        for (const auto& d : pieces) {
-            const B::Bytes payload(d.begin(), d.end());
-            b.add(t0 + n * kStepNs, B::link(1, 0x0800, B::ipv4(B::udp(6101, payload))));
+        for (std::size_t k = 0; k < pieces.size(); ++k) {
+            const B::Bytes segment = B::udp(6101, B::Bytes(pieces[k].begin(), pieces[k].end()));
+            if (k == 0 && n % 4 == 0) {
+                for (const auto& f : B::fragments(segment, 400, uint16_t(n + 1)))
+                    b.add(t0 + n * kStepNs, B::link(1, 0x0800, f));
+            } else {
+                b.add(t0 + n * kStepNs, B::link(1, 0x0800, B::ipv4(segment)));
+            }
         }
         b.add(t0 + n * kStepNs + 1, B::link(1, 0x0800, B::ipv4(B::udp(7000, {1, 2, 3}))));
     }
@@ -195,6 +203,38 @@ void playback()
         }
     }
 
+    vxtest::row = "the index finds every line; seeking and stepping go by it";
+    {
+        CaptureIndex index;
+        index.start(path, 6101);
+        index.wait();
+        CHECK(index.finished() && index.error().empty() && index.progress() == 1.0);
+        if (CHECK(index.lines() == std::size_t(kLines))) {
+            const int64_t t0 = index.entry(0).timeNs;
+            CHECK(index.entry(kLines - 1).timeNs - t0 == (kLines - 1) * kStepNs);
+            CHECK(index.find(t0 + 7 * kStepNs + 1) == 7 && index.find(t0 - 1) == 0);
+            Player p;
+            if (p.start(path, 0, true)) {
+                std::vector<uint32_t> expected;
+                for (int k : {17, 0, 40, kLines - 1}) {
+                    p.source->seek(index.entry(std::size_t(k)).offset);
+                    p.source->playLines(k == 40 ? 3 : 1);
+                    for (int i = 0; i < (k == 40 ? 3 : 1); ++i)
+                        expected.push_back(uint32_t(k + i));
+                    CHECK(waitFor([&] { return p.taker.count() == expected.size(); }));
+                    // Paused before the next line, or at the end of the file.
+                    CHECK(waitFor([&] {
+                        const auto st = p.source->status();
+                        return !st.playing || st.ended;
+                    }));
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(30));
+                CHECK(p.taker.taken() == expected);
+                CHECK(p.taker.counters().incompleteMessages == 0);
+            }
+        }
+    }
+
     vxtest::row = "not a capture";
     {
         const std::string text = vxtest::tempPath("notes.txt");
@@ -202,6 +242,10 @@ void playback()
         CaptureSource s(6101);
         CHECK(!s.open(text) && !s.error().empty());
         CHECK(!s.open(vxtest::tempPath("missing.pcap")) && !s.error().empty());
+        CaptureIndex index;
+        index.start(text, 6101);
+        index.wait();
+        CHECK(index.ended() && !index.finished() && !index.error().empty() && index.lines() == 0);
     }
 }
 

@@ -1,13 +1,14 @@
 // Reading captures down to UDP datagrams: byte orders, timestamp
 // resolutions, link types, IP fragment reassembly, the kinds of
 // skipped frames, damaged files, and the writer's files read back.
-#include "tests/check.h"
 #include "tests/capture/capturebuilder.h"
+#include "tests/check.h"
 
 #include "capture/datagramextractor.h"
 #include "capture/ipv4reassembler.h"
 #include "capture/pcapwriter.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <tuple>
 
@@ -213,6 +214,38 @@ void writerRoundTrip()
     }
 }
 
+// Every datagram's offset leads back to it, in any order: in the foreign
+// pcapng capture and in a pcap file of IP-fragmented datagrams.
+void seekByOffset()
+{
+    std::vector<std::pair<std::string, uint16_t>> files{
+        {VX_TEST_DATA "/foreign-udp-tcp-mixed.pcapng", 5010}};
+    B b(false, true, 1);
+    for (int i = 0; i < 6; ++i) {
+        const Bytes segment = B::udp(6101, B::pattern(900 + 10 * std::size_t(i), uint8_t(i)));
+        for (const Bytes& f : B::fragments(segment, 400, uint16_t(i + 1)))
+            b.add(kT0 + i, B::link(1, 0x0800, f));
+    }
+    files.emplace_back(vxtest::tempPath("fragments.pcap"), 6101);
+    B::save(files.back().first, b.bytes());
+    for (const auto& [path, port] : files) {
+        vxtest::row = "seek by offset: " + path;
+        DatagramExtractor x({port, -1});
+        if (!CHECK(x.open(path)))
+            continue;
+        std::vector<std::pair<uint64_t, Bytes>> all;
+        UdpDatagram d;
+        while (x.next(d) == DatagramExtractor::Status::Datagram)
+            all.emplace_back(d.offset, Bytes(d.data, d.data + d.length));
+        CHECK(all.size() > 5 && std::is_sorted(all.begin(), all.end()));
+        for (std::size_t k : {all.size() - 1, std::size_t(0), all.size() / 2, std::size_t(1)}) {
+            CHECK(x.seek(all[k].first));
+            CHECK(x.next(d) == DatagramExtractor::Status::Datagram &&
+                  Bytes(d.data, d.data + d.length) == all[k].second && d.offset == all[k].first);
+        }
+    }
+}
+
 } // namespace
 
 int main()
@@ -221,5 +254,6 @@ int main()
     reassemblyMemoryBound();
     damagedFiles();
     writerRoundTrip();
+    seekByOffset();
     return vxtest::result("tst_pcapread");
 }

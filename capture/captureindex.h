@@ -1,0 +1,84 @@
+#pragma once
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace vxrec {
+
+// The lines of one UDP port of a capture, found by a worker thread: for each
+// raw-line message, where its first datagram starts in the file and when it
+// was captured. Seeking to a line is then one file positioning away, and the
+// position of the playback can be shown as "line n of m".
+//
+// A line is a datagram that begins a message of the raw-line kind (fragment
+// offset 0); a line whose other pieces are missing is still counted here,
+// though the receiver will give it up. The file is read once, front to back,
+// never held in memory; an entry takes 16 bytes. The entries found so far
+// can be read while the worker runs.
+//
+// Ownership: owns the worker thread and the entries. Threads: start(),
+// cancel() and destruction by the owner; the readers (lines(), entry(),
+// find(), progress(), finished(), error()) from any thread.
+class CaptureIndex
+{
+public:
+    struct Entry
+    {
+        uint64_t offset = 0; // of the frame that carries the line's first datagram
+        int64_t timeNs = 0;  // its capture time
+    };
+
+    CaptureIndex() = default;
+    ~CaptureIndex();
+    CaptureIndex(const CaptureIndex&) = delete;
+    CaptureIndex& operator=(const CaptureIndex&) = delete;
+
+    // Starts indexing the lines sent to `port` in `path` on a worker thread.
+    void start(const std::string& path, uint16_t port);
+    // Stops the worker soon; what it found stays readable.
+    void cancel();
+    // Waits until the worker has ended (finished, cancelled or failed).
+    void wait();
+
+    std::size_t lines() const { return count.load(std::memory_order_acquire); }
+    // Entry `i` (< lines()).
+    Entry entry(std::size_t i) const;
+    // The last line captured at or before `timeNs` (0 when none is).
+    std::size_t find(int64_t timeNs) const;
+    // The fraction of the file read, 0 .. 1.
+    double progress() const { return done.load(std::memory_order_relaxed); }
+    // The whole file is indexed.
+    bool finished() const { return complete.load(std::memory_order_acquire); }
+    // The worker has ended, for whatever reason.
+    bool ended() const { return stopped.load(std::memory_order_acquire); }
+    // Why indexing stopped early (a damaged file); empty otherwise.
+    std::string error() const;
+    // Memory the entries take.
+    std::size_t bytes() const;
+
+    // Whether the UDP payload `data` begins a raw-line message: the
+    // framing's magic, fragment offset 0 and the message's kind.
+    static bool beginsLine(const uint8_t* data, std::size_t length);
+
+private:
+    void run(std::string path, uint16_t port);
+    void add(const Entry& e);
+
+    static constexpr std::size_t kChunk = 1 << 12; // entries per block (64 KiB)
+
+    mutable std::mutex lock; // guards `chunks` (its table, not the entries) and `problem`
+    std::vector<std::unique_ptr<Entry[]>> chunks;
+    std::atomic<std::size_t> count{0};
+    std::atomic<double> done{0.0};
+    std::atomic<bool> stopping{false};
+    std::atomic<bool> complete{false};
+    std::atomic<bool> stopped{false};
+    std::string problem;
+    std::thread worker;
+};
+
+} // namespace vxrec
