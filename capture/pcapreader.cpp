@@ -1,10 +1,15 @@
 #include "capture/pcapreader.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <pcap/pcap.h>
 #include <sys/stat.h>
 
 namespace vxrec {
+
+namespace {
+constexpr int64_t kMaxSeconds = 4000000000; // early 2096
+} // namespace
 
 PcapReader::~PcapReader()
 {
@@ -50,8 +55,11 @@ PcapReader::Status PcapReader::next(Frame& frame)
     switch (pcap_next_ex(handle, &header, &data)) {
     case 1:
         ++frames;
-        // Opened with nanosecond precision: tv_usec holds nanoseconds.
-        frame.timeNs = int64_t(header->ts.tv_sec) * 1000000000 + header->ts.tv_usec;
+        // Opened with nanosecond precision: tv_usec holds nanoseconds. A
+        // pcapng file may state any time at all: seconds are kept within
+        // 1970 .. 2096, so that times and their differences fit 64 bits.
+        frame.timeNs = std::clamp<int64_t>(header->ts.tv_sec, 0, kMaxSeconds) * 1000000000 +
+                       std::clamp<int64_t>(header->ts.tv_usec, 0, 999999999);
         frame.data = data;
         frame.capturedLength = header->caplen;
         frame.originalLength = header->len;
