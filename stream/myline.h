@@ -31,6 +31,7 @@ public:
     std::vector<uint8_t> data;                 // count x bpp pixel bytes
     std::shared_ptr<vx::RawLineParser> parser; // layout current when the line arrived
     int pixel = 0;                             // pixel count announced by the line
+    uint32_t series = 0;                       // the scanner's series number of the line
     std::vector<double> avr;                   // per-column mean
     std::vector<double> sdev;                  // per-column standard deviation
     std::vector<double> min;                   // per-column minimum

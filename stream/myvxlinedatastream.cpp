@@ -100,7 +100,7 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
         queue->postText(streamText(thisFrame, device, serie, modeName));
     }
 
-    LineType line = buildLine(device, data, count);
+    LineType line = buildLine(device, data, count, serie);
     lastTick.store(static_cast<uint32_t>(vxtools::gettickcount()), std::memory_order_relaxed);
 
     // Without a model the line goes straight back to the pool.
@@ -126,7 +126,7 @@ QString MyVxLinedataStream::streamText(uint32_t thisFrame,
 }
 
 LineType MyVxLinedataStream::buildLine(const strmsocket::VxStreamDeviceInfo& device,
-                                       const char* data, int count)
+                                       const char* data, int count, uint32_t serie)
 {
     const int32_t bpp = format.bpp;
     // A negative header size passes the decode limits but cannot be copied.
@@ -144,6 +144,7 @@ LineType MyVxLinedataStream::buildLine(const strmsocket::VxStreamDeviceInfo& dev
     line.header.assign(lineBytes, lineBytes + headerSize);
     line.parser = layout;
     line.pixel = pixel;
+    line.series = serie;
     const std::size_t pixelBytes =
         static_cast<std::size_t>(std::max(count, 0)) * static_cast<std::size_t>(bpp);
     line.data.assign(lineBytes + headerSize, lineBytes + headerSize + pixelBytes);

@@ -70,11 +70,12 @@ private:
     // The nine-line information text of the line just decoded into `format`.
     QString streamText(uint32_t thisFrame, const strmsocket::VxStreamDeviceInfo& device,
                        uint32_t serie, const char* modeName) const;
-    // A line from the pool with the header and pixel bytes, one point per
-    // pixel and the column statistics of the line decoded into `format`,
+    // A line from the pool with the header and pixel bytes, the series
+    // number, one point per pixel and the column statistics of the line decoded into `format`,
     // under the current `layout`. Throws std::length_error for a negative
     // header size.
-    LineType buildLine(const strmsocket::VxStreamDeviceInfo& device, const char* data, int count);
+    LineType buildLine(const strmsocket::VxStreamDeviceInfo& device, const char* data, int count,
+                       uint32_t serie);
 
     std::atomic<uint32_t> frame{0};
     LineFormat format;

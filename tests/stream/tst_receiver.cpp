@@ -183,7 +183,7 @@ private slots:
         QTRY_COMPARE(b.lines.count(), 1);
         const LineType line = b.model->currentLine();
         QCOMPARE(line->header, (std::vector<uint8_t>{0x01, 0xA0, 0, 0, 3, 0, 0, 0}));
-        QVERIFY(line->pixel == 3 && line->data.size() == 15);
+        QVERIFY(line->pixel == 3 && line->data.size() == 15 && line->series == 77);
         QVERIFY(line->avr.at(0) == 200.0 && line->max.at(0) == 300.0);
 
         play(b.receiver, {rawLine(3)});
