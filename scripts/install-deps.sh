@@ -11,6 +11,8 @@ packages=(
     clang libclang-rt-14-dev
     imagemagick xdotool
     libpcap-dev tshark lua5.2
+    # programs of other projects that the tests read the exported clouds with
+    pcl-tools python3-open3d python3-numpy
 )
 
 missing=()
