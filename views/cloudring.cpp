@@ -4,16 +4,23 @@
 
 namespace vxlindral {
 
-std::vector<CloudVertex> CloudRing::toVector() const
+template <typename T>
+std::vector<T> CloudRing::laidOut(const std::vector<T>& from, std::size_t capacity) const
 {
-    std::vector<CloudVertex> out;
-    out.reserve(used);
+    std::vector<T> out;
+    out.reserve(capacity);
     Range runs[2];
     const int n = drawRanges(runs);
     for (int r = 0; r < n; ++r)
-        out.insert(out.end(), store.begin() + static_cast<std::ptrdiff_t>(runs[r].first),
-                   store.begin() + static_cast<std::ptrdiff_t>(runs[r].first + runs[r].count));
+        out.insert(out.end(), from.begin() + static_cast<std::ptrdiff_t>(runs[r].first),
+                   from.begin() + static_cast<std::ptrdiff_t>(runs[r].first + runs[r].count));
+    out.resize(capacity);
     return out;
+}
+
+std::vector<CloudVertex> CloudRing::toVector() const
+{
+    return laidOut(store, used);
 }
 
 void CloudRing::dropFront(std::size_t n)
@@ -30,9 +37,11 @@ void CloudRing::reserveBack(std::size_t n)
     // Doubling keeps the number of reallocations (each a full upload) small
     // while the cloud builds up; afterwards the size stays put.
     const std::size_t grownTo = std::max(used + n, 2 * store.size());
-    std::vector<CloudVertex> laidOut = toVector();
-    laidOut.resize(grownTo);
-    store.swap(laidOut);
+    // Both laid out before either is replaced: the runs depend on the size.
+    std::vector<CloudVertex> grownStore = laidOut(store, grownTo);
+    std::vector<CloudSource> grownSources = laidOut(sources, grownTo);
+    store.swap(grownStore);
+    sources.swap(grownSources);
     head = 0;
     tail = used; // n > 0, so the storage holds more than used
     firstWritten = tail;

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace vxlindral {
@@ -12,6 +13,15 @@ struct CloudVertex
 };
 static_assert(sizeof(CloudVertex) == 24, "vertex layout: 6 floats");
 
+// Where a vertex came from, kept beside it for export (never uploaded).
+struct CloudSource
+{
+    uint32_t intensity; // raw intensity of the point
+    float range;        // metres
+    uint32_t series;    // the line's series number
+    uint32_t pixel;     // index of the point in its line
+};
+
 // The 3D view's vertices as a ring: dropping the oldest vertices advances the
 // start, appending writes in place after the newest one. The logical order
 // (oldest first) is that of one growing array from whose front the dropped
@@ -19,7 +29,8 @@ static_assert(sizeof(CloudVertex) == 24, "vertex layout: 6 floats");
 // only when the vertices no longer fit; it never shrinks.
 // It also remembers what changed since the last upload: the slots written,
 // which always follow one another around the ring, or that the storage was
-// reallocated (then everything is to be uploaded).
+// reallocated (then everything is to be uploaded). Beside each vertex it keeps
+// the vertex's source in a second array of the same slots.
 // A plain value owned by its widget. Threads: GUI thread only.
 class CloudRing
 {
@@ -40,6 +51,8 @@ public:
     const CloudVertex* data() const { return store.data(); }
     // The i-th vertex in logical order (0 = oldest); i < size().
     const CloudVertex& operator[](std::size_t i) const { return store[slot(i)]; }
+    // The source of the i-th vertex in logical order; i < size().
+    const CloudSource& source(std::size_t i) const { return sources[slot(i)]; }
     // The vertices in logical order.
     std::vector<CloudVertex> toVector() const;
 
@@ -47,10 +60,11 @@ public:
     void dropFront(std::size_t n);
     // Makes room for n more vertices; grows the storage if they do not fit.
     void reserveBack(std::size_t n);
-    // Appends one vertex; room for it must have been reserved.
-    void push(const CloudVertex& v)
+    // Appends one vertex and its source; room must have been reserved.
+    void push(const CloudVertex& v, const CloudSource& from)
     {
         store[tail] = v;
+        sources[tail] = from;
         tail = tail + 1 == store.size() ? 0 : tail + 1;
         ++used;
         if (written < store.size())
@@ -77,10 +91,14 @@ private:
     }
     // Up to two runs of count slots from first, wrapping at the end.
     int wrap(std::size_t first, std::size_t count, Range out[2]) const;
+    // The slots of `from` in logical order, in storage of `capacity` slots.
+    template <typename T>
+    std::vector<T> laidOut(const std::vector<T>& from, std::size_t capacity) const;
 
     std::vector<CloudVertex> store;
-    std::size_t head = 0; // oldest vertex
-    std::size_t tail = 0; // next slot to write
+    std::vector<CloudSource> sources; // same slots as store
+    std::size_t head = 0;             // oldest vertex
+    std::size_t tail = 0;             // next slot to write
     std::size_t used = 0;
     std::size_t firstWritten = 0; // first slot written since the last upload
     std::size_t written = 0;      // slots written since then (at most capacity)

@@ -9,6 +9,7 @@
 #include <QMouseEvent>
 #include <QOpenGLShaderProgram>
 #include <algorithm>
+#include <cmath>
 
 namespace vxlindral {
 
@@ -188,12 +189,29 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
         if (c > 255.0)
             c = 255.0;
         const float cf = static_cast<float>(c);
-        vertices.push({xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf});
+        vertices.push(
+            {xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf},
+            {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i)});
     }
     ++lineCount;
     if (follow)
         camera.translate(QVector3D(xl - lineX(lineCount - 2), 0.0f, 0.0f));
     requestFrame();
+}
+
+std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const
+{
+    std::vector<CloudWriter::Point> out(vertices.size());
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const CloudVertex& v = vertices[i];
+        const CloudSource& from = vertices.source(i);
+        // The colour buffer keeps the gray clamped to 0..1 in 8 bits (a NaN
+        // counts as 0).
+        const float c = v.r > 0.0f ? std::min(v.r, 1.0f) : 0.0f;
+        const auto gray = static_cast<uint8_t>(std::lround(c * 255.0f));
+        out[i] = {v.x, v.y, v.z, gray, from.intensity, from.range, from.series, from.pixel};
+    }
+    return out;
 }
 
 void MyOpenGLWidget::update()

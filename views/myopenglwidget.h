@@ -1,4 +1,5 @@
 #pragma once
+#include "export/cloudwriter.h"
 #include "stream/linetype.h"
 #include "views/camera3d.h"
 #include "views/cloudring.h"
@@ -42,6 +43,10 @@ public:
     int getMaxPoints() const { return maxPoints; }
     int getLineCount() const { return lineCount; }
     const CloudRing& getVertices() const { return vertices; }
+    // The cloud as drawn now, oldest vertex first: each vertex's position,
+    // the gray it is drawn with (its colour as the 8-bit colour buffer keeps
+    // it) and its source.
+    std::vector<CloudWriter::Point> cloud() const;
     Camera3D& getCamera() { return camera; }
     void setFollow(bool on) { follow = on; }
     bool isFollowing() const { return follow; }

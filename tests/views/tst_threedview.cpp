@@ -11,7 +11,9 @@
 #include <QOpenGLVertexArrayObject>
 #include <QSettings>
 #include <QSignalSpy>
+#include <cmath>
 #include <functional>
+#include <type_traits>
 
 using namespace vxlindral;
 
@@ -22,16 +24,21 @@ namespace {
 // A line is thinned to every (n / perLine)th point (every point when perLine
 // is 0); one that would pass maxPoints first drops as many of the oldest
 // vertices as it keeps of its count n / step, once. A vertex is (lines / 250
-// + 0.1, -z, y), gray from the line's intensity range.
+// + 0.1, -z, y), gray from the line's intensity range. Beside it, the points
+// an export must write: the vertex, its gray as drawn, and its source.
 struct ContiguousCloud
 {
     std::vector<CloudVertex> v;
+    std::vector<CloudWriter::Point> exported;
     int lines = 0;
     void add(const MyLine& line, int perLine, int maxPoints, BasicView& view)
     {
         const int n = line.pixel, step = perLine > 0 ? std::max(n / perLine, 1) : 1;
-        if (n / step > 0 && n / step + int(v.size()) > maxPoints)
-            v.erase(v.begin(), v.begin() + std::min<std::ptrdiff_t>(n / step, v.size()));
+        if (n / step > 0 && n / step + int(v.size()) > maxPoints) {
+            const std::ptrdiff_t drop = std::min<std::ptrdiff_t>(n / step, v.size());
+            v.erase(v.begin(), v.begin() + drop);
+            exported.erase(exported.begin(), exported.begin() + drop);
+        }
         int minI = 65535, maxI = 0;
         view.calculateRanges(&line, minI, maxI);
         const float x = float(lines++ / 250.0 + 0.1);
@@ -40,13 +47,28 @@ struct ContiguousCloud
             const double gray = (p.intensity - uint32_t(minI)) / ((maxI - minI) / 210.0) + 45.0;
             const auto c = float(std::min(gray / 255.0, 255.0));
             v.push_back({x, -float(p.z), float(p.y), c, c, c});
+            const auto drawn = uint8_t(std::lround(std::min(c, 1.0f) * 255));
+            exported.push_back({x, -float(p.z), float(p.y), drawn, p.intensity, float(p.range),
+                                line.series, uint32_t(i)});
         }
     }
 };
 
-QByteArray bytes(const std::vector<CloudVertex>& v)
+template <typename T> QByteArray bytes(const std::vector<T>& v)
 {
-    return {reinterpret_cast<const char*>(v.data()), int(v.size() * sizeof(CloudVertex))};
+    // Point has padding: compare its fields only.
+    QByteArray out;
+    for (const T& e : v) {
+        if constexpr (std::is_same_v<T, CloudWriter::Point>) {
+            const float f[] = {e.x, e.y, e.z, e.range};
+            const uint32_t u[] = {e.gray, e.intensity, e.series, e.pixel};
+            out.append(reinterpret_cast<const char*>(f), sizeof f);
+            out.append(reinterpret_cast<const char*>(u), sizeof u);
+        } else {
+            out.append(reinterpret_cast<const char*>(&e), sizeof e);
+        }
+    }
+    return out;
 }
 
 // A line whose points crowd into few pixels, with intensities that differ
@@ -54,11 +76,15 @@ QByteArray bytes(const std::vector<CloudVertex>& v)
 LineType crowdedLine(int pixels, int seed)
 {
     std::vector<vxs::VxPt> pts;
-    for (int i = 0; i < pixels; ++i)
+    for (int i = 0; i < pixels; ++i) {
         pts.push_back(viewtest::pt(((i * 7) % 50) / 100.0 - 0.25,
                                    ((i * 3 + seed) % 40) / 100.0 - 0.2,
                                    uint32_t(100 + (i * 37 + seed * 101) % 900)));
-    return viewtest::makeLine(std::move(pts));
+        pts.back().range = 0.5 + i * 1e-4 + seed;
+    }
+    LineType line = viewtest::makeLine(std::move(pts));
+    line->series = 3000000000u + uint32_t(seed);
+    return line;
 }
 
 } // namespace
@@ -163,7 +189,8 @@ private slots:
 
     // Lines taken one at a time with a frame after each, and in one burst
     // before a single frame, give the picture of the contiguous array, and
-    // after every line the ring holds its vertices in its order. The limits
+    // after every line the ring holds its vertices in its order, and the
+    // cloud to export holds them with their gray and sources. The limits
     // may change after some lines.
     void ringKeepsContiguousOrder_data()
     {
@@ -207,6 +234,7 @@ private slots:
             const CloudRing& ring = gl()->getVertices();
             wrapped |= ring.start() + ring.size() > ring.capacity();
             QCOMPARE(bytes(ring.toVector()), bytes(plain.v));
+            QCOMPARE(bytes(gl()->cloud()), bytes(plain.exported));
         }
         QTEST(wrapped, "wraps");
         QTEST(int(plain.v.size()), "vertices");
