@@ -45,6 +45,15 @@ QToolBar* BasicView::toolBar()
     return toolBarWidget;
 }
 
+QImage BasicView::picture()
+{
+    // The contents rectangle leaves out the frame and the title bar.
+    QRect area = contentsRect();
+    if (toolBarWidget && toolBarWidget->isVisible())
+        area.setTop(toolBarWidget->geometry().bottom() + 1);
+    return grab(area).toImage();
+}
+
 void BasicView::setPort(int p)
 {
     port = p;

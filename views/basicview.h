@@ -1,6 +1,7 @@
 #pragma once
 #include "stream/linetype.h"
 
+#include <QImage>
 #include <QMdiSubWindow>
 #include <QMutex>
 #include <QString>
@@ -28,6 +29,10 @@ public:
 
     virtual void createContent();
     virtual QToolBar* toolBar();
+    // What the view shows, for saving or copying as an image. The base grabs
+    // the view's content below its tool bar as rendered; image views return
+    // their own picture at its full resolution.
+    virtual QImage picture();
 
     // Stores the port and appends " : Port <port>" to the current title.
     void setPort(int port);

@@ -131,6 +131,11 @@ void CutView::drawPending()
     showPixmap();
 }
 
+QImage CutView::picture()
+{
+    return image().toImage();
+}
+
 const QPixmap& CutView::image()
 {
     frames->flush();

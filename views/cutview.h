@@ -29,6 +29,8 @@ public:
 
     void createContent() override;
     QToolBar* toolBar() override;
+    // The picture with every line taken in, at its full size.
+    QImage picture() override;
 
     const CutParams& params() const { return cutParams; }
     // The picture, with the newest line drawn.

@@ -186,6 +186,11 @@ void FlatView::showPicture()
         label->setPixmap(pixmaps[shown]);
 }
 
+QImage FlatView::picture()
+{
+    return image().toImage();
+}
+
 const QPixmap& FlatView::image()
 {
     frames->flush();

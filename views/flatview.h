@@ -27,6 +27,8 @@ public:
     ~FlatView() override;
 
     QToolBar* toolBar() override;
+    // The picture with every line taken in, at its full size.
+    QImage picture() override;
 
     int getDisplayMode() const { return displayMode; }
     int getDirection() const { return direction; }
