@@ -6,6 +6,7 @@
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
 #include "dialogs/settingskeys.h"
+#include "export/cloudwriter.h"
 #include "models/streamaveragedatamodel.h"
 #include "models/streamdatamodel.h"
 #include "models/streamdiffaveragedatamodel.h"
@@ -14,17 +15,22 @@
 #include "views/basicview.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
+#include "views/myopenglwidget.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
 
+#include <QClipboard>
 #include <QCloseEvent>
+#include <QDir>
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QGuiApplication>
 #include <QInputDialog>
 #include <QMdiSubWindow>
 #include <QMessageBox>
+#include <QSaveFile>
 #include <QTextStream>
 #include <QTimer>
 #include <stdexcept>
@@ -33,6 +39,7 @@
 using vxlindral::BasicView;
 using vxlindral::StreamDataController;
 using vxlindral::StreamDataModel;
+using vxlindral::ThreeDView;
 
 namespace {
 
@@ -55,6 +62,9 @@ MainWindow::MainWindow(QWidget* parent)
 
     connect(ui->actionExportLine, &QAction::triggered, this, &MainWindow::handleExport);
     connect(ui->actionExportLines, &QAction::triggered, this, &MainWindow::handleExportLines);
+    connect(ui->actionExportCloud, &QAction::triggered, this, &MainWindow::handleExportCloud);
+    connect(ui->actionSaveImage, &QAction::triggered, this, &MainWindow::handleSaveImage);
+    connect(ui->actionCopyImage, &QAction::triggered, this, &MainWindow::handleCopyImage);
     connect(ui->actionFreeze, &QAction::triggered, this, &MainWindow::handlePause);
     connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::handleConnect);
     connect(ui->actionFilterDisplay, &QAction::triggered, this, &MainWindow::handleFilterDisplay);
@@ -433,7 +443,14 @@ void MainWindow::connectView(int kind, BasicView* view, int port)
                     queued);
         }
         break;
-    case ThreeD:
+    case ThreeD: {
+        auto* threeD = static_cast<ThreeDView*>(view);
+        connect(threeD, &ThreeDView::exportCloudRequested, this,
+                [this, threeD] { exportCloud(threeD); });
+        if (model)
+            connect(model, &StreamDataModel::newLine, view, &BasicView::updateNewLine, queued);
+        break;
+    }
     case Gray:
         if (model)
             connect(model, &StreamDataModel::newLine, view, &BasicView::updateNewLine, queued);
@@ -540,17 +557,16 @@ void MainWindow::handleExport()
         QFileDialog::Options());
     if (fileName.isEmpty())
         return;
-    QFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly)) {
-        QMessageBox::warning(this, tr("Export failed"), tr("Could not open file for writing"),
-                             QMessageBox::Ok);
-        return;
-    }
-    SettingsKeys::pathLast.write(settings, QFileInfo(file).absoluteFilePath());
-    QTextStream out(&file);
-    out << text;
-    out.flush();
-    file.close();
+    writeExport(fileName, tr("Could not open file for writing"),
+                [&text](QIODevice& file, QString& reason) {
+                    QTextStream out(&file);
+                    out << text;
+                    out.flush();
+                    if (out.status() == QTextStream::Ok)
+                        return true;
+                    reason = file.errorString();
+                    return false;
+                });
 }
 
 void MainWindow::handleExportLines()
@@ -621,4 +637,161 @@ void MainWindow::stopRecording()
     ui->labelStatus->setText(QString());
     delete recordTimer;
     recordTimer = nullptr;
+}
+
+// ---- clouds and images ------------------------------------------------------
+
+namespace {
+
+// The file types of the cloud export; the extension decides the format, the
+// filter only whether PLY and PCD are written as text.
+const char* const cloudFilters[] = {QT_TRANSLATE_NOOP("MainWindow", "PLY binary (*.ply)"),
+                                    QT_TRANSLATE_NOOP("MainWindow", "PLY text (*.ply)"),
+                                    QT_TRANSLATE_NOOP("MainWindow", "PCD binary (*.pcd)"),
+                                    QT_TRANSLATE_NOOP("MainWindow", "PCD text (*.pcd)"),
+                                    QT_TRANSLATE_NOOP("MainWindow", "CSV (*.csv)")};
+
+// The extension of a filter such as "PLY text (*.ply)": "ply".
+QString filterSuffix(const QString& filter)
+{
+    const int dot = filter.lastIndexOf(QLatin1String("*."));
+    return dot < 0 ? QString() : filter.mid(dot + 2).chopped(1);
+}
+
+} // namespace
+
+BasicView* MainWindow::recentView(const std::function<bool(BasicView*)>& accept, bool visible) const
+{
+    const auto fits = [&](QMdiSubWindow* w) {
+        auto* view = qobject_cast<BasicView*>(w);
+        return view && (!visible || view->isVisible()) && accept(view) ? view : nullptr;
+    };
+    if (BasicView* view = fits(ui->mdiArea->currentSubWindow()))
+        return view;
+    // Most recently active last.
+    const QList<QMdiSubWindow*> windows =
+        ui->mdiArea->subWindowList(QMdiArea::ActivationHistoryOrder);
+    for (auto it = windows.rbegin(); it != windows.rend(); ++it) {
+        if (BasicView* view = fits(*it))
+            return view;
+    }
+    return nullptr;
+}
+
+QString MainWindow::exportStart(const QString& suffix)
+{
+    const QString last = SettingsKeys::pathLast.read(settings);
+    const QFileInfo info(last);
+    if (info.isDir() || info.fileName().isEmpty())
+        return last;
+    return info.dir().filePath(info.completeBaseName() + QLatin1Char('.') + suffix);
+}
+
+void MainWindow::exportFailed(const QString& text, const QString& fileName, const QString& reason)
+{
+    QMessageBox box(QMessageBox::Warning, tr("Export failed"), text, QMessageBox::Ok, this);
+    box.setInformativeText(
+        QStringLiteral("%1\n%2").arg(QDir::toNativeSeparators(fileName), reason));
+    box.exec();
+}
+
+bool MainWindow::writeExport(const QString& fileName, const QString& openFailure,
+                             const std::function<bool(QIODevice&, QString&)>& write)
+{
+    // The temporary file lies beside the target, so that the final rename
+    // stays on one file system; it is removed unless committed.
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly)) {
+        exportFailed(openFailure, fileName, file.errorString());
+        return false;
+    }
+    QString reason;
+    if (!write(file, reason) || !file.commit()) {
+        if (reason.isEmpty())
+            reason = file.errorString();
+        file.cancelWriting();
+        exportFailed(tr("Could not write the file"), fileName, reason);
+        return false;
+    }
+    SettingsKeys::pathLast.write(settings, QFileInfo(fileName).absoluteFilePath());
+    return true;
+}
+
+void MainWindow::handleExportCloud()
+{
+    BasicView* view =
+        recentView([](BasicView* v) { return qobject_cast<ThreeDView*>(v) != nullptr; }, false);
+    if (!view) {
+        QMessageBox::warning(this, tr("Export failed"), tr("No 3D view is open."), QMessageBox::Ok);
+        return;
+    }
+    exportCloud(static_cast<ThreeDView*>(view));
+}
+
+void MainWindow::exportCloud(ThreeDView* view)
+{
+    using vxlindral::CloudWriter;
+    // Taken now: the cloud the view holds when the command was given.
+    const std::vector<CloudWriter::Point> points = view->glWidget()->cloud();
+
+    QStringList filters;
+    for (const char* f : cloudFilters)
+        filters << tr(f);
+    QString filter = filters.first();
+    QString fileName =
+        QFileDialog::getSaveFileName(this, tr("Save cloud to file"), exportStart("ply"),
+                                     filters.join(";;"), &filter, QFileDialog::Options());
+    if (fileName.isEmpty())
+        return;
+    if (QFileInfo(fileName).suffix().isEmpty())
+        fileName += QLatin1Char('.') + filterSuffix(filter);
+    const bool text = filter.contains(QLatin1String(" text ")) &&
+                      QFileInfo(fileName).suffix().toLower() == filterSuffix(filter);
+    CloudWriter::Format format;
+    if (!CloudWriter::formatOf(fileName, text, format)) {
+        exportFailed(tr("Unknown cloud file type"), fileName,
+                     tr("Name the file .ply, .pcd or .csv."));
+        return;
+    }
+    writeExport(fileName, tr("Could not open file for writing"),
+                [&](QIODevice& file, QString& reason) {
+                    CloudWriter writer(file, format, points.size());
+                    if (writer.writeHeader() && writer.writePoints(points.data(), points.size()) &&
+                        writer.finish())
+                        return true;
+                    reason = writer.errorString();
+                    return false;
+                });
+}
+
+void MainWindow::handleSaveImage()
+{
+    BasicView* view = recentView([](BasicView*) { return true; }, true);
+    if (!view) {
+        QMessageBox::warning(this, tr("Export failed"), tr("No view is open."), QMessageBox::Ok);
+        return;
+    }
+    // Taken now, like an exported line.
+    const QImage picture = view->picture();
+    QString fileName =
+        QFileDialog::getSaveFileName(this, tr("Save view image"), exportStart("png"),
+                                     tr("PNG image (*.png)"), nullptr, QFileDialog::Options());
+    if (fileName.isEmpty())
+        return;
+    if (QFileInfo(fileName).suffix().isEmpty())
+        fileName += QLatin1String(".png");
+    writeExport(fileName, tr("Could not open file for writing"),
+                [&picture](QIODevice& file, QString& reason) {
+                    if (picture.save(&file, "PNG"))
+                        return true;
+                    reason = picture.isNull() ? tr("The view shows no picture yet.")
+                                              : file.errorString();
+                    return false;
+                });
+}
+
+void MainWindow::handleCopyImage()
+{
+    if (BasicView* view = recentView([](BasicView*) { return true; }, true))
+        QGuiApplication::clipboard()->setImage(view->picture());
 }

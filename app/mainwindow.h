@@ -3,10 +3,12 @@
 #include <QSettings>
 #include <QString>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 
 class QAction;
+class QIODevice;
 class QMdiSubWindow;
 class QTimer;
 class Ui_MainWindow;
@@ -17,6 +19,7 @@ class NumericView;
 class StreamDataController;
 class StreamDataModel;
 class StreamHealthLabel;
+class ThreeDView;
 } // namespace vxlindral
 
 // The one top-level window: an MDI area with one sub-window per view and port,
@@ -86,6 +89,11 @@ public slots:
     void handleFilterDisplay();
     void handleExport();
     void handleExportLines();
+    // Exports the cloud of the active 3D view (or the 3D view active last).
+    void handleExportCloud();
+    // Save or copy what the active view shows as an image.
+    void handleSaveImage();
+    void handleCopyImage();
     void handleStopStream();
     void handleClose();
     void handleAbout();
@@ -107,6 +115,22 @@ private:
     void connectNumericView(vxlindral::NumericView* view, vxlindral::StreamDataModel* model);
     // The text of the port's current line; empty when the port has no model.
     QString lineText(int port);
+    // Asks for a file and writes the cloud that `view` holds now to it.
+    void exportCloud(vxlindral::ThreeDView* view);
+    // The active view, else the view active last that passes `accept`
+    // (visible ones only when `visible`); null when there is none.
+    vxlindral::BasicView* recentView(const std::function<bool(vxlindral::BasicView*)>& accept,
+                                     bool visible) const;
+    // Writes a file of an export through a temporary file beside it that
+    // replaces it only once `write` succeeded; otherwise no file is left and
+    // the "Export failed" box names the file and the reason. On success the
+    // path is stored under "Path/Last".
+    bool writeExport(const QString& fileName, const QString& openFailure,
+                     const std::function<bool(QIODevice&, QString& reason)>& write);
+    void exportFailed(const QString& text, const QString& fileName, const QString& reason);
+    // Where an export dialog opens: the folder of "Path/Last" with its base
+    // name and `suffix` (the last path as it is for an empty suffix).
+    QString exportStart(const QString& suffix);
     vxlindral::BasicView* currentView() const;
     void tileViews();
     // Puts the health label at the right end of the status line's row.

@@ -50,7 +50,18 @@ QToolBar* ThreeDView::toolBar()
     addAction(followAction);
     // triggered: only the user's toggling is stored, not the settings read.
     connect(followAction, &QAction::triggered, this, &ThreeDView::handleFollow);
+
+    exportAction =
+        new QAction(QIcon(QStringLiteral(":/PixMaps/exportCloud.svg")), tr("Export cloud"), this);
+    exportAction->setToolTip(tr("Save the cloud as PLY, PCD or CSV"));
+    toolBarWidget->addAction(exportAction);
+    connect(exportAction, &QAction::triggered, this, &ThreeDView::exportCloudRequested);
     return toolBarWidget;
+}
+
+QImage ThreeDView::picture()
+{
+    return widget->grabFramebuffer();
 }
 
 void ThreeDView::readSettings()

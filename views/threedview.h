@@ -11,7 +11,8 @@ class MyOpenGLWidget;
 // OpenGL widget; "ThreeD/pointsPerLine", "ThreeD/maxPoints" and "ThreeD/follow"
 // are read when the view is built and on every handleConfigChanged(). The
 // tool bar holds Home and the checkable Follow (shortcut F while the view has
-// the focus); toggling Follow by the user stores "ThreeD/follow".
+// the focus); toggling Follow by the user stores "ThreeD/follow". Its
+// "Export cloud" button asks the window to export this view's cloud.
 // Ownership: the GL widget and the tool bar are children of the view.
 // Threads: GUI thread only.
 class ThreeDView : public BasicView
@@ -22,7 +23,13 @@ public:
     ~ThreeDView() override;
 
     QToolBar* toolBar() override;
+    // The frame buffer as the view last drew it, at its size.
+    QImage picture() override;
     MyOpenGLWidget* glWidget() const { return widget; }
+
+signals:
+    // The user pressed "Export cloud" in the view's tool bar.
+    void exportCloudRequested();
 
 public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
@@ -39,6 +46,7 @@ private:
     MyOpenGLWidget* widget = nullptr;
     QAction* homeAction = nullptr;
     QAction* followAction = nullptr;
+    QAction* exportAction = nullptr;
 };
 
 } // namespace vxlindral

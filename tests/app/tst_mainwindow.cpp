@@ -24,59 +24,10 @@
 #include <tuple>
 
 using namespace vxlindral;
+using windowtest::answer;
+using windowtest::makeLine;
 
 namespace {
-
-// Answers the next dialog of type W as soon as it shows (a modal dialog
-// blocks the caller inside exec()): `f` reads or fills it, then it is
-// accepted or, with `accept` false, rejected.
-template <typename W> void answer(bool accept, std::function<void(W*)> f = {})
-{
-    auto* timer = new QTimer;
-    timer->setInterval(10);
-    QObject::connect(timer, &QTimer::timeout, [timer, accept, f] {
-        for (QWidget* w : QApplication::topLevelWidgets()) {
-            auto* dialog = qobject_cast<W*>(w);
-            if (!dialog || !dialog->isVisible())
-                continue;
-            timer->stop();
-            timer->deleteLater();
-            if (f)
-                f(dialog);
-            // (QFileDialog's own accept() is protected.)
-            accept ? static_cast<QDialog*>(dialog)->accept() : dialog->reject();
-            return;
-        }
-    });
-    timer->start();
-}
-
-// A line of `pixels` records in the (datatyp 2, peak) layout: range 1000 + i,
-// intensity 100 + i.
-LineType makeLine(int pixels)
-{
-    auto line = std::make_shared<MyLine>();
-    line->parser = std::make_shared<vx::RawLineParser>();
-    line->parser->detect(2, vx::RawLineParser::MOD_PEAK, false);
-    const int bpp = line->parser->bytesPerPixel();
-    line->pixel = pixels;
-    line->flags = 8;
-    line->data.resize(std::size_t(pixels) * bpp);
-    line->points.resize(pixels);
-    for (int i = 0; i < pixels; ++i) {
-        const uint32_t range = 1000 + i, intensity = 100 + i;
-        std::memcpy(line->data.data() + std::size_t(i) * bpp, &range, 3);
-        std::memcpy(line->data.data() + std::size_t(i) * bpp + 3, &intensity, 2);
-        vxs::VxPt& p = line->points[i];
-        p.intensity = intensity;
-        p.range = p.z = range / 10000.0;
-        p.y = (i - pixels / 2) * 0.001;
-        p.valid = 1;
-    }
-    auto s = line->parser->calc(reinterpret_cast<const char*>(line->data.data()), pixels);
-    std::tie(line->avr, line->sdev, line->min, line->max) = std::tie(s.avr, s.sdev, s.min, s.max);
-    return line;
-}
 
 QString contents(const QString& path)
 {
@@ -469,15 +420,7 @@ private:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QVERIFY(viewNames().isEmpty());
     }
-    // Hands a line of `pixels` and a text to port 6101's model as the
-    // receiver does, and lets the queued deliveries run.
-    void feed(int pixels)
-    {
-        const std::shared_ptr<StreamDataModel> model = window->dataModel(6101);
-        model->emitStatistic(QStringLiteral("pixel %1\n").arg(pixels));
-        model->setData(QModelIndex(), QVariant::fromValue(makeLine(pixels)));
-        QCoreApplication::processEvents();
-    }
+    void feed(int pixels) { windowtest::feed(*window, pixels); }
 
     std::unique_ptr<MainWindow> window;
     QStringList warnings;

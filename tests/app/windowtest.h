@@ -1,12 +1,22 @@
 #pragma once
 // Runs a QtTest object in a process set up the way the program sets itself
 // up, with private settings under a temporary XDG_CONFIG_HOME (so a first
-// start opens only the 3D view).
+// start opens only the 3D view); and the helpers the window tests share.
 #include "app/applicationsetup.h"
+#include "app/mainwindow.h"
+#include "models/streamdatamodel.h"
+#include "stream/linetype.h"
+#include "stream/myline.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QtTest>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <tuple>
 
 template <typename Test> int runWindowTest(int argc, char* argv[])
 {
@@ -18,3 +28,68 @@ template <typename Test> int runWindowTest(int argc, char* argv[])
     Test test;
     return QTest::qExec(&test, argc, argv);
 }
+
+namespace windowtest {
+
+// Answers the next dialog of type W as soon as it shows (a modal dialog
+// blocks the caller inside exec()): `f` reads or fills it, then it is
+// accepted or, with `accept` false, rejected.
+template <typename W> void answer(bool accept, std::function<void(W*)> f = {})
+{
+    auto* timer = new QTimer;
+    timer->setInterval(10);
+    QObject::connect(timer, &QTimer::timeout, [timer, accept, f] {
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            auto* dialog = qobject_cast<W*>(w);
+            if (!dialog || !dialog->isVisible())
+                continue;
+            timer->stop();
+            timer->deleteLater();
+            if (f)
+                f(dialog);
+            // (QFileDialog's own accept() is protected.)
+            accept ? static_cast<QDialog*>(dialog)->accept() : dialog->reject();
+            return;
+        }
+    });
+    timer->start();
+}
+
+// A line of `pixels` records in the (datatyp 2, peak) layout: range 1000 + i,
+// intensity 100 + i.
+inline vxlindral::LineType makeLine(int pixels)
+{
+    auto line = std::make_shared<vxlindral::MyLine>();
+    line->parser = std::make_shared<vx::RawLineParser>();
+    line->parser->detect(2, vx::RawLineParser::MOD_PEAK, false);
+    const int bpp = line->parser->bytesPerPixel();
+    line->pixel = pixels;
+    line->flags = 8;
+    line->data.resize(std::size_t(pixels) * bpp);
+    line->points.resize(pixels);
+    for (int i = 0; i < pixels; ++i) {
+        const uint32_t range = 1000 + i, intensity = 100 + i;
+        std::memcpy(line->data.data() + std::size_t(i) * bpp, &range, 3);
+        std::memcpy(line->data.data() + std::size_t(i) * bpp + 3, &intensity, 2);
+        vxs::VxPt& p = line->points[i];
+        p.intensity = intensity;
+        p.range = p.z = range / 10000.0;
+        p.y = (i - pixels / 2) * 0.001;
+        p.valid = 1;
+    }
+    auto s = line->parser->calc(reinterpret_cast<const char*>(line->data.data()), pixels);
+    std::tie(line->avr, line->sdev, line->min, line->max) = std::tie(s.avr, s.sdev, s.min, s.max);
+    return line;
+}
+
+// Hands a line of `pixels` and a text to port 6101's model as the receiver
+// does, and lets the queued deliveries run.
+inline void feed(MainWindow& window, int pixels)
+{
+    const std::shared_ptr<vxlindral::StreamDataModel> model = window.dataModel(6101);
+    model->emitStatistic(QStringLiteral("pixel %1\n").arg(pixels));
+    model->setData(QModelIndex(), QVariant::fromValue(makeLine(pixels)));
+    QCoreApplication::processEvents();
+}
+
+} // namespace windowtest
