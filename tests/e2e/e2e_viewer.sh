@@ -3,8 +3,9 @@
 # viewer with a private settings location, then drives the viewer with xdotool
 # through its shortcuts, menus and dialogs: follows the newest line in the 3D
 # view, opens every view, freezes and resumes, exports a line, records for
-# about a second, accepts the settings dialog and closes the window. Checks
-# the files and settings written and that the viewer exits with 0.
+# about a second, exports the 3D cloud and saves a view image, accepts the
+# settings dialog and closes the window. Checks the files and settings
+# written (the cloud as Open3D reads it) and that the viewer exits with 0.
 # Screenshots are kept in the artifacts folder.
 #
 # usage: e2e_viewer.sh <vxlindral> <vxscanner-sim> <artifacts-dir>
@@ -15,7 +16,7 @@ if [ -z "${DISPLAY:-}" ]; then
     exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"
 fi
 unset QT_QPA_PLATFORM
-for tool in xdotool import compare; do
+for tool in xdotool import compare identify; do
     command -v "$tool" >/dev/null || { echo "error: $tool is missing" >&2; exit 1; }
 done
 
@@ -202,6 +203,53 @@ sleep 0.5
 [ "$(ls "$work/out" | grep -c '^rec\.txt-part')" = "$parts" ] || fail "recording went on after stopping"
 [ ! -e "$start" ] || fail "the start file itself was written"
 
+step "export the 3D cloud and save a view image"
+cloud=$work/out/cloud.ply
+focus "$main"
+keys ctrl+shift+e
+dialog=$(window '^Save cloud to file$')
+focus "$dialog"
+keys ctrl+a
+xdotool type --delay 10 "$cloud"
+keys Return
+waitfile "$cloud" 5
+# A binary PLY of the points the view held (every line taken in so far,
+# thinned to at most 1000 points), read by Open3D with as many points as the
+# header announces.
+cp "$cloud" "$art/exported-cloud.ply"
+/usr/bin/python3 - "$cloud" <<'PY' || fail "$cloud is not the view's cloud"
+import re, sys
+import numpy as np
+import open3d as o3d
+path = sys.argv[1]
+head = open(path, "rb").read(2000).split(b"end_header\n")[0].decode()
+assert head.startswith("ply\nformat binary_little_endian 1.0\n"), head
+count = int(re.search(r"element vertex (\d+)", head).group(1))
+cloud = o3d.io.read_point_cloud(path)
+xyz = np.asarray(cloud.points)
+assert count >= 1000 and len(xyz) == count, (count, len(xyz))
+assert np.isfinite(xyz).all() and cloud.has_colors()
+# Several lines, which the view places 1/250 apart along x.
+steps = np.diff(np.unique(xyz[:, 0])) * 250
+assert steps.size >= 1 and np.allclose(steps, np.round(steps), atol=0.01), steps
+print(f"{path}: {count} points")
+PY
+image=$work/out/view.png
+focus "$main"
+keys ctrl+shift+s
+dialog=$(window '^Save view image$')
+focus "$dialog"
+keys ctrl+a
+xdotool type --delay 10 "$image"
+keys Return
+waitfile "$image" 5
+size=$(identify -format '%m %w %h' "$image") || fail "$image is no image"
+read -r kind w h <<<"$size"
+[ "$kind" = PNG ] && [ "$w" -ge 100 ] && [ "$h" -ge 100 ] || fail "$image: $size"
+cp "$image" "$art/exported-view.png"
+[ "$(ls "$work/out" | grep -c -v -e '^rec\.txt-part' -e '^line\.txt$')" = 2 ] ||
+    fail "files besides the exports: $(ls "$work/out")"
+
 step "accept the settings dialog"
 focus "$main"
 keys ctrl+s
@@ -244,7 +292,7 @@ expect View Statistic false
 expect ThreeD pointsPerLine 1000
 expect ThreeD maxPoints 100000
 expect ThreeD follow true
-expect Path Last "$line"
+expect Path Last "$image"
 expect Path Recording "$start"
 kill -0 "$simpid" || fail "the simulator stopped early"
 echo "PASS: e2e viewer ($parts parts recorded, one per $gap ms; screenshots in $art)"
