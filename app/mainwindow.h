@@ -129,7 +129,7 @@ private:
                      const std::function<bool(QIODevice&, QString& reason)>& write);
     void exportFailed(const QString& text, const QString& fileName, const QString& reason);
     // Where an export dialog opens: the folder of "Path/Last" with its base
-    // name and `suffix` (the last path as it is for an empty suffix).
+    // name and `suffix`, or "Path/Last" itself when it names a folder.
     QString exportStart(const QString& suffix);
     vxlindral::BasicView* currentView() const;
     void tileViews();
