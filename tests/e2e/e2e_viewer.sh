@@ -71,6 +71,19 @@ waitfile() {
     done
     fail "file $1 was not written"
 }
+# Saves through a file dialog: presses the keys $1 in the main window, gives
+# the dialog titled $2 the path $3 and waits for the file.
+savefile() {
+    local dialog
+    focus "$main"
+    keys "$1"
+    dialog=$(window "$2")
+    focus "$dialog"
+    keys ctrl+a
+    xdotool type --delay 10 "$3"
+    keys Return
+    waitfile "$3" 5
+}
 # A line file: "# " header naming range and intensity first, then one row
 # of four decimal values per pixel (range in 1/10 mm, intensity 16 bits).
 checkline() {
@@ -164,12 +177,7 @@ import -window "$main" "$art/main-window.png" # the window alone, for the README
 step "export the current line"
 line=$work/out/line.txt
 mkdir -p "$work/out"
-keys ctrl+e
-dialog=$(window '^Save line to file$')
-focus "$dialog"
-xdotool type --delay 10 "$line"
-keys Return
-waitfile "$line" 5
+savefile ctrl+e '^Save line to file$' "$line"
 checkline "$line"
 cp "$line" "$art/exported-line.txt"
 
@@ -205,14 +213,7 @@ sleep 0.5
 
 step "export the 3D cloud and save a view image"
 cloud=$work/out/cloud.ply
-focus "$main"
-keys ctrl+shift+e
-dialog=$(window '^Save cloud to file$')
-focus "$dialog"
-keys ctrl+a
-xdotool type --delay 10 "$cloud"
-keys Return
-waitfile "$cloud" 5
+savefile ctrl+shift+e '^Save cloud to file$' "$cloud"
 # A binary PLY of the points the view held (every line taken in so far,
 # thinned to at most 1000 points), read by Open3D with as many points as the
 # header announces.
@@ -235,14 +236,7 @@ assert steps.size >= 1 and np.allclose(steps, np.round(steps), atol=0.01), steps
 print(f"{path}: {count} points")
 PY
 image=$work/out/view.png
-focus "$main"
-keys ctrl+shift+s
-dialog=$(window '^Save view image$')
-focus "$dialog"
-keys ctrl+a
-xdotool type --delay 10 "$image"
-keys Return
-waitfile "$image" 5
+savefile ctrl+shift+s '^Save view image$' "$image"
 size=$(identify -format '%m %w %h' "$image") || fail "$image is no image"
 read -r kind w h <<<"$size"
 [ "$kind" = PNG ] && [ "$w" -ge 100 ] && [ "$h" -ge 100 ] || fail "$image: $size"
