@@ -44,6 +44,8 @@ public slots:
     void handleZoomIn();
     void handleZoomOut();
     void handleZoomHome();
+    // Zoom and pan so that the newest line's points fill the view.
+    void handleFit();
     void handlePointSize();
     void handleGrid();
     void handleDrawMode();
@@ -85,6 +87,7 @@ private:
     QAction* pointSizeAction = nullptr;
     QAction* drawLinesAction = nullptr;
     QAction* gridAction = nullptr;
+    QAction* fitAction = nullptr;
 };
 
 } // namespace vxlindral
