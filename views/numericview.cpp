@@ -12,7 +12,6 @@
 #include <QScrollBar>
 #include <QTableView>
 #include <QToolBar>
-#include <utility>
 
 namespace vxlindral {
 
@@ -191,7 +190,12 @@ void NumericView::syncTables()
 {
     for (TableFrameProxy* p : {headerProxy, averageProxy, bigAverageProxy, dataProxy})
         p->sync();
-    if (std::exchange(headerRefit, false)) {
+    // A layout announced before the first line has nothing to fit to yet;
+    // the fit waits for the first cell.
+    const QAbstractItemModel* header = headerProxy->sourceModel();
+    if (headerRefit && header && header->rowCount() > 0 &&
+        header->data(header->index(0, 0)).isValid()) {
+        headerRefit = false;
         headerTable->resizeColumnsToContents();
         fixHeights();
     }

@@ -83,7 +83,7 @@ private:
     TableFrameProxy* dataProxy = nullptr;
     FrameSync* frames = nullptr;
     // The header model announced a new layout: the header table fits its
-    // columns once the frame has brought it up to date.
+    // columns once the frame has brought it up to date and it has a line.
     bool headerRefit = false;
     QMetaObject::Connection headerLayout;
 };

@@ -205,25 +205,32 @@ private slots:
     }
 
     // The header table fits its columns when its model announces a new
-    // layout (the first line, expanding), not on every line.
+    // layout (expanding, collapsing), not on every line. The main window
+    // collapses the header before the first line: that fit waits for the
+    // first line's text.
     void headerColumnsFitOnLayoutOnly()
     {
         NumericView view;
         Models models(view);
         view.show();
+        models.header.setExpandHeader(false);
+        FrameSync::flushAll();
         models.play("a", true);
         QTableView* table = view.findChildren<QTableView*>().at(0);
-        const int fitted = table->columnWidth(0);
-        QVERIFY(fitted > 20);
+        const auto fitted = [table] {
+            const int width = table->columnWidth(0);
+            table->resizeColumnToContents(0);
+            return table->columnWidth(0) == width;
+        };
+        QVERIFY(table->columnWidth(0) > 100); // two words of hexadecimal digits
+        QVERIFY(fitted());
         table->setColumnWidth(0, 30);
         models.play("aba", true);
         view.grab();
         QCOMPARE(table->columnWidth(0), 30);
         models.play("x", true);
-        const int refitted = table->columnWidth(0);
-        QVERIFY(refitted > 30);
-        table->resizeColumnToContents(0);
-        QCOMPARE(table->columnWidth(0), refitted);
+        QVERIFY(table->columnWidth(0) > 30);
+        QVERIFY(fitted());
     }
 
     // Wheel notches change the bold font by delta / 15 points within
