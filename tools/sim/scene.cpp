@@ -133,12 +133,12 @@ Scene::Scene(int pixels, Kind kind) : sceneKind(kind)
     }
     sines.resize(static_cast<std::size_t>(n));
     cosines.resize(static_cast<std::size_t>(n));
-    beltRanges.resize(static_cast<std::size_t>(n));
+    floorRanges.resize(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) {
         const double t = (angle0 + i * step) * kPi / 180.0;
         sines[static_cast<std::size_t>(i)] = std::sin(t);
         cosines[static_cast<std::size_t>(i)] = std::cos(t);
-        beltRanges[static_cast<std::size_t>(i)] = kScannerHeight / std::cos(t);
+        floorRanges[static_cast<std::size_t>(i)] = scannerHeight() / std::cos(t);
     }
     gaussTable();
 }
@@ -310,42 +310,58 @@ bool enter(const Shape& sh, double H, double s, double c, double& t, double& cos
 
 } // namespace
 
-void Scene::pixelSpan(double yLow, double yHigh, double top, int& first, int& last) const
+void Scene::pixelSpan(const Shape& sh, int& first, int& last) const
 {
-    // Beams whose tangent lies between these bounds can meet the box
-    // [yLow, yHigh] x [0, top]; one pixel of margin on either side.
-    const double H = kScannerHeight;
-    const double lo = std::min(yLow / H, yLow / (H - top));
-    const double hi = std::max(yHigh / H, yHigh / (H - top));
     const int n = pixels();
-    if (step <= 0.0) {
-        first = 0, last = n - 1;
+    first = 0, last = n - 1;
+    if (step <= 0.0)
         return;
+    // The direction of a point (y, h) seen from the scanner, in degrees from
+    // straight down towards +y.
+    const double H = scannerHeight();
+    const auto angle = [H](double y, double h) { return std::atan2(y, H - h) * 180.0 / kPi; };
+    double lo = 0.0, hi = 0.0;
+    if (sh.circle) {
+        const double d = std::hypot(sh.yc, H - sh.hc);
+        if (d <= sh.r)
+            return;
+        const double centre = angle(sh.yc, sh.hc);
+        const double half = std::asin(sh.r / d) * 180.0 / kPi;
+        lo = centre - half, hi = centre + half;
+        if (lo < -180.0 || hi > 180.0)
+            return; // round straight up: the angles wrap
+    } else {
+        if (sh.y0 <= 0.0 && sh.y1 >= 0.0 && sh.top >= H)
+            return; // above (or around) the scanner: the angles wrap
+        const double a[4] = {angle(sh.y0, sh.bottom), angle(sh.y0, sh.top), angle(sh.y1, sh.bottom),
+                             angle(sh.y1, sh.top)};
+        lo = *std::min_element(a, a + 4), hi = *std::max_element(a, a + 4);
     }
-    const double a = (std::atan(lo) * 180.0 / kPi - angle0) / step;
-    const double b = (std::atan(hi) * 180.0 / kPi - angle0) / step;
-    first = static_cast<int>(std::max(0.0, std::floor(a) - 1));
-    last = static_cast<int>(std::min(static_cast<double>(n - 1), std::ceil(b) + 1));
+    // A box or circle lies within the angles of its corners or tangents; one
+    // pixel of margin on either side.
+    first = static_cast<int>(std::max(0.0, std::floor((lo - angle0) / step) - 1));
+    last =
+        static_cast<int>(std::min(static_cast<double>(n - 1), std::ceil((hi - angle0) / step) + 1));
 }
 
-void Scene::traceConveyor(uint64_t line, std::vector<Sample>& out) const
+void Scene::trace(uint64_t line, std::vector<Sample>& out) const
 {
     const std::size_t n = sines.size();
-    const double H = kScannerHeight;
-    // Every beam ends on the belt unless an object is in its way.
+    const double H = scannerHeight();
+    const Material floor = sceneKind == Street ? Asphalt : Belt;
+    // Beams pointing down end on the floor unless an object is in their way;
+    // the others meet nothing (the sky) unless an object is there.
     for (std::size_t i = 0; i < n; ++i) {
-        out[i].range = beltRanges[i];
-        out[i].material = Belt;
+        const bool down = cosines[i] > 1e-9;
+        out[i].range = down ? floorRanges[i] : HUGE_VAL;
+        out[i].material = down ? floor : None;
         out[i].incidence = static_cast<float>(cosines[i]);
     }
     std::vector<Shape> shapes;
-    crossSection(beltPosition(line), shapes);
+    crossSection(sceneKind == Street ? streetPosition(line) : beltPosition(line), shapes);
     for (const Shape& sh : shapes) {
         int first = 0, last = -1;
-        if (sh.circle)
-            pixelSpan(sh.yc - sh.r, sh.yc + sh.r, sh.hc + sh.r, first, last);
-        else
-            pixelSpan(sh.y0, sh.y1, sh.top, first, last);
+        pixelSpan(sh, first, last);
         for (int i = first; i <= last; ++i) {
             Sample& o = out[static_cast<std::size_t>(i)];
             double t = 0, cosInc = 0;
@@ -360,43 +376,12 @@ void Scene::traceConveyor(uint64_t line, std::vector<Sample>& out) const
     }
 }
 
-void Scene::traceStreet(uint64_t line, std::vector<Sample>& out) const
-{
-    const std::size_t n = sines.size();
-    const double H = kStreetScannerHeight;
-    std::vector<Shape> shapes;
-    crossSection(streetPosition(line), shapes);
-    for (std::size_t i = 0; i < n; ++i) {
-        const double s = sines[i], c = cosines[i];
-        Sample& o = out[i];
-        // Beams pointing down end on the road unless something is in their
-        // way; those that meet nothing (the sky) give no echo.
-        o = Sample();
-        o.range = c > 1e-9 ? H / c : 1e300;
-        o.material = c > 1e-9 ? Asphalt : None;
-        o.incidence = static_cast<float>(c);
-        for (const Shape& sh : shapes) {
-            double t = 0, cosInc = 0;
-            if (enter(sh, H, s, c, t, cosInc) && t < o.range) {
-                o.range = t;
-                o.material = sh.material;
-                o.incidence = static_cast<float>(cosInc);
-            }
-        }
-        if (o.material == None)
-            o = Sample();
-    }
-}
-
 void Scene::scan(uint64_t line, std::vector<Sample>& out) const
 {
     const std::size_t n = sines.size();
     out.resize(n);
     const bool street = sceneKind == Street;
-    if (street)
-        traceStreet(line, out);
-    else
-        traceConveyor(line, out);
+    trace(line, out);
 
     // Echoes weaken with the square of the distance, relative to this one.
     const double reference = street ? 3.0 : kScannerHeight;

@@ -108,18 +108,17 @@ private:
     // The objects' cross-sections at position u along the belt or street.
     void crossSection(double u, std::vector<Shape>& out) const;
     // Where each beam first meets the scene's surfaces (range, material,
-    // incidence), before noise.
-    void traceConveyor(uint64_t line, std::vector<Sample>& out) const;
-    void traceStreet(uint64_t line, std::vector<Sample>& out) const;
-    // Pixels whose beams may meet the box [yLow, yHigh] x [0, top].
-    void pixelSpan(double yLow, double yHigh, double top, int& first, int& last) const;
+    // incidence), before noise; beams that meet nothing have material None.
+    void trace(uint64_t line, std::vector<Sample>& out) const;
+    // Pixels whose beams may meet `sh` (first > last: none).
+    void pixelSpan(const Shape& sh, int& first, int& last) const;
 
     Kind sceneKind = Street;
     double angle0 = 0.0;
     double step = 0.0;
     std::vector<double> sines;
     std::vector<double> cosines;
-    std::vector<double> beltRanges; // where each beam meets the empty belt
+    std::vector<double> floorRanges; // where each beam meets the empty belt or road
 };
 
 } // namespace vxsim
