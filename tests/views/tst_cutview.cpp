@@ -3,7 +3,6 @@
 #include "views/framesync.h"
 #include "viewtestsupport.h"
 
-#include <QAction>
 #include <QHash>
 #include <QLabel>
 #include <QMouseEvent>
@@ -199,7 +198,7 @@ private slots:
     // Fit zooms and pans so that the drawn points fill up to 90 % of the
     // width or height, centred, at one scale; rejected points count only
     // when shown. The scale stays within the limits; points on one spot are
-    // only centred. Home goes back to 35 m.
+    // only centred. Home goes back to 35 m. Ctrl+0 in the view is Fit.
     void fit_data()
     {
         QTest::addColumn<QVector<QPointF>>("points"); // y, z in metres
@@ -231,7 +230,11 @@ private slots:
         view.show();
         view.setDisplayFiltered(filtered);
         view.updateNewLine(makeLine(pts));
-        view.findChild<QAction*>("actionFit")->trigger();
+        // Ctrl+0 while the focus is inside the view.
+        view.activateWindow();
+        view.setFocus();
+        QTRY_VERIFY(view.hasFocus());
+        QTest::keyClick(&view, Qt::Key_0, Qt::ControlModifier);
         const QImage img = viewtest::rgb(view.image());
         QRect drawn;
         for (int y = 0; y < img.height(); ++y)

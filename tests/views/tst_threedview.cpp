@@ -390,7 +390,7 @@ private slots:
     // Fit keeps the camera's rotation and frames the whole cloud: every
     // vertex lands inside the picture, and the cloud spans a good part of
     // its width or height. Following keeps the framing; an empty cloud
-    // leaves the camera where it is.
+    // leaves the camera where it is. Ctrl+0 in the view is Fit.
     void fit_data()
     {
         QTest::addColumn<int>("lines");
@@ -417,7 +417,10 @@ private slots:
         const QQuaternion turn = QQuaternion::fromEulerAngles(pitch, yaw, 0.0f); // about x, then y
         camera.setRotation(turn);
         camera.setTranslation(start);
-        view->findChild<QAction*>("actionFit")->trigger();
+        view->activateWindow();
+        gl()->setFocus();
+        QTRY_VERIFY(gl()->hasFocus());
+        QTest::keyClick(gl(), Qt::Key_0, Qt::ControlModifier);
         QCOMPARE(camera.rotation(), turn);
         if (lines == 0) {
             QCOMPARE(camera.translation(), start);
