@@ -70,17 +70,17 @@ const Object kObjects[] = {
 // The street, seen from the scanner (y = 0, 1.5 m above the road): the near
 // houses on the -y side, the road, the far side from y = 13.
 const Object kStreet[] = {
-    // Near side: the houses' walls 1 m away, with doorways 0.4 m deep, and
+    // Near side: the houses' walls 0.8 m away, with doorways 0.4 m deep, and
     // downpipes.
-    {Kind::Box, Scene::Masonry, 0.0, 60.0, -4.0, -1.4, 9.0, 0.0},
-    {Kind::Box, Scene::Masonry, 0.0, 4.0, -1.4, -1.0, 9.0, 0.0},
-    {Kind::Box, Scene::Masonry, 5.2, 16.0, -1.4, -1.0, 9.0, 0.0},
-    {Kind::Box, Scene::Masonry, 17.2, 28.5, -1.4, -1.0, 9.0, 0.0},
-    {Kind::Box, Scene::Masonry, 29.7, 41.0, -1.4, -1.0, 9.0, 0.0},
-    {Kind::Box, Scene::Masonry, 42.2, 52.5, -1.4, -1.0, 9.0, 0.0},
-    {Kind::Box, Scene::Masonry, 53.7, 60.0, -1.4, -1.0, 9.0, 0.0},
-    {Kind::StandingCylinder, Scene::Metal, 9.94, 10.06, -1.0, -0.88, 9.0, 0.0},
-    {Kind::StandingCylinder, Scene::Metal, 34.94, 35.06, -1.0, -0.88, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 0.0, 60.0, -4.0, -1.2, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 0.0, 4.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 5.2, 16.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 17.2, 28.5, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 29.7, 41.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 42.2, 52.5, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 53.7, 60.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 9.94, 10.06, -0.8, -0.68, 9.0, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 34.94, 35.06, -0.8, -0.68, 9.0, 0.0},
     // Far side: pavement, parked cars (body and cabin), lamp posts, trees
     // (trunk and crown), the houses 20.5 m away with a side street between
     // them, and a footbridge across the street.
@@ -161,11 +161,12 @@ const double* Scene::transform() const
         0, 0, 0, 1,
     };
     // The street is placed for the 3D view, whose starting camera stands at
-    // y = 2, z = 0 and looks towards -y: 0.5 m above the road and 2.5 m from
-    // the near houses, which fill most of its picture.
+    // y = 2, z = 0 and looks towards -y: 0.5 m above the road and 3 m from
+    // the near houses, which with the road in front of them make up most of
+    // what it shows.
     static const double street[16] = {
         1, 0, 0, 0,                          // x' = x
-        0, 1, 0, 0.5,                        // y' = y + 0.5: near houses at -0.5
+        0, 1, 0, -0.2,                       // y' = y - 0.2: near houses at -1
         0, 0, 1, 0.5 - kStreetScannerHeight, // z' = z - 1: road at 0.5
         0, 0, 0, 1,
     };

@@ -9,7 +9,7 @@ namespace vxsim {
 //
 // Street (the default): a scanner on the back of a vehicle, 1.5 m above the
 // road, drives along a street; its beam fan spans -100..+120 degrees from
-// straight down. A row of houses runs 1 m beside it on the near side (-y);
+// straight down. A row of houses runs 0.8 m beside it on the near side (-y);
 // across the road stand parked cars, lamp posts and trees, and the houses of
 // the far side about 20 m away; a footbridge spans the street. The vehicle
 // advances kStreetStep per line; the street repeats every kStreetLength.
@@ -86,10 +86,10 @@ public:
     // (keys 320..335), a shift that keeps z pointing down (a smaller z is
     // higher up) and y across. Conveyor: by kScannerHeight along z, so that
     // the belt lies at z = 0 and an object of height h has z = -h. Street:
-    // by 0.5 m along y and -1 m along z, so that the road lies at z = 0.5
-    // and the near houses at y = -0.5; that puts the 3D view's starting
+    // by -0.2 m along y and -1 m along z, so that the road lies at z = 0.5
+    // and the near houses at y = -1; that puts the 3D view's starting
     // camera (y = 2, z = 0) 0.5 m above the road, looking at the near
-    // houses 2.5 m away.
+    // houses 3 m away.
     const double* transform() const;
     // Scanner height above the floor (belt or road), metres.
     double scannerHeight() const;

@@ -224,14 +224,14 @@ void TstSim::street_data()
     QTest::addColumn<double>("range"); // metres; 0: no echo
     const std::tuple<const char*, qulonglong, int, int, double> rows[] = {
         {"road below", 0, 0, Scene::Asphalt, 1.5},
-        {"near houses", 0, -90, Scene::Masonry, 1.0},
-        {"doorway", 450, -90, Scene::Masonry, 1.4},
-        {"downpipe", 1000, -90, Scene::Metal, 0.88},
+        {"near houses", 0, -90, Scene::Masonry, 0.8},
+        {"doorway", 450, -90, Scene::Masonry, 1.2},
+        {"downpipe", 1000, -90, Scene::Metal, 0.68},
         {"far houses", 0, 90, Scene::Masonry, 20.5},
         {"over the far houses", 0, 120, Scene::None, 0.0},
         {"side street", 4000, 90, Scene::Masonry, 34.0},
         {"footbridge", 1500, 110, Scene::Masonry, 4.0 / std::sin(20 * M_PI / 180)},
-        {"street repeats", 6450, -90, Scene::Masonry, 1.4},
+        {"street repeats", 6450, -90, Scene::Masonry, 1.2},
     };
     for (const auto& [name, line, angle, material, range] : rows)
         QTest::newRow(name) << line << angle << material << range;
