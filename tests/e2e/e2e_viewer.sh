@@ -44,13 +44,17 @@ fail() {
     import -window root "$art/failure.png" 2>/dev/null || true
     exit 1
 }
-# Waits for a window whose title matches the regular expression; prints its id.
+# Waits up to 20 s for a window whose title matches the regular expression;
+# prints its id. Polled: a search can fail at once when windows come and go
+# while it runs.
 window() {
-    local id
-    id=$(timeout 20 xdotool search --sync --onlyvisible --name "$1" 2>/dev/null | head -1) ||
-        true
-    [ -n "$id" ] || fail "no window '$1' appeared"
-    echo "$id"
+    local id i
+    for ((i = 0; i < 200; i++)); do
+        id=$(timeout 5 xdotool search --onlyvisible --name "$1" 2>/dev/null | head -1) || true
+        [ -n "$id" ] && { echo "$id"; return 0; }
+        sleep 0.1
+    done
+    fail "no window '$1' appeared"
 }
 # Gives the keyboard to a window (there is no window manager to do it).
 focus() {
@@ -64,14 +68,21 @@ keys() {
 shot() { import -window root "$art/$1.png"; }
 # Number of pixels in which two screenshots differ.
 diffpixels() { compare -metric AE "$art/$1.png" "$art/$2.png" null: 2>&1 | cut -d' ' -f1 || true; }
-# Waits up to $2 seconds for a file to exist.
-waitfile() {
-    local i
-    for ((i = 0; i < $2 * 10; i++)); do
-        [ -s "$1" ] && return 0
-        sleep 0.1
+# Types a file name into the file dialog $1 and presses Return until the
+# command $2 succeeds (polled for 3 s after each press, at most 3 presses):
+# the dialog's completer may open its list late and take a press.
+savefile() {
+    local i j
+    focus "$1"
+    xdotool type --delay 10 "$3"
+    for ((i = 0; i < 3; i++)); do
+        keys Return
+        for ((j = 0; j < 30; j++)); do
+            eval "$2" && return 0
+            sleep 0.1
+        done
     done
-    fail "file $1 was not written"
+    fail "the file dialog did not take $3"
 }
 # The rectangle (x0 y0 x1 y1, inclusive) spanned by the large areas (1000
 # pixels or more) of exactly one colour in a screenshot.
@@ -202,10 +213,7 @@ line=$work/out/line.txt
 mkdir -p "$work/out"
 keys ctrl+e
 dialog=$(window '^Save line to file$')
-focus "$dialog"
-xdotool type --delay 10 "$line"
-keys Return
-waitfile "$line" 5
+savefile "$dialog" '[ -s "$line" ]' "$line"
 checkline "$line"
 cp "$line" "$art/exported-line.txt"
 
@@ -213,9 +221,7 @@ step "record for about a second at 100 ms"
 start=$work/out/rec.txt
 exportlines
 dialog=$(window '^Save lines to file')
-focus "$dialog"
-xdotool type --delay 10 "$start"
-keys Return
+savefile "$dialog" "xdotool search --onlyvisible --name '^Recording\$' >/dev/null" "$start"
 interval=$(window '^Recording$')
 focus "$interval"
 keys ctrl+a
