@@ -54,5 +54,5 @@ public:
     // The 3D view: points drawn per line, points kept, following the newest line.
     static inline const Key<int> pointsPerLine{"ThreeD/pointsPerLine", 1000};
     static inline const Key<int> maxPoints{"ThreeD/maxPoints", 100000};
-    static inline const Key<bool> follow{"ThreeD/follow", false};
+    static inline const Key<bool> follow{"ThreeD/follow", true};
 };

@@ -81,6 +81,12 @@ QToolBar* CutView::toolBar()
     gridAction = make(tr("Show grid"), ":/PixMaps/grid.svg", QKeySequence(Qt::CTRL | Qt::Key_G));
     gridAction->setCheckable(true);
     gridAction->setChecked(cutParams.grid);
+    fitAction = make(tr("Fit"), ":/PixMaps/zoom_fit.svg", QKeySequence(Qt::CTRL | Qt::Key_0));
+    fitAction->setObjectName(QStringLiteral("actionFit"));
+    fitAction->setToolTip(tr("Fit the newest line into the view (Ctrl+0)"));
+    // Only while the focus is inside this view: other views have their own Fit.
+    fitAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    addAction(fitAction);
 
     connect(zoomInAction, &QAction::triggered, this, &CutView::handleZoomIn);
     connect(zoomOutAction, &QAction::triggered, this, &CutView::handleZoomOut);
@@ -88,6 +94,7 @@ QToolBar* CutView::toolBar()
     connect(pointSizeAction, &QAction::triggered, this, &CutView::handlePointSize);
     connect(drawLinesAction, &QAction::triggered, this, &CutView::handleDrawMode);
     connect(gridAction, &QAction::triggered, this, &CutView::handleGrid);
+    connect(fitAction, &QAction::triggered, this, &CutView::handleFit);
     return toolBarWidget;
 }
 
@@ -187,6 +194,20 @@ void CutView::handleZoomHome()
 {
     cutParams.scale = kHomeScale;
     pan = QPoint(0, 0);
+    updateImage();
+}
+
+void CutView::handleFit()
+{
+    if (!currentLine || pixmap.isNull())
+        return;
+    CutParams drawn = cutParams;
+    drawn.displayFiltered = isFilteredDisplayed();
+    int x = pan.x(), y = pan.y();
+    if (!cutFit(*currentLine, drawn, pixmap.width(), pixmap.height(), minScale, maxScale,
+                cutParams.scale, x, y))
+        return;
+    pan = QPoint(x, y);
     updateImage();
 }
 

@@ -46,6 +46,8 @@ public slots:
     void handleZoomIn();
     void handleZoomOut();
     void handleZoomHome();
+    // Zoom and pan so that the newest line's points fill the view.
+    void handleFit();
     void handlePointSize();
     void handleGrid();
     void handleDrawMode();
@@ -87,6 +89,7 @@ private:
     QAction* pointSizeAction = nullptr;
     QAction* drawLinesAction = nullptr;
     QAction* gridAction = nullptr;
+    QAction* fitAction = nullptr;
 };
 
 } // namespace vxlindral

@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QPoint>
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -152,6 +153,36 @@ void cutGridStep(float scale, double& stepMetres, int& unit)
     }
     stepMetres = 100.0;
     unit = 100000;
+}
+
+bool cutFit(const MyLine& line, const CutParams& params, int w, int h, float minScale,
+            float maxScale, float& scale, int& panX, int& panY)
+{
+    double yMin = HUGE_VAL, yMax = -HUGE_VAL, zMin = HUGE_VAL, zMax = -HUGE_VAL;
+    for (const vxs::VxPt& pt : line.points) {
+        if (!params.displayFiltered && !(pt.valid != 0 && pt.reject == 0))
+            continue;
+        yMin = std::min(yMin, pt.y);
+        yMax = std::max(yMax, pt.y);
+        zMin = std::min(zMin, pt.z);
+        zMax = std::max(zMax, pt.z);
+    }
+    if (yMin > yMax || w < 1 || h < 1)
+        return false;
+    // The points take up to 90 % of the width and of the height.
+    constexpr double kFill = 0.9;
+    const int cx = w / 2;
+    const double k = std::min(yMax > yMin ? kFill * w / (yMax - yMin) : HUGE_VAL,
+                              zMax > zMin ? kFill * h / (zMax - zMin) : HUGE_VAL);
+    if (k < HUGE_VAL && cx > 0)
+        scale = std::clamp(static_cast<float>(cx / k), minScale, maxScale);
+    // The drawing's own factors, from the scale as it will be used.
+    const double used = static_cast<float>(cx) / scale;
+    const double fx = params.orientX ? used : -used;
+    const double fy = params.orientY ? used : -used;
+    panX = static_cast<int>(std::lround(-fx * (yMin + yMax) / 2));
+    panY = static_cast<int>(std::lround(fy * (zMin + zMax) / 2));
+    return true;
 }
 
 void drawCut(const MyLine& line, const CutParams& params, QPixmap& pixmap)

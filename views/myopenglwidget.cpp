@@ -8,7 +8,9 @@
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QOpenGLShaderProgram>
+#include <QtMath>
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 
 namespace vxlindral {
@@ -111,8 +113,8 @@ void MyOpenGLWidget::initializeGL()
 void MyOpenGLWidget::resizeGL(int w, int h)
 {
     projection.setToIdentity();
-    projection.perspective(45.0f, w / float(h), 0.01f, 100.0f);
-    projection.translate(0.0f, 0.0f, -2.0f);
+    projection.perspective(kFieldOfView, w / float(h), 0.01f, 100.0f);
+    projection.translate(0.0f, 0.0f, -kEyeBehind);
 }
 
 void MyOpenGLWidget::paintGL()
@@ -212,6 +214,41 @@ std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const
         out[i] = {v.x, v.y, v.z, gray, from.intensity, from.range, from.series, from.pixel};
     }
     return out;
+}
+
+QVector3D MyOpenGLWidget::fitTranslation() const
+{
+    const std::size_t n = vertices.size();
+    if (n == 0)
+        return camera.translation();
+    // The cloud's extent along the camera's right, up and backward axes.
+    const QQuaternion r = camera.rotation();
+    const QVector3D axes[3] = {r.rotatedVector(QVector3D(1.0f, 0.0f, 0.0f)),
+                               r.rotatedVector(QVector3D(0.0f, 1.0f, 0.0f)),
+                               r.rotatedVector(QVector3D(0.0f, 0.0f, 1.0f))};
+    float lo[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
+    float hi[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
+    for (std::size_t i = 0; i < n; ++i) {
+        const CloudVertex& v = vertices[i];
+        const QVector3D p(v.x, v.y, v.z);
+        for (int a = 0; a < 3; ++a) {
+            const float d = QVector3D::dotProduct(p, axes[a]);
+            lo[a] = std::min(lo[a], d);
+            hi[a] = std::max(hi[a], d);
+        }
+    }
+    // The eye looks along -backward; the near side of the extent must fit
+    // the picture, the rest of the cloud lies behind it and appears smaller.
+    constexpr float kMargin = 1.1f;
+    const float tanHalf = std::tan(qDegreesToRadians(kFieldOfView / 2.0f));
+    const float aspect = height() > 0 ? float(width()) / float(height()) : 1.0f;
+    const float halfWidth = (hi[0] - lo[0]) / 2.0f;
+    const float halfHeight = (hi[1] - lo[1]) / 2.0f;
+    const float distance =
+        std::max(kMargin * std::max(halfHeight / tanHalf, halfWidth / (tanHalf * aspect)), 0.1f);
+    const QVector3D eye = axes[0] * ((lo[0] + hi[0]) / 2.0f) + axes[1] * ((lo[1] + hi[1]) / 2.0f) +
+                          axes[2] * (hi[2] + distance);
+    return eye - axes[2] * kEyeBehind;
 }
 
 void MyOpenGLWidget::update()

@@ -57,6 +57,11 @@ public:
         return follow && lineCount > 0 ? QVector3D(lineX(lineCount - 1) - lineX(0), 0.0f, 0.0f)
                                        : QVector3D();
     }
+    // Where the camera, keeping its rotation, frames the whole cloud: centred
+    // on the cloud's extent across the view, backed off until that extent
+    // fits the picture with a margin. The present translation when the cloud
+    // is empty. Reads every vertex: for the user's command, not per line.
+    QVector3D fitTranslation() const;
     // The x position of line number index (0 = the first line taken in).
     static float lineX(int index) { return static_cast<float>(index / 250.0 + 0.1); }
 
@@ -93,6 +98,10 @@ private:
     // software displays) frames would otherwise follow each other as fast as
     // the lines arrive and starve the line intake on the same thread.
     static constexpr qint64 kFrameNs = 1000000000 / 60 + 1;
+    // The projection: vertical field of view (degrees), and how far behind
+    // the camera's position the eye is.
+    static constexpr float kFieldOfView = 45.0f;
+    static constexpr float kEyeBehind = 2.0f;
     QElapsedTimer frameClock; // since the last frame started painting
     QTimer framePacer;
     bool framePending = false;

@@ -74,13 +74,15 @@ void NumericView::createContent()
                            static_cast<QWidget*>(table->verticalScrollBar())})
             frames->watch(w);
     }
-    // The header table fits its columns to the texts of the newest line.
-    auto fitHeader = [this] {
-        headerTable->resizeColumnsToContents();
-        fixHeights();
-    };
-    connect(headerProxy, &QAbstractItemModel::layoutChanged, this, fitHeader);
-    connect(headerProxy, &QAbstractItemModel::dataChanged, this, fitHeader);
+    // A change of shape changes the heights. The header table's columns are
+    // fitted only when its model announces a new layout (syncTables).
+    connect(headerProxy, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
+    // Columns growing wider than the table bring a scroll bar, which the
+    // height must leave room for.
+    for (QTableView* t :
+         {static_cast<QTableView*>(headerTable), static_cast<QTableView*>(averageTable)})
+        connect(t->horizontalScrollBar(), &QScrollBar::rangeChanged, this,
+                [this] { fixHeights(); });
     connect(averageProxy, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
     connect(bigAverageProxy, &QAbstractItemModel::layoutChanged, this, [this] { fixHeights(); });
 }
@@ -114,8 +116,12 @@ QToolBar* NumericView::toolBar()
 
 void NumericView::fixHeights()
 {
-    headerTable->setFixedHeight(headerTable->sizeHint().height());
-    averageTable->setFixedHeight(averageTable->sizeHint().height());
+    for (QTableView* t :
+         {static_cast<QTableView*>(headerTable), static_cast<QTableView*>(averageTable)}) {
+        const QScrollBar* bar = t->horizontalScrollBar();
+        const bool scrolls = bar->maximum() > bar->minimum();
+        t->setFixedHeight(t->sizeHint().height() + (scrolls ? bar->sizeHint().height() : 0));
+    }
 }
 
 void NumericView::handleAvr(bool big)
@@ -150,7 +156,11 @@ void NumericView::handleHeader(bool expand)
 
 void NumericView::setHeaderModel(QAbstractItemModel* model)
 {
+    disconnect(headerLayout);
     headerProxy->setSourceModel(model);
+    if (model)
+        headerLayout = connect(model, &QAbstractItemModel::layoutChanged, this,
+                               [this] { headerRefit = true; });
 }
 
 void NumericView::setAverageModel(QAbstractItemModel* model)
@@ -180,6 +190,15 @@ void NumericView::syncTables()
 {
     for (TableFrameProxy* p : {headerProxy, averageProxy, bigAverageProxy, dataProxy})
         p->sync();
+    // A layout announced before the first line has nothing to fit to yet;
+    // the fit waits for the first cell.
+    const QAbstractItemModel* header = headerProxy->sourceModel();
+    if (headerRefit && header && header->rowCount() > 0 &&
+        header->data(header->index(0, 0)).isValid()) {
+        headerRefit = false;
+        headerTable->resizeColumnsToContents();
+        fixHeights();
+    }
 }
 
 void NumericView::handleConfigChanged() {}

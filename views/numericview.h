@@ -33,7 +33,8 @@ public:
     void createContent() override;
     QToolBar* toolBar() override;
 
-    // Keeps the header and average tables exactly as tall as their rows.
+    // Keeps the header and average tables exactly as tall as their rows, plus
+    // the horizontal scroll bar while their columns are wider than the table.
     void fixHeights();
     // Brings the tables up to date with their models now.
     void syncTables();
@@ -81,6 +82,10 @@ private:
     TableFrameProxy* bigAverageProxy = nullptr;
     TableFrameProxy* dataProxy = nullptr;
     FrameSync* frames = nullptr;
+    // The header model announced a new layout: the header table fits its
+    // columns once the frame has brought it up to date and it has a line.
+    bool headerRefit = false;
+    QMetaObject::Connection headerLayout;
 };
 
 } // namespace vxlindral

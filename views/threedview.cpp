@@ -38,6 +38,15 @@ QToolBar* ThreeDView::toolBar()
     toolBarWidget->addAction(homeAction);
     connect(homeAction, &QAction::triggered, this, &ThreeDView::handleHome);
 
+    fitAction = new QAction(QIcon(QStringLiteral(":/PixMaps/fit_cloud.svg")), tr("Fit"), this);
+    fitAction->setObjectName(QStringLiteral("actionFit"));
+    fitAction->setToolTip(tr("Frame the whole cloud (Ctrl+0)"));
+    fitAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_0));
+    fitAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    toolBarWidget->addAction(fitAction);
+    addAction(fitAction);
+    connect(fitAction, &QAction::triggered, this, &ThreeDView::handleFit);
+
     followAction = new QAction(QIcon(QStringLiteral(":/PixMaps/follow.svg")), tr("Follow"), this);
     followAction->setObjectName(QStringLiteral("actionFollow"));
     followAction->setToolTip(tr("Keep the newest line in sight (F)"));
@@ -71,7 +80,17 @@ void ThreeDView::readSettings()
     widget->setMaxPoints(SettingsKeys::maxPoints.read(settings));
     const bool follow = SettingsKeys::follow.read(settings);
     followAction->setChecked(follow);
-    widget->setFollow(follow);
+    applyFollow(follow);
+}
+
+void ThreeDView::applyFollow(bool on)
+{
+    // Following keeps the camera's offset from the newest line: from a
+    // camera that had already lost the cloud it would never show it.
+    const bool turnedOn = on && !widget->isFollowing();
+    widget->setFollow(on);
+    if (turnedOn)
+        handleHome();
 }
 
 void ThreeDView::updateNewLine(vxlindral::LineType newLine)
@@ -92,9 +111,15 @@ void ThreeDView::handleHome()
     widget->requestFrame();
 }
 
+void ThreeDView::handleFit()
+{
+    widget->getCamera().setTranslation(widget->fitTranslation());
+    widget->requestFrame();
+}
+
 void ThreeDView::handleFollow(bool on)
 {
-    widget->setFollow(on);
+    applyFollow(on);
     QSettings settings;
     SettingsKeys::follow.write(settings, on);
 }

@@ -10,8 +10,10 @@ class MyOpenGLWidget;
 // The 3D view: the incoming lines accumulated into a point cloud shown by an
 // OpenGL widget; "ThreeD/pointsPerLine", "ThreeD/maxPoints" and "ThreeD/follow"
 // are read when the view is built and on every handleConfigChanged(). The
-// tool bar holds Home and the checkable Follow (shortcut F while the view has
-// the focus); toggling Follow by the user stores "ThreeD/follow". Its
+// tool bar holds Home, Fit (Ctrl+0) and the checkable Follow (F), the two
+// shortcuts only while the view has the focus; toggling Follow by the user
+// stores "ThreeD/follow". Turning Follow on, by the user or the settings,
+// first brings the newest line into view as Home does while following. Its
 // "Export cloud" button asks the window to export this view's cloud.
 // Ownership: the GL widget and the tool bar are children of the view.
 // Threads: GUI thread only.
@@ -37,14 +39,20 @@ public slots:
     // Camera back home (MyOpenGLWidget::homeTranslation), no rotation; the
     // cloud and the follow state stay.
     void handleHome();
+    // Moves the camera, keeping its rotation, so that it frames the whole
+    // cloud (MyOpenGLWidget::fitTranslation); following keeps that framing.
+    void handleFit();
     // Follows the newest line or stops following, and stores the choice.
     void handleFollow(bool on);
 
 private:
     void readSettings();
+    // Follows or stops following; turning it on goes Home first.
+    void applyFollow(bool on);
 
     MyOpenGLWidget* widget = nullptr;
     QAction* homeAction = nullptr;
+    QAction* fitAction = nullptr;
     QAction* followAction = nullptr;
     QAction* exportAction = nullptr;
 };

@@ -114,7 +114,8 @@ void pacedRate(const char* rate, const char* pixels)
 
 int main()
 {
-    composeRate("1.2, 2048 x 8 bytes", {});
+    composeRate("1.2, 2048 x 8 bytes (street)", {});
+    composeRate("1.2, 2048 x 8 bytes, conveyor", {"--scene", "conveyor"});
     composeRate("1.1 short, 2048 x 5 bytes", {"--protocol", "1.1", "--layout", "short"});
     composeRate("1.3, 51200 x 8 bytes", {"--protocol", "1.3", "--pixels", "51200"});
     pacedRate("2000", "2048");

@@ -215,8 +215,9 @@ private slots:
     // First start: the dialog offers Cut and not 3D although the window
     // opened the 3D view. Accepting it unchanged stores that, emits
     // configChanged, and the next stream opens the cut view instead of the 3D
-    // view. Cancelling stores and emits nothing. "Follow" starts unchecked;
-    // checked, it reaches the open 3D view and the next dialog.
+    // view. Cancelling stores and emits nothing. "Follow" starts checked, as
+    // the open 3D view follows; unchecked, it reaches the view and the next
+    // dialog.
     void settingsDialogRoundTrip()
     {
         QSignalSpy changed(window.get(), &MainWindow::configChanged);
@@ -233,19 +234,20 @@ private slots:
         answer<QDialog>(true, [&](QDialog* dialog) {
             read(dialog);
             dialog->findChild<QLineEdit*>("lineEditPointsPerLine")->setText("abc");
-            dialog->findChild<QCheckBox*>("checkBoxFollow")->setChecked(true);
+            dialog->findChild<QCheckBox*>("checkBoxFollow")->setChecked(false);
         });
+        QVERIFY(window->findChild<ThreeDView*>("6101_info")->glWidget()->isFollowing());
         action("actionSettings")->trigger();
         QCOMPARE(changed.count(), 1);
-        QVERIFY(window->findChild<ThreeDView*>("6101_info")->glWidget()->isFollowing());
+        QVERIFY(!window->findChild<ThreeDView*>("6101_info")->glWidget()->isFollowing());
         answer<QDialog>(false, read);
         action("actionSettings")->trigger();
-        QCOMPARE(shown, QString("100101"));
+        QCOMPARE(shown, QString("101100"));
 
         QStringList stored; // "abc" points per line read as 0
         for (const char* key : {"View/Cut", "View/ThreeD", "ThreeD/pointsPerLine", "ThreeD/follow"})
             stored << QSettings().value(key).toString();
-        QCOMPARE(stored, (QStringList{"true", "false", "0", "true"}));
+        QCOMPARE(stored, (QStringList{"true", "false", "0", "false"}));
         window->openStream(47821, 47822);
         QVERIFY(window->findChild<CutView*>("47821_3d"));
         QVERIFY(!window->findChild<BasicView*>("47821_info"));

@@ -195,6 +195,73 @@ private slots:
         QCOMPARE(view.params().scale, 3.0f);
     }
 
+    // Fit zooms and pans so that the drawn points fill up to 90 % of the
+    // width or height, centred, at one scale; rejected points count only
+    // when shown. The scale stays within the limits; points on one spot are
+    // only centred. Home goes back to 35 m. Ctrl+0 in the view is Fit.
+    void fit_data()
+    {
+        QTest::addColumn<QVector<QPointF>>("points"); // y, z in metres
+        QTest::addColumn<bool>("filtered");
+        QTest::addColumn<float>("scale"); // 0: fills the view
+        const QVector<QPointF> street{{-0.5, 0.5}, {-0.5, -8.5}, {20.5, 0.5}, {20.5, -11.5}};
+        QTest::newRow("street") << street << false << 0.0f;
+        QTest::newRow("belt, off centre")
+            << QVector<QPointF>{{3.2, 1.0}, {4.0, 0.8}, {3.5, 1.2}} << false << 0.0f;
+        QTest::newRow("one spot") << QVector<QPointF>{{2.0, -1.0}, {2.0, -1.0}} << false << 35.0f;
+        QTest::newRow("below the limit")
+            << QVector<QPointF>{{0.0, 0.0}, {0.0001, 0.0001}} << false << 0.1f;
+        QTest::newRow("rejected far away, hidden") << street << false << 0.0f;
+        QTest::newRow("rejected far away, shown") << street << true << 0.0f;
+    }
+    void fit()
+    {
+        QFETCH(QVector<QPointF>, points);
+        QFETCH(bool, filtered);
+        QFETCH(float, scale);
+        std::vector<vxs::VxPt> pts;
+        for (const QPointF& p : points)
+            pts.push_back(pt(p.x(), p.y(), 1));
+        const bool rejected = QByteArray(QTest::currentDataTag()).startsWith("rejected");
+        if (rejected)
+            pts.push_back(pt(-60.0, -40.0, 1, true, 2));
+        CutView view;
+        view.resize(301, 201);
+        view.show();
+        view.setDisplayFiltered(filtered);
+        view.updateNewLine(makeLine(pts));
+        // Ctrl+0 while the focus is inside the view.
+        view.activateWindow();
+        view.setFocus();
+        QTRY_VERIFY(view.hasFocus());
+        QTest::keyClick(&view, Qt::Key_0, Qt::ControlModifier);
+        const QImage img = viewtest::rgb(view.image());
+        QRect drawn;
+        for (int y = 0; y < img.height(); ++y)
+            for (int x = 0; x < img.width(); ++x)
+                if (img.pixel(x, y) == kGood || img.pixel(x, y) == kReject)
+                    drawn |= QRect(x, y, 1, 1);
+        QVERIFY(!drawn.isEmpty());
+        QVERIFY2(qAbs(drawn.center().x() - img.width() / 2) <= 2 &&
+                     qAbs(drawn.center().y() - img.height() / 2) <= 2,
+                 qPrintable(QStringLiteral("%1,%2 in %3x%4")
+                                .arg(drawn.center().x())
+                                .arg(drawn.center().y())
+                                .arg(img.width())
+                                .arg(img.height())));
+        if (scale > 0) {
+            QCOMPARE(view.params().scale, scale);
+        } else {
+            QVERIFY(drawn.width() <= 0.9 * img.width() + 2 &&
+                    drawn.height() <= 0.9 * img.height() + 2);
+            QVERIFY(drawn.width() >= 0.85 * img.width() || drawn.height() >= 0.85 * img.height());
+        }
+        QCOMPARE(countColour(img, kReject) > 0, rejected && filtered);
+        view.handleZoomHome();
+        QCOMPARE(view.params().scale, 35.0f);
+        QCOMPARE(view.panOffset(), QPoint());
+    }
+
     // The newest line is drawn once per frame with the parameters of its
     // arrival: a script played in one burst shows, at the label's next paint,
     // what it shows with a frame after every step. Changes after the last

@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QHeaderView>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QStandardItemModel>
 #include <QTableView>
@@ -161,6 +162,75 @@ private slots:
         QCOMPARE(refreshes, script.size() - script.count('x'));
         burst.grab();
         QCOMPARE(burstModels.texts(true), burstModels.texts(false));
+    }
+
+    // The header and average tables show all their rows (the average table
+    // four, which the scroll bar used to cover the last of): their height makes
+    // room for the horizontal scroll bar while their columns are wider than
+    // the view, and gives it back when the view is widened.
+    void smallTablesShowAllRows_data()
+    {
+        QTest::addColumn<int>("width");
+        QTest::addColumn<bool>("scrolls");
+        QTest::newRow("narrow") << 160 << true;
+        QTest::newRow("wide") << 1600 << false;
+    }
+    void smallTablesShowAllRows()
+    {
+        QFETCH(int, width);
+        QFETCH(bool, scrolls);
+        NumericView view;
+        Models models(view);
+        view.resize(1600, 500);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        models.play("axcx", true);
+        view.resize(width, 500);
+        QTest::qWait(50);
+        FrameSync::flushAll();
+        const QList<QTableView*> tables = view.findChildren<QTableView*>();
+        for (QTableView* t : {tables[0], tables[1]}) {
+            // The collapsed header is one column, which does not scroll.
+            if (t == tables[1])
+                QCOMPARE(t->horizontalScrollBar()->isVisible(), scrolls);
+            const int rows = t->model()->rowCount();
+            QVERIFY(rows > 0);
+            QVERIFY2(
+                t->rowViewportPosition(rows - 1) + t->rowHeight(rows - 1) <=
+                    t->viewport()->height(),
+                qPrintable(
+                    QStringLiteral("%1 rows in %2 px").arg(rows).arg(t->viewport()->height())));
+            QVERIFY(!t->verticalScrollBar()->isVisible());
+        }
+    }
+
+    // The header table fits its columns when its model announces a new
+    // layout (expanding, collapsing), not on every line. The main window
+    // collapses the header before the first line: that fit waits for the
+    // first line's text.
+    void headerColumnsFitOnLayoutOnly()
+    {
+        NumericView view;
+        Models models(view);
+        view.show();
+        models.header.setExpandHeader(false);
+        FrameSync::flushAll();
+        models.play("a", true);
+        QTableView* table = view.findChildren<QTableView*>().at(0);
+        const auto fitted = [table] {
+            const int width = table->columnWidth(0);
+            table->resizeColumnToContents(0);
+            return table->columnWidth(0) == width;
+        };
+        QVERIFY(table->columnWidth(0) > 100); // two words of hexadecimal digits
+        QVERIFY(fitted());
+        table->setColumnWidth(0, 30);
+        models.play("aba", true);
+        view.grab();
+        QCOMPARE(table->columnWidth(0), 30);
+        models.play("x", true);
+        QVERIFY(table->columnWidth(0) > 30);
+        QVERIFY(fitted());
     }
 
     // Wheel notches change the bold font by delta / 15 points within

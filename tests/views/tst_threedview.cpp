@@ -2,6 +2,7 @@
 #include "views/threedview.h"
 #include "viewtestsupport.h"
 
+#include <QAction>
 #include <QHash>
 #include <QOpenGLBuffer>
 #include <QOpenGLContext>
@@ -11,6 +12,7 @@
 #include <QOpenGLVertexArrayObject>
 #include <QSettings>
 #include <QSignalSpy>
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <type_traits>
@@ -265,6 +267,9 @@ private slots:
         QFETCH(QString, change);
         QFETCH(int, modifiers);
         const auto mods = Qt::KeyboardModifiers(modifiers);
+        // A still camera: following, a line moves it.
+        QSettings().setValue("ThreeD/follow", false);
+        view->handleConfigChanged();
         QSignalSpy frames(gl(), &QOpenGLWidget::frameSwapped);
         QVERIFY(becomesIdle(frames));
         const QMatrix4x4 before = gl()->getCamera().toMatrix();
@@ -301,7 +306,8 @@ private slots:
     // stays put and the cloud leaves the frame. Home turns the camera back
     // and puts it at the origin, or, following, where it shows the newest
     // line as the origin shows the first; following goes on. F toggles
-    // following and stores it for new views; toggling moves nothing.
+    // following and stores it for new views; turning it off moves nothing,
+    // turning it on goes Home.
     void follow_data()
     {
         QTest::addColumn<bool>("follow");
@@ -324,6 +330,7 @@ private slots:
         QFETCH(QVector3D, start);
         QFETCH(float, yaw);
         QSettings().setValue("ThreeD/maxPoints", 100);
+        QSettings().setValue("ThreeD/follow", false);
         view->handleConfigChanged();
         view->activateWindow();
         gl()->setFocus();
@@ -358,7 +365,113 @@ private slots:
         const QVector3D before = camera.translation();
         QTest::keyClick(gl(), Qt::Key_F);
         QCOMPARE(QSettings().value("ThreeD/follow", false).toBool(), !follow);
-        QCOMPARE(camera.translation(), before);
+        QCOMPARE(camera.translation(),
+                 follow ? before
+                        : QVector3D(MyOpenGLWidget::lineX(lines) - MyOpenGLWidget::lineX(0), 0, 0));
+    }
+
+    // A view built without a stored choice follows. Turning Follow on, by the
+    // button, by F or by the settings, brings back a cloud that had already
+    // left the picture (camera turned and moved away), and keeps it there.
+    void followTurnedOn_data()
+    {
+        QTest::addColumn<int>("how"); // 0 button, 1 F, 2 settings
+        QTest::newRow("button") << 0;
+        QTest::newRow("F") << 1;
+        QTest::newRow("settings") << 2;
+    }
+    void followTurnedOn()
+    {
+        QFETCH(int, how);
+        QVERIFY(gl()->isFollowing());
+        QSettings().setValue("ThreeD/maxPoints", 300);
+        QSettings().setValue("ThreeD/follow", false);
+        view->handleConfigChanged();
+        QVERIFY(!gl()->isFollowing());
+        Camera3D& camera = gl()->getCamera();
+        camera.setRotation(QQuaternion::fromAxisAndAngle(0, 1, 0, 30));
+        const QRgb clear = gl()->grabFramebuffer().pixel(0, 0);
+        for (int l = 0; l < 600; ++l)
+            view->updateNewLine(crowdedLine(100, l));
+        QVERIFY(pointsDrawn(clear) < 5);
+
+        view->activateWindow();
+        gl()->setFocus();
+        QTRY_VERIFY(gl()->hasFocus());
+        if (how == 0) {
+            view->findChild<QAction*>("actionFollow")->trigger();
+        } else if (how == 1) {
+            QTest::keyClick(gl(), Qt::Key_F);
+        } else {
+            QSettings().setValue("ThreeD/follow", true);
+            view->handleConfigChanged();
+        }
+        QVERIFY(gl()->isFollowing());
+        QCOMPARE(camera.rotation(), QQuaternion());
+        QVERIFY(pointsDrawn(clear) > 50);
+        for (int l = 0; l < 300; ++l)
+            view->updateNewLine(crowdedLine(100, l));
+        QVERIFY(pointsDrawn(clear) > 50);
+    }
+
+    // Fit keeps the camera's rotation and frames the whole cloud: every
+    // vertex lands inside the picture, and the cloud spans a good part of
+    // its width or height. Following keeps the framing; an empty cloud
+    // leaves the camera where it is. Ctrl+0 in the view is Fit.
+    void fit_data()
+    {
+        QTest::addColumn<int>("lines");
+        QTest::addColumn<float>("yaw");
+        QTest::addColumn<float>("pitch");
+        QTest::addColumn<QVector3D>("start");
+        QTest::newRow("empty") << 0 << 0.0f << 0.0f << QVector3D(1, 2, 3);
+        QTest::newRow("from Home") << 400 << 0.0f << 0.0f << QVector3D();
+        QTest::newRow("from afar, turned")
+            << 400 << 70.0f << -25.0f << QVector3D(-30.0f, 10.0f, 40.0f);
+        QTest::newRow("looking along the lines") << 300 << 90.0f << 0.0f << QVector3D(3, 0, 0);
+    }
+    void fit()
+    {
+        QFETCH(int, lines);
+        QFETCH(float, yaw);
+        QFETCH(float, pitch);
+        QFETCH(QVector3D, start);
+        QSettings().setValue("ThreeD/maxPoints", 20000);
+        view->handleConfigChanged();
+        for (int l = 0; l < lines; ++l)
+            view->updateNewLine(crowdedLine(100, l));
+        Camera3D& camera = gl()->getCamera();
+        const QQuaternion turn = QQuaternion::fromEulerAngles(pitch, yaw, 0.0f); // about x, then y
+        camera.setRotation(turn);
+        camera.setTranslation(start);
+        view->activateWindow();
+        gl()->setFocus();
+        QTRY_VERIFY(gl()->hasFocus());
+        QTest::keyClick(gl(), Qt::Key_0, Qt::ControlModifier);
+        QCOMPARE(camera.rotation(), turn);
+        if (lines == 0) {
+            QCOMPARE(camera.translation(), start);
+            return;
+        }
+        // Normalised device coordinates of every vertex, the widget's way.
+        const auto extent = [&] {
+            QMatrix4x4 projection;
+            projection.perspective(45.0f, gl()->width() / float(gl()->height()), 0.01f, 100.0f);
+            projection.translate(0.0f, 0.0f, -2.0f);
+            const QMatrix4x4 m = projection * camera.toMatrix();
+            float largest = 0.0f;
+            const CloudRing& ring = gl()->getVertices();
+            for (std::size_t i = 0; i < ring.size(); ++i) {
+                const QVector3D ndc = m.map(QVector3D(ring[i].x, ring[i].y, ring[i].z));
+                largest = std::max({largest, std::fabs(ndc.x()), std::fabs(ndc.y())});
+            }
+            return largest;
+        };
+        const float fitted = extent();
+        QVERIFY2(fitted > 0.5f && fitted <= 1.0f, qPrintable(QString::number(fitted)));
+        for (int l = 0; l < 100; ++l)
+            view->updateNewLine(crowdedLine(100, l));
+        QVERIFY2(std::fabs(extent() - fitted) < 0.1f, qPrintable(QString::number(extent())));
     }
 };
 

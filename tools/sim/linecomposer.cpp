@@ -50,7 +50,7 @@ bool overlaps(int a, int an, int b, int bn)
 
 } // namespace
 
-LineComposer::LineComposer(const SimOptions& options) : opt(options), world(options.pixels)
+LineComposer::LineComposer(const SimOptions& options) : opt(options), world(options.pixels, options.scene)
 {
     const bool v11 = opt.subProtocol == 1;
     head.series = kSeries;

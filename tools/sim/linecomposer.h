@@ -10,7 +10,7 @@ namespace vxsim {
 
 // Turns the scene into wire messages: raw-line messages in the protocol,
 // layout and record size the options ask for, and the file header that
-// tells a receiver the beam angles and the scanner-to-belt transform.
+// tells a receiver the beam angles and the scanner-to-scene transform.
 //
 // Pixel records: range and intensity sit where the viewer's pixel decoding
 // reads them (1.1 long: u16 mm at byte 2, u16 at byte 6; 1.1 short: u16 mm
@@ -31,7 +31,9 @@ class LineComposer
 {
 public:
     static constexpr uint32_t kSeries = 7;
-    static constexpr int kEncoderTicksPerLine = 10; // 10 ticks per millimetre of belt
+    // 10 ticks per line: 10 per millimetre of belt, 1 per millimetre travelled
+    // on the street
+    static constexpr int kEncoderTicksPerLine = 10;
     static constexpr uint32_t kStatusLaserOn = 1u << 0;
     static constexpr uint32_t kStatusEncoderValid = 1u << 1;
 

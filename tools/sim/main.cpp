@@ -1,4 +1,4 @@
-// vxscanner-sim: streams a simulated conveyor scene as raw lines over UDP.
+// vxscanner-sim: streams a simulated scene (a street or a conveyor) as raw lines over UDP.
 #include "tools/common/stopsignal.h"
 #include "tools/sim/simoptions.h"
 #include "tools/sim/simulator.h"

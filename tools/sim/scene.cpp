@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 
 namespace vxsim {
 
@@ -43,75 +44,133 @@ enum class Kind
     Ramp,             // rises linearly along the belt from 0 to `height`
     LyingCylinder,    // axis along the belt, resting on it
     StandingCylinder, // axis vertical
+    Sphere,           // centre at `height`, radius (u1 - u0) / 2
 };
 
-// An object in belt coordinates: u along the belt (within one pattern
-// length), y across it, heights above the belt; metres.
+// An object in scene coordinates: u along the belt or street (within one
+// pattern length), y across it, heights above the floor; metres.
 struct Object
 {
     Kind kind;
     Scene::Material material;
-    double u0, u1; // extent along the belt (cylinders: centre +- radius)
-    double y0, y1; // extent across the belt
-    double height; // top (ramp: top at u1)
+    double u0, u1; // extent along (cylinders, spheres: centre +- radius)
+    double y0, y1; // extent across
+    double height; // top (ramp: top at u1; sphere: centre)
+    double bottom; // boxes: lowest point
 };
 
 const Object kObjects[] = {
-    {Kind::Box, Scene::Cardboard, 0.30, 0.90, -0.45, -0.10, 0.20},
-    {Kind::LyingCylinder, Scene::Metal, 0.60, 1.40, 0.15, 0.35, 0.20},
-    {Kind::Box, Scene::Cardboard, 1.60, 1.90, -0.05, 0.20, 0.35},
-    {Kind::StandingCylinder, Scene::Metal, 2.28, 2.52, -0.37, -0.13, 0.30},
-    {Kind::Ramp, Scene::Plastic, 2.80, 3.60, 0.00, 0.40, 0.25},
+    {Kind::Box, Scene::Cardboard, 0.30, 0.90, -0.45, -0.10, 0.20, 0.0},
+    {Kind::LyingCylinder, Scene::Metal, 0.60, 1.40, 0.15, 0.35, 0.20, 0.0},
+    {Kind::Box, Scene::Cardboard, 1.60, 1.90, -0.05, 0.20, 0.35, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 2.28, 2.52, -0.37, -0.13, 0.30, 0.0},
+    {Kind::Ramp, Scene::Plastic, 2.80, 3.60, 0.00, 0.40, 0.25, 0.0},
 };
 
-constexpr double kBaseIntensity[] = {0.0, 700.0, 2600.0, 1800.0, 1400.0};
+// The street, seen from the scanner (y = 0, 1.5 m above the road): the near
+// houses on the -y side, the road, the far side from y = 13.
+const Object kStreet[] = {
+    // Near side: the houses' walls 0.8 m away, with doorways 0.4 m deep, and
+    // downpipes.
+    {Kind::Box, Scene::Masonry, 0.0, 60.0, -4.0, -1.2, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 0.0, 4.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 5.2, 16.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 17.2, 28.5, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 29.7, 41.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 42.2, 52.5, -1.2, -0.8, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 53.7, 60.0, -1.2, -0.8, 9.0, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 9.94, 10.06, -0.8, -0.68, 9.0, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 34.94, 35.06, -0.8, -0.68, 9.0, 0.0},
+    // Far side: pavement, parked cars (body and cabin), lamp posts, trees
+    // (trunk and crown), the houses 20.5 m away with a side street between
+    // them, and a footbridge across the street.
+    {Kind::Box, Scene::Masonry, 0.0, 60.0, 15.0, 40.0, 0.15, 0.0},
+    {Kind::Box, Scene::Metal, 1.5, 5.8, 13.2, 15.0, 1.0, 0.3},
+    {Kind::Box, Scene::Metal, 2.4, 4.6, 13.5, 14.7, 1.45, 1.0},
+    {Kind::Box, Scene::Metal, 7.0, 11.4, 13.2, 15.0, 1.0, 0.3},
+    {Kind::Box, Scene::Metal, 7.9, 10.2, 13.5, 14.7, 1.45, 1.0},
+    {Kind::Box, Scene::Metal, 19.0, 23.3, 13.2, 15.0, 1.0, 0.3},
+    {Kind::Box, Scene::Metal, 19.9, 22.1, 13.5, 14.7, 1.45, 1.0},
+    {Kind::Box, Scene::Metal, 47.0, 51.5, 13.2, 15.0, 1.0, 0.3},
+    {Kind::Box, Scene::Metal, 47.9, 50.3, 13.5, 14.7, 1.45, 1.0},
+    {Kind::StandingCylinder, Scene::Metal, 12.92, 13.08, 15.52, 15.68, 6.0, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 32.92, 33.08, 15.52, 15.68, 6.0, 0.0},
+    {Kind::StandingCylinder, Scene::Metal, 55.92, 56.08, 15.52, 15.68, 6.0, 0.0},
+    {Kind::StandingCylinder, Scene::Foliage, 25.3, 25.7, 17.3, 17.7, 3.0, 0.0},
+    {Kind::Sphere, Scene::Foliage, 23.3, 27.7, 17.5, 17.5, 5.0, 0.0},
+    {Kind::StandingCylinder, Scene::Foliage, 44.3, 44.7, 17.3, 17.7, 3.0, 0.0},
+    {Kind::Sphere, Scene::Foliage, 42.3, 46.7, 17.5, 17.5, 5.0, 0.0},
+    {Kind::Box, Scene::Masonry, 0.0, 38.0, 20.5, 26.0, 12.0, 0.0},
+    {Kind::Box, Scene::Masonry, 46.0, 60.0, 20.5, 26.0, 12.0, 0.0},
+    {Kind::Box, Scene::Masonry, 38.0, 46.0, 34.0, 40.0, 9.0, 0.0},
+    {Kind::Box, Scene::Masonry, 14.0, 17.0, -4.0, 26.0, 6.3, 5.5},
+};
+
+// Echo strength of each material, before angle and distance.
+constexpr double kBaseIntensity[] = {0.0, 700.0, 2600.0, 1800.0, 1400.0, 500.0, 2400.0, 1100.0};
 
 } // namespace
 
-// A cross-section in the scan plane (y across, h up): a rectangle standing on
-// the belt, or a circle.
+// A cross-section in the scan plane (y across, h up): a rectangle, or a
+// circle.
 struct Scene::Shape
 {
     bool circle = false;
-    double y0 = 0, y1 = 0, top = 0; // rectangle
-    double yc = 0, hc = 0, r = 0;   // circle
-    double sideScale = 1.0;         // cosine factor of the side faces' normals
+    double y0 = 0, y1 = 0, top = 0, bottom = 0; // rectangle
+    double yc = 0, hc = 0, r = 0;               // circle
+    double sideScale = 1.0;                     // cosine factor of the side faces' normals
     Material material = None;
 };
 
-Scene::Scene(int pixels)
+Scene::Scene(int pixels, Kind kind) : sceneKind(kind)
 {
     const int n = std::max(pixels, 1);
     if (n > 1) {
-        angle0 = -kHalfFan;
-        step = 2.0 * kHalfFan / (n - 1);
+        const double low = kind == Street ? kStreetFanLow : -kHalfFan;
+        const double high = kind == Street ? kStreetFanHigh : kHalfFan;
+        angle0 = low;
+        step = (high - low) / (n - 1);
     }
     sines.resize(static_cast<std::size_t>(n));
     cosines.resize(static_cast<std::size_t>(n));
-    beltRanges.resize(static_cast<std::size_t>(n));
+    floorRanges.resize(static_cast<std::size_t>(n));
     for (int i = 0; i < n; ++i) {
         const double t = (angle0 + i * step) * kPi / 180.0;
         sines[static_cast<std::size_t>(i)] = std::sin(t);
         cosines[static_cast<std::size_t>(i)] = std::cos(t);
-        beltRanges[static_cast<std::size_t>(i)] = kScannerHeight / std::cos(t);
+        floorRanges[static_cast<std::size_t>(i)] = scannerHeight() / std::cos(t);
     }
     gaussTable();
 }
 
-const double* Scene::transform()
+double Scene::scannerHeight() const
+{
+    return sceneKind == Street ? kStreetScannerHeight : kScannerHeight;
+}
+
+const double* Scene::transform() const
 {
     // Rows of the matrix. The viewer's views take z as pointing away from the
     // scanner (down): the cut view and the 3D view draw a smaller z higher
-    // up. A plain shift by the scanner height keeps that direction and puts
-    // the belt at z = 0, so objects on the belt have negative z and stand
-    // upright in both views.
-    static const double m[16] = {
+    // up. A plain shift keeps that direction, so that objects stand upright
+    // in both views.
+    static const double belt[16] = {
         1, 0, 0, 0,               // x' = x
         0, 1, 0, 0,               // y' = y
         0, 0, 1, -kScannerHeight, // z' = z - H: belt at 0, objects above it negative
         0, 0, 0, 1,
     };
-    return m;
+    // The street is placed for the 3D view, whose starting camera stands at
+    // y = 2, z = 0 and looks towards -y: 0.5 m above the road and 3 m from
+    // the near houses, which with the road in front of them make up most of
+    // what it shows.
+    static const double street[16] = {
+        1, 0, 0, 0,                          // x' = x
+        0, 1, 0, -0.2,                       // y' = y - 0.2: near houses at -1
+        0, 0, 1, 0.5 - kStreetScannerHeight, // z' = z - 1: road at 0.5
+        0, 0, 0, 1,
+    };
+    return sceneKind == Street ? street : belt;
 }
 
 std::vector<std::pair<uint32_t, double>> Scene::fileHeaderEntries() const
@@ -125,49 +184,83 @@ std::vector<std::pair<uint32_t, double>> Scene::fileHeaderEntries() const
     return e;
 }
 
+namespace {
+
+double patternPosition(uint64_t line, double length, double step)
+{
+    const uint64_t perPattern = static_cast<uint64_t>(std::llround(length / step));
+    return static_cast<double>(line % perPattern) * step;
+}
+
+} // namespace
+
 double Scene::beltPosition(uint64_t line)
 {
-    const uint64_t perPattern = static_cast<uint64_t>(std::llround(kPatternLength / kBeltStep));
-    return static_cast<double>(line % perPattern) * kBeltStep;
+    return patternPosition(line, kPatternLength, kBeltStep);
 }
+
+double Scene::streetPosition(uint64_t line)
+{
+    return patternPosition(line, kStreetLength, kStreetStep);
+}
+
+namespace {
+
+// The cross-section of `o` at position u, false when the scan plane misses it.
+template <typename Shape> bool cut(const Object& o, double u, Shape& s)
+{
+    if (u < o.u0 || u > o.u1)
+        return false;
+    s.material = o.material;
+    switch (o.kind) {
+    case Kind::Box:
+        s.y0 = o.y0, s.y1 = o.y1, s.top = o.height, s.bottom = o.bottom;
+        return true;
+    case Kind::Ramp:
+        s.y0 = o.y0, s.y1 = o.y1, s.top = o.height * (u - o.u0) / (o.u1 - o.u0);
+        return s.top >= 1e-6;
+    case Kind::LyingCylinder:
+        s.circle = true;
+        s.r = (o.y1 - o.y0) / 2;
+        s.yc = (o.y0 + o.y1) / 2;
+        s.hc = s.r;
+        return true;
+    case Kind::StandingCylinder: {
+        const double r = (o.u1 - o.u0) / 2;
+        const double du = u - (o.u0 + o.u1) / 2;
+        const double half = std::sqrt(std::max(0.0, r * r - du * du));
+        if (half < 1e-6)
+            return false;
+        const double yc = (o.y0 + o.y1) / 2;
+        s.y0 = yc - half, s.y1 = yc + half, s.top = o.height;
+        s.sideScale = half / r;
+        return true;
+    }
+    case Kind::Sphere: {
+        const double r = (o.u1 - o.u0) / 2;
+        const double du = u - (o.u0 + o.u1) / 2;
+        s.circle = true;
+        s.r = std::sqrt(std::max(0.0, r * r - du * du));
+        s.yc = (o.y0 + o.y1) / 2;
+        s.hc = o.height;
+        return s.r >= 1e-6;
+    }
+    }
+    return false;
+}
+
+} // namespace
 
 void Scene::crossSection(double u, std::vector<Shape>& out) const
 {
     out.clear();
-    for (const Object& o : kObjects) {
-        if (u < o.u0 || u > o.u1)
-            continue;
-        Shape s;
-        s.material = o.material;
-        switch (o.kind) {
-        case Kind::Box:
-            s.y0 = o.y0, s.y1 = o.y1, s.top = o.height;
-            break;
-        case Kind::Ramp:
-            s.y0 = o.y0, s.y1 = o.y1, s.top = o.height * (u - o.u0) / (o.u1 - o.u0);
-            if (s.top < 1e-6)
-                continue;
-            break;
-        case Kind::LyingCylinder:
-            s.circle = true;
-            s.r = (o.y1 - o.y0) / 2;
-            s.yc = (o.y0 + o.y1) / 2;
-            s.hc = s.r;
-            break;
-        case Kind::StandingCylinder: {
-            const double r = (o.u1 - o.u0) / 2;
-            const double du = u - (o.u0 + o.u1) / 2;
-            const double half = std::sqrt(std::max(0.0, r * r - du * du));
-            if (half < 1e-6)
-                continue;
-            const double yc = (o.y0 + o.y1) / 2;
-            s.y0 = yc - half, s.y1 = yc + half, s.top = o.height;
-            s.sideScale = half / r;
-            break;
-        }
-        }
-        out.push_back(s);
-    }
+    const bool street = sceneKind == Street;
+    const Object* begin = street ? std::begin(kStreet) : std::begin(kObjects);
+    const Object* end = street ? std::end(kStreet) : std::end(kObjects);
+    Shape s;
+    for (const Object* o = begin; o != end; ++o)
+        if (cut(*o, u, s = Shape()))
+            out.push_back(s);
 }
 
 namespace {
@@ -188,8 +281,15 @@ bool enter(const Shape& sh, double H, double s, double c, double& t, double& cos
         cosInc = -(s * ny - c * nh);
         return t > 0;
     }
-    // Slab test: the beam enters through the top or through a side.
-    double tIn = (H - sh.top) / c, tOut = H / c;
+    // Slab test: the beam enters through the top, the bottom or a side.
+    constexpr double kHuge = 1e300;
+    double tIn = -kHuge, tOut = kHuge;
+    if (c != 0.0) {
+        const double ta = (H - sh.top) / c, tb = (H - sh.bottom) / c;
+        tIn = std::min(ta, tb), tOut = std::max(ta, tb);
+    } else if (H < sh.bottom || H > sh.top) {
+        return false;
+    }
     bool side = false;
     if (s != 0.0) {
         const double ta = sh.y0 / s, tb = sh.y1 / s;
@@ -205,49 +305,64 @@ bool enter(const Shape& sh, double H, double s, double c, double& t, double& cos
     if (tIn >= tOut || tIn <= 0)
         return false;
     t = tIn;
-    cosInc = side ? std::fabs(s) * sh.sideScale : c;
+    cosInc = side ? std::fabs(s) * sh.sideScale : std::fabs(c);
     return true;
 }
 
 } // namespace
 
-void Scene::pixelSpan(double yLow, double yHigh, double top, int& first, int& last) const
+void Scene::pixelSpan(const Shape& sh, int& first, int& last) const
 {
-    // Beams whose tangent lies between these bounds can meet the box
-    // [yLow, yHigh] x [0, top]; one pixel of margin on either side.
-    const double H = kScannerHeight;
-    const double lo = std::min(yLow / H, yLow / (H - top));
-    const double hi = std::max(yHigh / H, yHigh / (H - top));
     const int n = pixels();
-    if (step <= 0.0) {
-        first = 0, last = n - 1;
+    first = 0, last = n - 1;
+    if (step <= 0.0)
         return;
+    // The direction of a point (y, h) seen from the scanner, in degrees from
+    // straight down towards +y.
+    const double H = scannerHeight();
+    const auto angle = [H](double y, double h) { return std::atan2(y, H - h) * 180.0 / kPi; };
+    double lo = 0.0, hi = 0.0;
+    if (sh.circle) {
+        const double d = std::hypot(sh.yc, H - sh.hc);
+        if (d <= sh.r)
+            return;
+        const double centre = angle(sh.yc, sh.hc);
+        const double half = std::asin(sh.r / d) * 180.0 / kPi;
+        lo = centre - half, hi = centre + half;
+        if (lo < -180.0 || hi > 180.0)
+            return; // round straight up: the angles wrap
+    } else {
+        if (sh.y0 <= 0.0 && sh.y1 >= 0.0 && sh.top >= H)
+            return; // above (or around) the scanner: the angles wrap
+        const double a[4] = {angle(sh.y0, sh.bottom), angle(sh.y0, sh.top), angle(sh.y1, sh.bottom),
+                             angle(sh.y1, sh.top)};
+        lo = *std::min_element(a, a + 4), hi = *std::max_element(a, a + 4);
     }
-    const double a = (std::atan(lo) * 180.0 / kPi - angle0) / step;
-    const double b = (std::atan(hi) * 180.0 / kPi - angle0) / step;
-    first = static_cast<int>(std::max(0.0, std::floor(a) - 1));
-    last = static_cast<int>(std::min(static_cast<double>(n - 1), std::ceil(b) + 1));
+    // A box or circle lies within the angles of its corners or tangents; one
+    // pixel of margin on either side.
+    first = static_cast<int>(std::max(0.0, std::floor((lo - angle0) / step) - 1));
+    last =
+        static_cast<int>(std::min(static_cast<double>(n - 1), std::ceil((hi - angle0) / step) + 1));
 }
 
-void Scene::scan(uint64_t line, std::vector<Sample>& out) const
+void Scene::trace(uint64_t line, std::vector<Sample>& out) const
 {
     const std::size_t n = sines.size();
-    out.resize(n);
-    const double H = kScannerHeight;
-    // Every beam ends on the belt unless an object is in its way.
+    const double H = scannerHeight();
+    const Material floor = sceneKind == Street ? Asphalt : Belt;
+    // Beams pointing down end on the floor unless an object is in their way;
+    // the others meet nothing (the sky) unless an object is there.
     for (std::size_t i = 0; i < n; ++i) {
-        out[i].range = beltRanges[i];
-        out[i].material = Belt;
+        const bool down = cosines[i] > 1e-9;
+        out[i].range = down ? floorRanges[i] : HUGE_VAL;
+        out[i].material = down ? floor : None;
         out[i].incidence = static_cast<float>(cosines[i]);
     }
     std::vector<Shape> shapes;
-    crossSection(beltPosition(line), shapes);
+    crossSection(sceneKind == Street ? streetPosition(line) : beltPosition(line), shapes);
     for (const Shape& sh : shapes) {
         int first = 0, last = -1;
-        if (sh.circle)
-            pixelSpan(sh.yc - sh.r, sh.yc + sh.r, sh.hc + sh.r, first, last);
-        else
-            pixelSpan(sh.y0, sh.y1, sh.top, first, last);
+        pixelSpan(sh, first, last);
         for (int i = first; i <= last; ++i) {
             Sample& o = out[static_cast<std::size_t>(i)];
             double t = 0, cosInc = 0;
@@ -260,7 +375,18 @@ void Scene::scan(uint64_t line, std::vector<Sample>& out) const
             }
         }
     }
+}
 
+void Scene::scan(uint64_t line, std::vector<Sample>& out) const
+{
+    const std::size_t n = sines.size();
+    out.resize(n);
+    const bool street = sceneKind == Street;
+    trace(line, out);
+
+    // Echoes weaken with the square of the distance, relative to this one.
+    const double reference = street ? 3.0 : kScannerHeight;
+    const double rangeNoise = street ? kStreetRangeNoise : kRangeNoise;
     const auto& gauss = gaussTable();
     uint64_t rng = line * 0xD1B54A32D192ED03ull + 0x5DEECE66Dull;
     for (std::size_t i = 0; i < n; ++i) {
@@ -271,7 +397,7 @@ void Scene::scan(uint64_t line, std::vector<Sample>& out) const
         const double drop = static_cast<double>(r >> 44) * 0x1.0p-20;
         const double cosInc = o.incidence;
         const float minCos = o.material == Metal ? 0.3f : 0.1f;
-        if (drop < kDropoutRate || o.incidence < minCos) {
+        if (o.material == None || drop < kDropoutRate || o.incidence < minCos) {
             o = Sample();
             continue;
         }
@@ -281,9 +407,9 @@ void Scene::scan(uint64_t line, std::vector<Sample>& out) const
             const double c2 = cosInc * cosInc, c4 = c2 * c2, c8 = c4 * c4, c16 = c8 * c8;
             v += 20000.0 * c16 * c16;
         }
-        const double near = H / o.range;
+        const double near = reference / o.range;
         v *= near * near * (1.0 + 0.05 * g2);
-        o.range += kRangeNoise * g1;
+        o.range += rangeNoise * g1;
         o.intensity = static_cast<uint16_t>(std::clamp(v, 1.0, 65534.0));
     }
 }

@@ -5,12 +5,22 @@
 
 namespace vxsim {
 
-// The simulated scene: a scanner 1 m above a conveyor belt looks straight
-// down; its beam fan spans -30..+30 degrees across the belt. The belt carries
-// boxes, cylinders and a ramp through the scan line, advancing a fixed
-// distance per line, so that successive lines sample the objects' surfaces
-// and build a 3D picture of them. The object pattern repeats every
-// kPatternLength metres of belt.
+// The simulated scene, one of two:
+//
+// Street (the default): a scanner on the back of a vehicle, 1.5 m above the
+// road, drives along a street; its beam fan spans -100..+120 degrees from
+// straight down. A row of houses runs 0.8 m beside it on the near side (-y);
+// across the road stand parked cars, lamp posts and trees, and the houses of
+// the far side about 20 m away; a footbridge spans the street. The vehicle
+// advances kStreetStep per line; the street repeats every kStreetLength.
+//
+// Conveyor: a scanner 1 m above a conveyor belt looks straight down; its
+// beam fan spans -30..+30 degrees across the belt. The belt carries boxes,
+// cylinders and a ramp through the scan line, advancing kBeltStep per line;
+// the object pattern repeats every kPatternLength metres of belt.
+//
+// Either way successive lines sample the objects' surfaces and build a 3D
+// picture of them.
 //
 // scan() gives, per pixel, the distance along the beam to the first surface
 // hit, an intensity that depends on the material and the angle of incidence,
@@ -23,6 +33,12 @@ namespace vxsim {
 class Scene
 {
 public:
+    enum Kind
+    {
+        Street,
+        Conveyor,
+    };
+
     enum Material : uint8_t
     {
         None, // dropout: no echo
@@ -30,6 +46,9 @@ public:
         Cardboard,
         Metal,
         Plastic,
+        Asphalt,
+        Masonry,
+        Foliage,
     };
 
     struct Sample
@@ -47,37 +66,59 @@ public:
     static constexpr double kRangeNoise = 0.00015; // standard deviation, metres
     static constexpr double kDropoutRate = 0.001;  // chance of a random dropout per pixel
 
-    explicit Scene(int pixels);
+    static constexpr double kStreetScannerHeight = 1.5; // metres above the road
+    static constexpr double kStreetFanLow = -100.0;     // degrees from straight down, pixel 0
+    static constexpr double kStreetFanHigh = 120.0;     // degrees, the last pixel
+    static constexpr double kStreetStep = 0.01;         // vehicle advance per line, metres
+    static constexpr double kStreetLength = 60.0;       // metres until the street repeats
+    static constexpr double kStreetRangeNoise = 0.001;  // standard deviation, metres
+
+    explicit Scene(int pixels, Kind kind = Street);
+
+    Kind kind() const { return sceneKind; }
 
     int pixels() const { return static_cast<int>(sines.size()); }
     // Beam angle of pixel 0 and the increment per pixel, degrees (file-header
     // keys 100 and 101).
     double firstAngle() const { return angle0; }
     double angleStep() const { return step; }
-    // The transform from scanner to belt coordinates, 16 values row-major
-    // (keys 320..335): a shift by kScannerHeight along z, so that the belt
-    // lies at z = 0 and z keeps pointing down (an object of height h has
-    // z = -h), y runs across the belt and x along it.
-    static const double* transform();
+    // The transform from scanner to scene coordinates, 16 values row-major
+    // (keys 320..335), a shift that keeps z pointing down (a smaller z is
+    // higher up) and y across. Conveyor: by kScannerHeight along z, so that
+    // the belt lies at z = 0 and an object of height h has z = -h. Street:
+    // by -0.2 m along y and -1 m along z, so that the road lies at z = 0.5
+    // and the near houses at y = -1; that puts the 3D view's starting
+    // camera (y = 2, z = 0) 0.5 m above the road, looking at the near
+    // houses 3 m away.
+    const double* transform() const;
+    // Scanner height above the floor (belt or road), metres.
+    double scannerHeight() const;
     // Keys 100, 101 and 320..335 with their values, in key order.
     std::vector<std::pair<uint32_t, double>> fileHeaderEntries() const;
 
     // Position of line `line` along the belt's object pattern, metres.
     static double beltPosition(uint64_t line);
+    // Position of line `line` along the street, metres.
+    static double streetPosition(uint64_t line);
     // Samples every pixel of line `line` into `out` (resized to pixels()).
     void scan(uint64_t line, std::vector<Sample>& out) const;
 
 private:
     struct Shape; // an object's cross-section in the scan plane
+    // The objects' cross-sections at position u along the belt or street.
     void crossSection(double u, std::vector<Shape>& out) const;
-    // Pixels whose beams may meet the box [yLow, yHigh] x [0, top].
-    void pixelSpan(double yLow, double yHigh, double top, int& first, int& last) const;
+    // Where each beam first meets the scene's surfaces (range, material,
+    // incidence), before noise; beams that meet nothing have material None.
+    void trace(uint64_t line, std::vector<Sample>& out) const;
+    // Pixels whose beams may meet `sh` (first > last: none).
+    void pixelSpan(const Shape& sh, int& first, int& last) const;
 
+    Kind sceneKind = Street;
     double angle0 = 0.0;
     double step = 0.0;
     std::vector<double> sines;
     std::vector<double> cosines;
-    std::vector<double> beltRanges; // where each beam meets the empty belt
+    std::vector<double> floorRanges; // where each beam meets the empty belt or road
 };
 
 } // namespace vxsim

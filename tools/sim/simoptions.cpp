@@ -16,7 +16,8 @@ namespace {
 
 const char* const kOptions[] = {
     "--host",    "--port", "--rate",   "--pixels", "--protocol", "--layout",          "--bpp",
-    "--datatyp", "--mode", "--device", "--count",  "--duration", "--stamp-send-time", "--help"};
+    "--datatyp", "--mode", "--device", "--count",  "--duration", "--stamp-send-time", "--scene",
+    "--help"};
 
 // The smallest double above 0: a lower bound that admits every positive value.
 constexpr double kAboveZero = std::numeric_limits<double>::denorm_min();
@@ -47,7 +48,8 @@ SimOptions::Outcome SimOptions::parse(int argc, const char* const* argv, SimOpti
             return Outcome::Help;
         return o.read(cl, name, given) ? Outcome::Run : Outcome::Error;
     };
-    const Outcome outcome = cl.walk(read, [&] { return o.settle(cl, given); }, error);
+    const Outcome outcome = cl.walk(
+        read, [&] { return o.settle(cl, given); }, error);
     if (outcome == Outcome::Run)
         out = o;
     return outcome;
@@ -103,6 +105,12 @@ bool SimOptions::read(CommandLine& cl, const std::string& name, std::set<std::st
         if (value != "short" && value != "long")
             return bad("short or long");
         shortLayout = value == "short";
+        return true;
+    }
+    if (name == "--scene") {
+        if (value != "street" && value != "conveyor")
+            return bad("street or conveyor");
+        scene = value == "street" ? Scene::Street : Scene::Conveyor;
         return true;
     }
     if (name == "--bpp")
@@ -165,7 +173,7 @@ std::string SimOptions::protocolText() const
 std::string SimOptions::usage()
 {
     return "usage: vxscanner-sim [options]\n"
-           "Streams a simulated conveyor scene as raw lines over UDP.\n"
+           "Streams a simulated scene as raw lines over UDP.\n"
            "\n"
            "  --host HOST        destination host (default 127.0.0.1)\n"
            "  --port N           destination UDP port (default 6101)\n"
@@ -181,6 +189,8 @@ std::string SimOptions::usage()
            "  --duration S       send for S seconds, then exit\n"
            "  --stamp-send-time  line header words 1/2: CLOCK_MONOTONIC microseconds\n"
            "                     of sending instead of the scanner timestamp\n"
+           "  --scene S          street (a vehicle driving along a street, the default)\n"
+           "                     or conveyor (objects on a belt under the scanner)\n"
            "  --help             show this text\n"
            "\n"
            "Without --count or --duration it runs until interrupted (Ctrl+C).\n"

@@ -1,5 +1,6 @@
 #pragma once
 #include "tools/common/commandline.h"
+#include "tools/sim/scene.h"
 
 #include <cstdint>
 #include <set>
@@ -31,6 +32,7 @@ public:
     uint64_t count = 0;    // lines to send; 0 = no limit
     double duration = 0.0; // seconds to send; 0 = no limit
     int lineheadersize = 32;
+    Scene::Kind scene = Scene::Street;
     // Line header words 1 and 2 carry the CLOCK_MONOTONIC microseconds at
     // which the line is sent instead of the scanner timestamp, so that a
     // receiver on the same machine can measure each line's delay.

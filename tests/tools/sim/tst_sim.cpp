@@ -23,11 +23,12 @@ QString fingerprint(const SimOptions& o)
 {
     const auto all = [](const SimOptions& s) {
         return QString::asprintf("host %s,port %d,rate %g,pixels %d,protocol 1.%d,%s,bpp %d,"
-                                 "datatyp %d,mode %u,device %u,count %llu,duration %g,%s",
+                                 "datatyp %d,mode %u,device %u,count %llu,duration %g,%s,%s",
                                  s.host.c_str(), s.port, s.rate, s.pixels, s.subProtocol,
                                  s.shortLayout ? "short" : "long", s.bpp, s.datatyp, s.mode,
                                  s.device, static_cast<unsigned long long>(s.count), s.duration,
-                                 s.stampSendTime ? "send time" : "scanner time")
+                                 s.stampSendTime ? "send time" : "scanner time",
+                                 s.scene == Scene::Street ? "street" : "conveyor")
             .split(',');
     };
     QStringList f = all(o);
@@ -46,6 +47,8 @@ private slots:
     void options();
     void pixelsDecode_data();
     void pixelsDecode();
+    void street_data();
+    void street();
     void headerWords_data();
     void headerWords();
 };
@@ -90,6 +93,9 @@ void TstSim::options_data()
         {"--rate 600 --stamp-send-time", true, "rate 600 send time"},
         {"--stamp-send-time=1", false, "--stamp-send-time takes no value"},
         {"--stamp-send-time 1", false, "unexpected argument '1'"},
+        {"--scene conveyor", true, "conveyor"},
+        {"--scene=street", true, ""},
+        {"--scene tunnel", false, "for --scene"},
     };
     for (const auto& [args, valid, expected] : rows)
         QTest::newRow(args) << args << valid << expected;
@@ -131,7 +137,7 @@ void TstSim::pixelsDecode_data()
 void TstSim::pixelsDecode()
 {
     QFETCH(QString, args);
-    const SimOptions o = SimArgs::options(args + " --pixels 600");
+    const SimOptions o = SimArgs::options(args + " --pixels 600 --scene conveyor");
     const bool v11 = o.subProtocol == 1;
     LineComposer composer(o);
     const Scene& scene = composer.scene();
@@ -179,7 +185,7 @@ void TstSim::pixelsDecode()
                 QVERIFY(gray > 0 &&
                         (v11 ? gray == s.intensity : gray % 2 == 0 && gray - s.intensity <= 1u));
                 const double t = (scene.firstAngle() + i * scene.angleStep()) * M_PI / 180.0;
-                const double h = Scene::kScannerHeight - s.range * std::cos(t);
+                const double h = scene.scannerHeight() - s.range * std::cos(t);
                 if (h > highest)
                     highest = h, highestMaterial = s.material;
             }
@@ -208,6 +214,43 @@ void TstSim::pixelsDecode()
                  qPrintable(QString::asprintf("line %d: %d dropouts, %g m of material %d",
                                               int(line), dropouts, highest, highestMaterial)));
     }
+}
+
+void TstSim::street_data()
+{
+    QTest::addColumn<qulonglong>("line");
+    QTest::addColumn<int>("angle"); // degrees from straight down, towards +y
+    QTest::addColumn<int>("material");
+    QTest::addColumn<double>("range"); // metres; 0: no echo
+    const std::tuple<const char*, qulonglong, int, int, double> rows[] = {
+        {"road below", 0, 0, Scene::Asphalt, 1.5},
+        {"near houses", 0, -90, Scene::Masonry, 0.8},
+        {"doorway", 450, -90, Scene::Masonry, 1.2},
+        {"downpipe", 1000, -90, Scene::Metal, 0.68},
+        {"far houses", 0, 90, Scene::Masonry, 20.5},
+        {"over the far houses", 0, 120, Scene::None, 0.0},
+        {"side street", 4000, 90, Scene::Masonry, 34.0},
+        {"footbridge", 1500, 110, Scene::Masonry, 4.0 / std::sin(20 * M_PI / 180)},
+        {"street repeats", 6450, -90, Scene::Masonry, 1.2},
+    };
+    for (const auto& [name, line, angle, material, range] : rows)
+        QTest::newRow(name) << line << angle << material << range;
+}
+
+void TstSim::street()
+{
+    QFETCH(qulonglong, line);
+    QFETCH(int, angle);
+    QFETCH(int, material);
+    QFETCH(double, range);
+    // 221 pixels over -100..+120 degrees: one degree apart.
+    LineComposer composer(SimArgs::options("--pixels 221"));
+    QCOMPARE(composer.scene().angleStep(), 1.0);
+    composer.compose(line);
+    const Scene::Sample& s = composer.samples()[std::size_t(angle + 100)];
+    QCOMPARE(int(s.material), material);
+    // Range noise is 1 mm.
+    QVERIFY2(std::fabs(s.range - range) < 0.005, qPrintable(QString::number(s.range)));
 }
 
 void TstSim::headerWords_data()

@@ -47,9 +47,10 @@ struct Receiver : VxLinedataStream
         if (n % 97 != 0)
             return;
         // The file header's angles and transform put every point where its
-        // beam met the scene, the belt at height 0.
+        // beam met the scene, shifted as the scene's transform says.
         composer.compose(n);
         const Scene& scene = composer.scene();
+        const double* shift = scene.transform();
         for (int i = 0; i < count; ++i) {
             const Scene::Sample& s = composer.samples()[std::size_t(i)];
             double x, y, z;
@@ -58,8 +59,8 @@ struct Receiver : VxLinedataStream
             const double t = (scene.firstAngle() + i * scene.angleStep()) * M_PI / 180.0;
             // Millimetre ranges of protocol 1.1 round by up to 0.5 mm.
             if (s.material != Scene::None &&
-                (std::fabs(x) > 1e-12 || std::fabs(y - s.range * std::sin(t)) > 6e-4 ||
-                 std::fabs(z - (s.range * std::cos(t) - Scene::kScannerHeight)) > 6e-4))
+                (std::fabs(x) > 1e-12 || std::fabs(y - s.range * std::sin(t) - shift[7]) > 6e-4 ||
+                 std::fabs(z - s.range * std::cos(t) - shift[11]) > 6e-4))
                 faults << QString::asprintf("line %u pixel %d at %g, %g, %g", n, i, x, y, z);
         }
     }
@@ -111,7 +112,8 @@ void TstSimLoopback::roundTrip_data()
     // 128 + 32 + 51200 * 8 = 409760 bytes: seven fragments per line.
     QTest::newRow("1.3 400 KB lines")
         << "--protocol 1.3 --pixels 51200 --bpp 8 --rate 100 --count 25" << 25;
-    QTest::newRow("stopped by SIGTERM") << "--pixels 256 --rate 500" << 0;
+    QTest::newRow("conveyor, stopped by SIGTERM")
+        << "--scene conveyor --pixels 256 --rate 500" << 0;
 }
 
 void TstSimLoopback::roundTrip()
