@@ -351,18 +351,8 @@ class Run
 {
 public:
     Run(const QString& set, const Options& options, const QString& simulator)
-        : opt(options), simPath(simulator)
+        : opt(options), simPath(simulator), views(configure(set))
     {
-        {
-            QSettings settings;
-            settings.clear();
-            const bool all = set == "all";
-            settings.setValue("View/Gray", all);
-            settings.setValue("View/Statistic", all);
-            settings.setValue("View/Numeric", all);
-            settings.setValue("View/Cut", all);
-            settings.setValue("View/ThreeD", set != "none");
-        }
         window.resize(1260, 1000);
         window.show();
         window.handleRealign();
@@ -462,6 +452,21 @@ public:
     }
 
 private:
+    // Stores the default views of `set`; before the window is built, which
+    // opens them.
+    static QString configure(const QString& set)
+    {
+        QSettings settings;
+        settings.clear();
+        const bool all = set == "all";
+        settings.setValue("View/Gray", all);
+        settings.setValue("View/Statistic", all);
+        settings.setValue("View/Numeric", all);
+        settings.setValue("View/Cut", all);
+        settings.setValue("View/ThreeD", set != "none");
+        return set;
+    }
+
     qint64 simulate(const QStringList& args)
     {
         const QStringList common = {"--host",           "127.0.0.1",
@@ -473,6 +478,7 @@ private:
 
     const Options& opt;
     const QString simPath;
+    const QString views; // the set of views, stored before the window exists
     MainWindow window;
     std::shared_ptr<vxlindral::StreamDataModel> model;
     std::shared_ptr<vxlindral::StreamDataController> controller;
