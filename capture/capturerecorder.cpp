@@ -32,7 +32,7 @@ constexpr std::size_t pad8(std::size_t n)
 }
 constexpr std::size_t kLargestRecord = sizeof(Record) + pad8(65536);
 // Idle chunks kept for the next burst; the rest go back to the system.
-constexpr std::size_t kSpareChunks = 4;
+constexpr std::size_t kSpareChunks = 16;
 // A chunk that is still being filled is written after this long.
 constexpr auto kWriteEvery = std::chrono::milliseconds(250);
 
