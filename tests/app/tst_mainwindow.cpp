@@ -395,10 +395,18 @@ private slots:
 
     // "Record capture ..." through its dialog records the port of the active
     // view, frozen or not, shows the recording in the status line and
-    // remembers the folder; quitting while recording leaves a whole file.
-    void recordCaptureThenQuit()
+    // remembers the folder; each way of ending it leaves a whole file.
+    void recordCapture_data()
     {
-        const QString path = files.filePath("live.pcapng");
+        QTest::addColumn<QString>("end");
+        QTest::newRow("unchecked") << "uncheck";
+        QTest::newRow("port stopped") << "stop";
+        QTest::newRow("quit") << "quit";
+    }
+    void recordCapture()
+    {
+        QFETCH(QString, end);
+        const QString path = files.filePath(end + ".pcapng");
         answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(path); });
         QAction* record = action("actionRecordCapture");
         record->trigger();
@@ -410,18 +418,42 @@ private slots:
         const QList<QByteArray> sent = sendLines(6101, 50);
         QTRY_COMPARE(window->controller(6101)->counters().pausedDiscards, uint64_t(50));
         auto* label = window->findChild<QLabel*>("labelCapture");
-        const QRegularExpression text("^\u25cf live.pcapng 00:0\\d 50 lines 50 kB$");
+        const QRegularExpression text("^\u25cf " + end + ".pcapng 00:0\\d 50 lines 50 kB$");
         QTRY_VERIFY2(text.match(label->text()).hasMatch(), qPrintable(label->text()));
         QVERIFY(label->isVisible());
         QVERIFY(window->findChild<QLabel*>("labelStreamHealth")
                     ->toolTip()
                     .contains("recording: 50 datagrams, 50 lines"));
 
-        window->close();
-        window.reset();
+        if (end == "uncheck") {
+            record->trigger();
+            QVERIFY(label->isHidden());
+        } else if (end == "stop") {
+            QVERIFY(QMetaObject::invokeMethod(window.get(), "handleStopStream"));
+        } else {
+            window->close();
+            window.reset();
+        }
+        QVERIFY(!window || (!window->isCapturing() && !record->isChecked()));
         const auto [got, clean] = readCapture(path);
         QVERIFY(clean);
         QCOMPARE(got, sent);
+    }
+
+    // An existing file is replaced only when the dialog's question is
+    // answered yes: answered no (and the dialog then cancelled), the file
+    // stays as it was and nothing is recorded.
+    void recordCaptureKeepsAnExistingFile()
+    {
+        const QString path = files.filePath("kept.pcapng");
+        QFile kept(path);
+        QVERIFY(kept.open(QIODevice::WriteOnly) && kept.write("keep me") == 7);
+        kept.close();
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        answer<QMessageBox>(false, [](QMessageBox*) { answer<QFileDialog>(false); });
+        action("actionRecordCapture")->trigger();
+        QVERIFY(!window->isCapturing() && !action("actionRecordCapture")->isChecked());
+        QCOMPARE(contents(path), QString("keep me"));
     }
 
     // A file-size limit ends the recording with a warning that names the
