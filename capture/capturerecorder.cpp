@@ -157,7 +157,8 @@ void CaptureRecorder::onDatagram(const char* data, const strmsocket::DatagramSou
             return;
         }
         std::memcpy(c->bytes.get() + c->used, &r, sizeof r);
-        std::memcpy(c->bytes.get() + c->used + sizeof r, data, d.length);
+        if (d.length) // an empty datagram may come without bytes
+            std::memcpy(c->bytes.get() + c->used + sizeof r, data, d.length);
         c->used += need;
     }
     datagrams.fetch_add(1, std::memory_order_relaxed);

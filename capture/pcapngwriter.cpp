@@ -46,6 +46,8 @@ bool PcapngWriter::fail(int error)
 
 void PcapngWriter::put(const void* bytes, std::size_t n)
 {
+    if (!n)
+        return; // an empty datagram may come without bytes
     const char* p = static_cast<const char*>(bytes);
     pending.insert(pending.end(), p, p + n);
 }
