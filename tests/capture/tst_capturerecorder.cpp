@@ -31,9 +31,9 @@ struct Sent
     Datagram d;
 };
 
-// `n` datagrams: raw lines in one or three pieces (the first piece begins a
-// line), a file header, bytes that are no message at all, and the empty and
-// the largest payload; several senders, times a nanosecond apart or more.
+// `n` datagrams: raw lines in one or several pieces, and datagrams that are
+// no message at all, empty or of the largest payload; several senders,
+// times a nanosecond apart or more.
 std::vector<Sent> traffic(int n)
 {
     std::vector<Sent> out;
@@ -109,21 +109,6 @@ bool same(const std::vector<Sent>& sent, const std::vector<Sent>& got, std::size
     return true;
 }
 
-uint64_t lineCount(const std::vector<Sent>& sent, std::size_t n)
-{
-    uint64_t lines = 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        const Bytes& p = sent[i].payload;
-        uint32_t offset = 1, kind = 0;
-        if (p.size() >= 20) {
-            std::memcpy(&offset, p.data() + 12, 4);
-            std::memcpy(&kind, p.data() + 16, 4);
-        }
-        lines += offset == 0 && kind == 1;
-    }
-    return lines;
-}
-
 // Everything fed is in the file, however the buffer is cut into chunks
 // (the smallest chunk holds one largest datagram), and the counters match
 // the file.
@@ -142,8 +127,6 @@ void roundTrip()
         const CaptureRecorder::Status s = recorder.status();
         CHECK_EQ(s.datagrams, uint64_t(sent.size()));
         CHECK_EQ(s.notRecorded, uint64_t(0));
-        CHECK_EQ(s.lines, lineCount(sent, sent.size()));
-        CHECK(s.lines > 100);
         CHECK_EQ(s.written, s.bytes);
         CHECK_EQ(uint64_t(std::filesystem::file_size(path)), s.bytes);
         const ReadBack r = readBack(path);
