@@ -123,7 +123,8 @@ bool PcapngWriter::flush()
         if (w <= 0) {
             const int why = w < 0 ? errno : ENOSPC;
             // Part of the buffer may be on disk, ending inside a block: the
-            // file goes back to its last complete block.
+            // blocks that reached it whole stay, the rest is cut off.
+            written += wholeBlocks(done);
             [[maybe_unused]] const int cut = ::ftruncate(fd, static_cast<off_t>(written));
             return fail(why);
         }
@@ -132,6 +133,20 @@ bool PcapngWriter::flush()
     written += pending.size();
     pending.clear();
     return true;
+}
+
+std::size_t PcapngWriter::wholeBlocks(std::size_t n) const
+{
+    // Every block gives its total length at its byte 4.
+    std::size_t end = 0;
+    while (end + 8 <= n) {
+        uint32_t length = 0;
+        std::memcpy(&length, pending.data() + end + 4, sizeof length);
+        if (end + length > n)
+            break;
+        end += length;
+    }
+    return end;
 }
 
 bool PcapngWriter::close()

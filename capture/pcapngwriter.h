@@ -13,10 +13,10 @@ namespace vxrec {
 // Wireshark, libpcap and vxscanner-replay read it like a capture taken on the
 // wire.
 //
-// Blocks are collected in a buffer and written whole. When a write fails (a
-// full disk, a file-size limit), the file is cut back to the end of its last
-// complete block, so that what it holds stays a valid capture, and every
-// later write fails at once.
+// Blocks are collected in a buffer of about 1 MiB and written together.
+// When a write fails (a full disk, a file-size limit), the file is cut back
+// to the end of its last complete block, so that what it holds stays a valid
+// capture, and every later write fails at once.
 //
 // Ownership: owns the file. Threads: one thread at a time.
 class PcapngWriter
@@ -54,6 +54,8 @@ public:
 
 private:
     bool fail(int error);
+    // The bytes of the whole blocks among the first `n` of `pending`.
+    std::size_t wholeBlocks(std::size_t n) const;
     void put(const void* bytes, std::size_t n);
 
     int fd = -1;
