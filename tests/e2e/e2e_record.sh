@@ -27,7 +27,7 @@ work=$(mktemp -d)
 export XDG_CONFIG_HOME=$work/config HOME=$work
 conf=$XDG_CONFIG_HOME/vx/VxLindral.conf
 # Explicit options: the check does not depend on the simulator's defaults.
-simopts=(--host 127.0.0.1 --rate 200 --pixels 256 --protocol 1.2 --bpp 8 --count 600)
+simopts=(--host 127.0.0.1 --scene street --rate 200 --pixels 256 --protocol 1.2 --bpp 8 --count 600)
 
 viewerpid= cappid=
 cleanup() {

@@ -16,8 +16,7 @@ private slots:
             "fit_cloud.svg follow.svg gray.svg grid.svg info.svg line.png numeric.png pause.svg "
             "pointsize1.svg pointsize2.svg pointsize3.svg pointsize4.svg pointsize5.svg "
             "record.svg settings.svg threed.svg topview.svg zoom_fit.svg zoom_home.svg "
-            "zoom_minus.svg "
-            "zoom_plus.svg");
+            "zoom_minus.svg zoom_plus.svg");
         for (const QString& n : names.split(' '))
             QTest::newRow(qPrintable(n)) << n;
     }
