@@ -7,12 +7,13 @@
 # byte: the simulator's output is the same for the same options, so a second
 # run with the same options into vxscanner-capture is the reference (only the
 # message numbers may differ, where a once-a-second file header fell between
-# other lines). Screenshots are kept in the artifacts folder.
+# other lines). The capture then replays with vxscanner-replay. Screenshots
+# are kept in the artifacts folder.
 #
-# usage: e2e_record.sh <vxlindral> <vxscanner-sim> <vxscanner-capture> <artifacts-dir>
+# usage: e2e_record.sh <vxlindral> <vxscanner-sim> <vxscanner-capture> <vxscanner-replay> <artifacts-dir>
 set -euo pipefail
 
-viewer=$1 sim=$2 capture=$3 art=$4
+viewer=$1 sim=$2 capture=$3 replay=$4 art=$5
 if [ -z "${DISPLAY:-}" ]; then
     exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"
 fi
@@ -128,6 +129,18 @@ for kind in 01000000 02000000; do
         >/dev/null || fail "the recorded messages of kind $kind differ from the reference"
 done
 capinfos "$recorded" >"$art/record-capinfos.txt" 2>&1 || fail "capinfos cannot read the capture"
+
+step "the capture replays: vxscanner-replay sends the same datagrams again"
+replayed=$work/out/replayed.pcap
+"$capture" --port 7102 --out "$replayed" >"$art/record-capture-replay.log" 2>&1 &
+cappid=$!
+sleep 0.5
+"${replay}" --fast --to-port 7102 "$recorded" >"$art/record-replay.log" 2>&1 || fail "the replay failed"
+sleep 0.5
+kill -INT "$cappid"
+wait "$cappid" || fail "vxscanner-capture failed on the replay"
+cappid=
+payloads "$replayed" 7102 | cmp -s - "$work/live.txt" || fail "the replay sent other datagrams"
 grep -q 'nanoseconds' "$art/record-capinfos.txt" || fail "timestamps are not in nanoseconds"
 
 step "close the viewer"
