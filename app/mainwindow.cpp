@@ -2,6 +2,7 @@
 #include "ui_mainwindow.h"
 
 #include "app/streamhealthlabel.h"
+#include "capture/capturerecorder.h"
 #include "dialogs/aboutdialog.h"
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
@@ -27,12 +28,15 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QHBoxLayout>
 #include <QInputDialog>
+#include <QLabel>
 #include <QMdiSubWindow>
 #include <QMessageBox>
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimer>
+#include <chrono>
 #include <stdexcept>
 #include <vector>
 
@@ -65,6 +69,7 @@ MainWindow::MainWindow(QWidget* parent)
     connect(ui->actionExportCloud, &QAction::triggered, this, &MainWindow::handleExportCloud);
     connect(ui->actionSaveImage, &QAction::triggered, this, &MainWindow::handleSaveImage);
     connect(ui->actionCopyImage, &QAction::triggered, this, &MainWindow::handleCopyImage);
+    connect(ui->actionRecordCapture, &QAction::triggered, this, &MainWindow::handleRecordCapture);
     connect(ui->actionFreeze, &QAction::triggered, this, &MainWindow::handlePause);
     connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::handleConnect);
     connect(ui->actionFilterDisplay, &QAction::triggered, this, &MainWindow::handleFilterDisplay);
@@ -89,6 +94,9 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::~MainWindow()
 {
+    // Quitting while recording keeps the file: the tap is cleared and
+    // everything taken is written before the controllers go.
+    stopCapture(false);
     // The label reads the controllers: it goes before they do.
     delete health;
     health = nullptr;
@@ -113,29 +121,51 @@ void MainWindow::addStreamHealth()
     const auto openPorts = [this] {
         std::vector<StreamHealthLabel::Port> ports;
         for (const auto& entry : controllers) {
-            if (const std::shared_ptr<StreamDataController>& c = entry.second)
-                ports.push_back({entry.first, c->handoverCounters(), c->counters()});
+            if (const std::shared_ptr<StreamDataController>& c = entry.second) {
+                ports.push_back({entry.first, c->handoverCounters(), c->counters(), {}});
+                if (capture && entry.first == capturingPort)
+                    ports.back().recording = capture->status();
+            }
         }
         return ports;
     };
-    health = new StreamHealthLabel(openPorts, ui->centralwidget);
+    // The capture being recorded, then the health of the ports, side by side.
+    statusRight = new QWidget(ui->centralwidget);
+    auto* row = new QHBoxLayout(statusRight);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(3 * statusRight->fontMetrics().horizontalAdvance(QLatin1Char(' ')));
+    labelCapture = new QLabel(statusRight);
+    labelCapture->setObjectName(QStringLiteral("labelCapture"));
+    labelCapture->setTextFormat(Qt::PlainText);
+    labelCapture->hide();
+    health = new StreamHealthLabel(openPorts, statusRight);
     health->setObjectName(QStringLiteral("labelStreamHealth"));
+    row->addWidget(labelCapture);
+    row->addWidget(health);
     // In the status label's own cell, at its right end: the form's layout
     // keeps its two items where they are, and no column is added that would
     // narrow the MDI area.
-    ui->gridLayout->addWidget(health, 1, 0, Qt::AlignRight | Qt::AlignVCenter);
+    ui->gridLayout->addWidget(statusRight, 1, 0, Qt::AlignRight | Qt::AlignVCenter);
     // The status label's own text (cursor readout, recording) keeps clear of it.
-    connect(health, &StreamHealthLabel::textUpdated, this, [this] {
-        const int reserve = health->text().isEmpty()
-                                ? 0
-                                : health->sizeHint().width() +
-                                      3 * health->fontMetrics().horizontalAdvance(QLatin1Char(' '));
-        QMargins margins = ui->labelStatus->contentsMargins();
-        if (margins.right() != reserve) {
-            margins.setRight(reserve);
-            ui->labelStatus->setContentsMargins(margins);
-        }
-    });
+    connect(health, &StreamHealthLabel::textUpdated, this, &MainWindow::reserveStatusRoom);
+
+    captureTimer = new QTimer(this);
+    captureTimer->setInterval(StreamHealthLabel::refreshMs);
+    connect(captureTimer, &QTimer::timeout, this, &MainWindow::refreshCapture);
+}
+
+void MainWindow::reserveStatusRoom()
+{
+    const bool empty = health->text().isEmpty() && labelCapture->isHidden();
+    const int reserve =
+        empty ? 0
+              : statusRight->sizeHint().width() +
+                    3 * statusRight->fontMetrics().horizontalAdvance(QLatin1Char(' '));
+    QMargins margins = ui->labelStatus->contentsMargins();
+    if (margins.right() != reserve) {
+        margins.setRight(reserve);
+        ui->labelStatus->setContentsMargins(margins);
+    }
 }
 
 void MainWindow::openStream(int portLine, int portStatus)
@@ -223,6 +253,9 @@ void MainWindow::handleStopStream()
     if (port == 0)
         return;
     std::shared_ptr<StreamDataController>& controller = controllers[port];
+    // The port's socket goes with its controller: so does its recording.
+    if (capture && capturingPort == port)
+        stopCapture();
     if (controller)
         controller->stopStream();
     controller.reset();
@@ -282,6 +315,7 @@ void MainWindow::handleClose()
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
+    stopCapture();
     for (auto& entry : controllers) {
         if (entry.second)
             entry.second->stopStream();
@@ -794,4 +828,142 @@ void MainWindow::handleCopyImage()
 {
     if (BasicView* view = recentView([](BasicView*) { return true; }, true))
         QGuiApplication::clipboard()->setImage(view->picture());
+}
+
+// ---- capture recording ----------------------------------------------------
+
+void MainWindow::handleRecordCapture(bool checked)
+{
+    if (!checked) {
+        stopCapture();
+        return;
+    }
+    // The active view's port, as Freeze takes it; without one, the port the
+    // other commands use.
+    BasicView* view = currentView();
+    const int port = view ? view->getPort() : currentPort();
+    if (!recordable(port))
+        return;
+    QString folder = SettingsKeys::pathCapture.read(settings);
+    if (folder.isEmpty())
+        folder = QDir::homePath();
+    // The dialog asks before an existing file is replaced; the name is taken
+    // as given, so that what it confirmed is what is written.
+    const QString fileName = QFileDialog::getSaveFileName(this, tr("Record capture"), folder,
+                                                          tr("Captures (*.pcapng);;All files (*)"),
+                                                          nullptr, QFileDialog::Options());
+    if (fileName.isEmpty()) {
+        ui->actionRecordCapture->setChecked(false);
+        return;
+    }
+    SettingsKeys::pathCapture.write(settings, QFileInfo(fileName).absolutePath());
+    startCapture(port, fileName);
+}
+
+std::shared_ptr<StreamDataController> MainWindow::recordable(int port)
+{
+    std::shared_ptr<StreamDataController> c = controller(port);
+    if (c && c->localPort() != 0)
+        return c;
+    ui->actionRecordCapture->setChecked(false);
+    QMessageBox::warning(nullptr, windowTitle(),
+                         tr("No current port. Connect stream or select an active window."),
+                         QMessageBox::Ok);
+    return nullptr;
+}
+
+bool MainWindow::startCapture(int port, const QString& path)
+{
+    stopCapture();
+    const std::shared_ptr<StreamDataController> c = recordable(port);
+    if (!c)
+        return false;
+    auto recorder = std::make_unique<vxrec::CaptureRecorder>(static_cast<uint16_t>(c->localPort()));
+    if (!recorder->start(QFile::encodeName(path).toStdString())) {
+        ui->actionRecordCapture->setChecked(false);
+        QMessageBox::warning(this, windowTitle(),
+                             tr("Could not record to %1: %2")
+                                 .arg(QDir::toNativeSeparators(path),
+                                      QString::fromLocal8Bit(recorder->status().error.c_str())),
+                             QMessageBox::Ok);
+        return false;
+    }
+    capture = std::move(recorder);
+    capturingPort = port;
+    c->setTap(capture.get());
+    ui->actionRecordCapture->setChecked(true);
+    captureTimer->start();
+    refreshCapture();
+    return true;
+}
+
+void MainWindow::stopCapture(bool warn)
+{
+    if (!capture)
+        return;
+    captureTimer->stop();
+    // The receive thread lets go of the recorder before it finishes.
+    if (const std::shared_ptr<StreamDataController> c = controller(capturingPort))
+        c->setTap(nullptr);
+    capture->finish();
+    const vxrec::CaptureRecorder::Status status = capture->status();
+    const QString path = QFile::decodeName(capture->path().c_str());
+    capture.reset();
+    capturingPort = 0;
+    if (ui) {
+        ui->actionRecordCapture->setChecked(false);
+        labelCapture->clear();
+        labelCapture->hide();
+        reserveStatusRoom();
+    }
+    if (warn && status.failed) {
+        // The file keeps every block written before the failure.
+        QMessageBox::warning(
+            this, windowTitle(),
+            tr("Recording to %1 stopped: %2. The file holds what was recorded "
+               "until then.")
+                .arg(QDir::toNativeSeparators(path), QString::fromLocal8Bit(status.error.c_str())),
+            QMessageBox::Ok);
+    }
+}
+
+QString MainWindow::captureText() const
+{
+    using StreamHealthLabel = vxlindral::StreamHealthLabel;
+    if (!capture)
+        return QString();
+    const vxrec::CaptureRecorder::Status s = capture->status();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+                             std::chrono::steady_clock::now() - capture->startedAt())
+                             .count();
+    QString duration = QStringLiteral("%1:%2")
+                           .arg(seconds / 60 % 60, 2, 10, QLatin1Char('0'))
+                           .arg(seconds % 60, 2, 10, QLatin1Char('0'));
+    if (seconds >= 3600)
+        duration.prepend(QStringLiteral("%1:").arg(seconds / 3600));
+    // Sizes in decimal units, as file managers show them.
+    const QString size =
+        s.bytes < 1000000
+            ? QStringLiteral("%1 kB").arg(StreamHealthLabel::grouped(s.bytes / 1000))
+            : QStringLiteral("%1 MB").arg(StreamHealthLabel::grouped((s.bytes + 500000) / 1000000));
+    QString text = QStringLiteral("\u25cf %1 %2 %3 lines %4")
+                       .arg(QFileInfo(QFile::decodeName(capture->path().c_str())).fileName(),
+                            duration, StreamHealthLabel::grouped(s.lines), size);
+    if (s.notRecorded)
+        text += tr(", %1 datagrams not recorded (the disk fell behind)")
+                    .arg(StreamHealthLabel::grouped(s.notRecorded));
+    return text;
+}
+
+void MainWindow::refreshCapture()
+{
+    if (!capture)
+        return;
+    if (capture->status().failed) {
+        stopCapture(); // warns with the file and the reason
+        return;
+    }
+    labelCapture->setText(captureText());
+    labelCapture->show();
+    reserveStatusRoom();
 }

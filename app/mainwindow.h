@@ -9,9 +9,14 @@
 
 class QAction;
 class QIODevice;
+class QLabel;
 class QMdiSubWindow;
 class QTimer;
 class Ui_MainWindow;
+
+namespace vxrec {
+class CaptureRecorder;
+}
 
 namespace vxlindral {
 class BasicView;
@@ -28,11 +33,16 @@ class ThreeDView;
 // is built; views are found again by their object name. The right end of the
 // status line shows the health of every open port (StreamHealthLabel).
 //
+// File > Record capture records the raw stream of a port into a pcapng file
+// (vxrec::CaptureRecorder, set as the port's datagram tap), while the status
+// line shows its file, duration, lines and size.
+//
 // Ownership: the window owns its form, the per-port models and controllers
 // (shared pointers in maps whose entries are never erased), the recording
-// timer, the health label, and the views through the MDI area (each view
-// deletes itself when closed). Threads: GUI thread only; lines reach the
-// models and views through queued connections.
+// timer, the capture recorder, the health label, and the views through the
+// MDI area (each view deletes itself when closed). Threads: GUI thread only;
+// lines reach the models and views through queued connections; the capture
+// recorder's counters are atomics, read here twice a second.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -72,6 +82,19 @@ public:
     int portEntries() const { return static_cast<int>(dataModels.size()); }
     bool isRecording() const { return recordTimer != nullptr; }
 
+    // Records the raw stream of `port` into `path` (replacing the file), as
+    // "Record capture ..." does after its dialog. False, with a warning box,
+    // when the port is not open or the file cannot be created.
+    bool startCapture(int port, const QString& path);
+    // Ends the capture being recorded, writing what it has taken and closing
+    // the file; warns when the file failed (with `warn`).
+    void stopCapture(bool warn = true);
+    bool isCapturing() const { return capture != nullptr; }
+    // The port being recorded; 0 when none is.
+    int capturePort() const { return capturingPort; }
+    // The status line's text for the capture being recorded.
+    QString captureText() const;
+
 signals:
     void configChanged();
 
@@ -99,6 +122,7 @@ public slots:
     void handleAbout();
     void handleRealign();
     void recording();
+    void handleRecordCapture(bool checked);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -133,8 +157,17 @@ private:
     QString exportStart(const QString& suffix);
     vxlindral::BasicView* currentView() const;
     void tileViews();
-    // Puts the health label at the right end of the status line's row.
+    // Puts the capture and health labels at the right end of the status
+    // line's row.
     void addStreamHealth();
+    // Twice a second while recording: the capture's text, or the end of a
+    // recording whose file failed.
+    void refreshCapture();
+    // The controller of `port` when its socket is open; else unchecks
+    // "Record capture ...", warns and gives null.
+    std::shared_ptr<vxlindral::StreamDataController> recordable(int port);
+    // Keeps the status label's own text clear of the labels at its right.
+    void reserveStatusRoom();
 
     QSettings settings;
     Ui_MainWindow* ui;
@@ -146,4 +179,9 @@ private:
     int32_t recordPart = 0;
     QString recordFileName;
     vxlindral::StreamHealthLabel* health = nullptr;
+    QWidget* statusRight = nullptr; // holds labelCapture and the health label
+    QLabel* labelCapture = nullptr;
+    std::unique_ptr<vxrec::CaptureRecorder> capture;
+    int capturingPort = 0;
+    QTimer* captureTimer = nullptr;
 };

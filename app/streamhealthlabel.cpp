@@ -83,6 +83,12 @@ QString StreamHealthLabel::details(const Port& p)
         text += QStringLiteral("\n%1: %2").arg(QLatin1String(row.first), grouped(row.second));
     const uint64_t buffer = s.receiveBufferSize > 0 ? uint64_t(s.receiveBufferSize) : 0;
     text += QStringLiteral("\nreceive buffer: %1 bytes").arg(grouped(buffer));
+    if (const auto& r = p.recording) {
+        text += QStringLiteral("\nrecording: %1 datagrams, %2 lines, %3 bytes written, %4 not "
+                               "recorded (the disk fell behind)")
+                    .arg(grouped(r->datagrams), grouped(r->lines), grouped(r->written),
+                         grouped(r->notRecorded));
+    }
     return text;
 }
 

@@ -1,4 +1,5 @@
 #pragma once
+#include "capture/capturerecorder.h"
 #include "scanner/streamcounters.h"
 #include "stream/linequeue.h"
 
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <vector>
 
 class QTimer;
@@ -19,7 +21,8 @@ namespace vxlindral {
 // The rate is the number of lines the port's model took in since the
 // previous refresh over the time that really passed (a late refresh does not
 // inflate it); "dropped" is the lines lost since the port was opened (see
-// dropped()). The tool tip lists every counter by cause for each port.
+// dropped()). The tool tip lists every counter by cause for each port, and
+// those of a capture being recorded from it.
 // Numbers are grouped by thousands with ',' whatever the user's locale.
 //
 // The label knows nothing of the window: it asks `source` for the counters of
@@ -38,6 +41,8 @@ public:
         int port = 0;
         LineQueue::Counters handover;      // hand-over to the GUI thread
         strmsocket::StreamCounters socket; // the line socket and reassembly
+        // The capture being recorded from the port, if any.
+        std::optional<vxrec::CaptureRecorder::Status> recording;
     };
     // The open ports now, in the order they are to be shown.
     using Source = std::function<std::vector<Port>()>;

@@ -40,6 +40,8 @@ public:
     // Where the export and recording file dialogs open.
     static inline const Key<QString> pathLast{"Path/Last", QStringLiteral("/")};
     static inline const Key<QString> pathRecording{"Path/Recording", QStringLiteral("/")};
+    // The folder the capture recording's dialog opens in; empty: the home folder.
+    static inline const Key<QString> pathCapture{"Path/Capture", QString()};
 
     // The default views of a newly opened stream, as the stream reads them ...
     static inline const Key<bool> viewGray{"View/Gray", false};

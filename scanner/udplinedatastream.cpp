@@ -173,6 +173,13 @@ private:
                 st.kernelDrops.store(d.kernelDrops, std::memory_order_relaxed);
             UDPLinedataStream::Counters::inc(st.datagrams);
             UDPLinedataStream::Counters::inc(st.bytes, uint64_t(d.length));
+            // What arrived, before reassembly, the backlog or the pause flag
+            // have a say.
+            if (stream.tapped.load(std::memory_order_acquire)) {
+                std::lock_guard<std::mutex> guard(stream.tapLock);
+                if (stream.tap)
+                    stream.tap->onDatagram(buffer.data(), d);
+            }
             const MessageAssembler::Result r =
                 assembler.feed(d.sender, buffer.data(), d.length, buffer.size());
             if (r.malformed)
@@ -333,6 +340,13 @@ void UDPLinedataStream::Disconnect(bool)
     stats->localPort.store(0, std::memory_order_relaxed);
     stats->backlogMessages.store(0, std::memory_order_relaxed);
     stats->backlogBytes.store(0, std::memory_order_relaxed);
+}
+
+void UDPLinedataStream::SetTap(DatagramTap* to)
+{
+    std::lock_guard<std::mutex> guard(tapLock);
+    tap = to;
+    tapped.store(to != nullptr, std::memory_order_release);
 }
 
 bool UDPLinedataStream::ReadyForMessage()

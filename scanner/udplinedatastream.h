@@ -1,5 +1,6 @@
 #pragma once
 #include "scanner/datagramsource.h"
+#include "scanner/datagramtap.h"
 #include "scanner/linerawinfo.h"
 #include "scanner/pdata.h"
 #include "scanner/pdatas.h"
@@ -38,7 +39,8 @@ class ReceiveLoop;
 // Ownership: the stream owns its socket, thread and per-device file headers.
 // Threads: Connect/Disconnect/destruction from one controlling thread; the
 // callbacks run on the receive thread (or on the thread that calls
-// DeliverMessage, for the test double); `pause` and counters() from any thread.
+// DeliverMessage, for the test double); `pause`, SetTap() and counters() from
+// any thread.
 // Disconnect and the destructor stop and join the thread: no thread outlives
 // its stream object.
 class UDPLinedataStream
@@ -101,6 +103,12 @@ public:
     void SetBacklogLimit(std::size_t bytes) { backlogLimit = bytes; }
     static constexpr std::size_t kDefaultBacklogLimit = std::size_t(64) << 20;
 
+    // Hands every datagram read from now on to `tap` (see DatagramTap), or
+    // to none. Any thread, connected or not; the tap stays across Connect and
+    // Disconnect. Returns once a call of the previous tap in progress has
+    // ended, so that it may then go.
+    void SetTap(DatagramTap* tap);
+
     StreamCounters counters() const;
     bool IsConnected() const;
     // The bound local port (useful after Connect(0, ...)); 0 when closed.
@@ -143,6 +151,11 @@ private:
     std::size_t backlogLimit = kDefaultBacklogLimit;
     std::map<unsigned, VxSHeader> headers;
     uint64_t headerGeneration = 0;
+    // The tap: the flag spares the receive thread the lock while none is set;
+    // the lock makes clearing wait for a call in progress.
+    std::atomic<bool> tapped{false};
+    std::mutex tapLock;
+    DatagramTap* tap = nullptr;                           // guarded by tapLock
     std::vector<char> playBuffer;                         // DeliverMessage's padded copy, reused
     std::chrono::steady_clock::time_point messageArrival; // see MessageArrival()
     struct Counters;

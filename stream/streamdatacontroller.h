@@ -35,6 +35,10 @@ public:
     // Sets the pause flag of both receivers.
     Q_INVOKABLE void pauseStream(bool pause);
     Q_INVOKABLE bool isPaused() const;
+    // Hands every datagram the line socket reads from now on, before
+    // anything is decoded, paused or dropped, to `tap` (null: to none). Any
+    // thread; returns once a call of the previous tap has ended.
+    void setTap(strmsocket::DatagramTap* tap) { lineStream.SetTap(tap); }
 
     // The hand-over of lines to the model: lines taken in, dropped by cause
     // (memory, age), texts dropped, lines and bytes waiting.

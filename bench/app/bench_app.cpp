@@ -23,12 +23,19 @@
 //   catch-up  (stall rows) from the end of the stall until a line reached the
 //             model again within 50 ms of its sending
 //
+// Then the recording rows: with no views, one rate without and then with a
+// capture being recorded from the port (File > Record capture), the receive
+// thread's CPU time per datagram received, the difference recording makes
+// (the row without it, measured in the same run, is the floor), and the
+// datagrams in the capture (read back from the file) against those received.
+//
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
 //       [--rates 600,1500,...] [--pixels N] [--views none,default,all|both]
-//       [--stalls VIEWS:RATE:gui|process:MS,...|none]
+//       [--stalls VIEWS:RATE:gui|process:MS,...|none] [--recording RATE,...|none]
 #include "app/applicationsetup.h"
 #include "app/mainwindow.h"
+#include "capture/datagramextractor.h"
 #include "models/streamdatamodel.h"
 #include "stream/linetype.h"
 #include "stream/streamdatacontroller.h"
@@ -82,6 +89,7 @@ struct Options
     QList<Stall> stalls = {{"default", 200, false, 1000}, {"default", 200, true, 1000},
                            {"default", 2000, false, 300}, {"default", 2000, true, 300},
                            {"all", 1000, false, 500},     {"default", 5000, true, 200}};
+    QList<int> recordingRates = {5000};
 };
 
 constexpr int kStallAtMs = 1000;   // into the sending
@@ -451,6 +459,43 @@ public:
         std::fflush(stdout);
     }
 
+    // One rate without recording (`capture` empty) or recording into
+    // `capture`: receive-thread CPU per datagram, datagrams received and, when
+    // recording, in the file. Returns the CPU per datagram in microseconds.
+    double recordingRow(int rate, const QString& capture, double floorUs)
+    {
+        if (!capture.isEmpty() && !window.startCapture(benchPort, capture))
+            return 0;
+        const Counts before = Counts::of(*controller);
+        const CpuTimes cpuBefore = CpuTimes::now(receive);
+        const qint64 sent = simulate(
+            {"--rate", QString::number(rate), "--duration", QString::number(opt.duration)});
+        const CpuTimes cpu = CpuTimes::now(receive);
+        drain(*controller);
+        window.stopCapture();
+        const Counts after = Counts::of(*controller);
+        const uint64_t received = delta(after.socket.datagrams, before.socket.datagrams);
+        const double perDatagramUs =
+            received ? double(cpu.receive - cpuBefore.receive) / 1000.0 / double(received) : 0;
+        const auto u = [](uint64_t v) { return static_cast<unsigned long long>(v); };
+        std::printf("%6d %9s %7lld %9llu ", rate, capture.isEmpty() ? "off" : "on",
+                    static_cast<long long>(sent), u(received));
+        if (capture.isEmpty()) {
+            std::printf("%9s | %8.2f %8s\n", "-", perDatagramUs, "floor");
+        } else {
+            uint64_t recorded = 0;
+            vxrec::DatagramExtractor file({uint16_t(benchPort), -1});
+            vxrec::UdpDatagram d;
+            if (file.open(QFile::encodeName(capture).toStdString()))
+                while (file.next(d) == vxrec::DatagramExtractor::Status::Datagram)
+                    ++recorded;
+            std::printf("%9llu | %8.2f %+8.2f\n", u(recorded), perDatagramUs,
+                        perDatagramUs - floorUs);
+        }
+        std::fflush(stdout);
+        return perDatagramUs;
+    }
+
 private:
     // Stores the default views of `set`; before the window is built, which
     // opens them.
@@ -518,6 +563,21 @@ bool runStall(const Stall& stall, const Options& opt, const QString& simPath)
     return true;
 }
 
+bool runRecording(int rate, const Options& opt, const QString& simPath)
+{
+    Run run("none", opt, simPath);
+    if (!run.start())
+        return false;
+    QTemporaryDir dir;
+    std::printf("\nrecording: views none, %d lines/s (%d pixels per line, %.1f s per row)\n", rate,
+                opt.pixels, opt.duration);
+    std::printf("%6s %9s %7s %9s %9s | %8s %8s\n", "rate/s", "recording", "sent", "received",
+                "recorded", "recv us", "+us");
+    const double floorUs = run.recordingRow(rate, QString(), 0);
+    run.recordingRow(rate, dir.filePath("bench.pcapng"), floorUs);
+    return true;
+}
+
 // The window opens the port on its own; a port held by another program would
 // stop the run at a warning box.
 bool portFree()
@@ -568,6 +628,11 @@ int main(int argc, char* argv[])
                 }
                 opt.stalls << Stall{f[0], f[1].toInt(), f[2] == "process", f[3].toInt()};
             }
+        } else if (key == "--recording") {
+            opt.recordingRates.clear();
+            for (const QString& r : value.split(',', Qt::SkipEmptyParts))
+                if (r != "none")
+                    opt.recordingRates << r.toInt();
         } else if (key == "--views") {
             opt.viewSets.clear();
             for (const QString& v : value.split(',', Qt::SkipEmptyParts))
@@ -586,8 +651,11 @@ int main(int argc, char* argv[])
         });
     if (opt.duration <= 0 || opt.pixels <= 0 || opt.rates.isEmpty() ||
         std::any_of(opt.rates.begin(), opt.rates.end(), [](int r) { return r <= 0; }) ||
+        std::any_of(opt.recordingRates.begin(), opt.recordingRates.end(),
+                    [](int r) { return r <= 0; }) ||
         !setsKnown) {
-        std::fprintf(stderr, "bench_app: bad --duration, --pixels, --rates, --views or --stalls\n");
+        std::fprintf(stderr, "bench_app: bad --duration, --pixels, --rates, --views, --stalls or "
+                             "--recording\n");
         return 2;
     }
     if (!portFree()) {
@@ -602,6 +670,10 @@ int main(int argc, char* argv[])
     }
     for (const Stall& stall : opt.stalls) {
         if (!runStall(stall, opt, simPath))
+            return 1;
+    }
+    for (int rate : opt.recordingRates) {
+        if (!runRecording(rate, opt, simPath))
             return 1;
     }
     return 0;

@@ -4,8 +4,11 @@
 // at the end of the status line.
 #include "app/mainwindow.h"
 #include "app/streamhealthlabel.h"
+#include "capture/datagramextractor.h"
 #include "models/streamaveragedatamodel.h"
 #include "models/streamdatamodel.h"
+#include "scanner/udpsocket.h"
+#include "scanner/wireencoder.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
 #include "views/cutview.h"
@@ -18,9 +21,12 @@
 
 #include <QtTest>
 #include <QtWidgets>
+#include <arpa/inet.h>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <tuple>
 
 using namespace vxlindral;
@@ -57,6 +63,44 @@ bool showsData(BasicView* view)
                 return true;
         }
     return false;
+}
+
+// Sends `lines` raw lines of `pixels` 8-byte pixels to `port` on loopback,
+// one datagram each; the datagrams sent.
+QList<QByteArray> sendLines(int port, uint32_t lines, uint32_t pixels = 100)
+{
+    strmsocket::UdpSocket out;
+    out.open(0, "127.0.0.1", 0, false);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    to.sin_port = htons(static_cast<uint16_t>(port));
+    QList<QByteArray> sent;
+    for (uint32_t n = 0; n < lines; ++n) {
+        const strmsocket::WireEncoder::RawLine h{n, 1, 2, 0, 2, 0, 0, 0, 8, pixels};
+        const std::vector<char> body(8 * pixels, char(n));
+        const auto m = strmsocket::WireEncoder::rawLine(h, body.data(), body.size());
+        for (const auto& d : strmsocket::WireEncoder::fragment(n, m.data(), m.size())) {
+            ::sendto(out.fd(), d.data(), d.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+            sent << QByteArray(d.data(), int(d.size()));
+        }
+    }
+    return sent;
+}
+
+// The payloads of port 6101 in a capture, and whether it read cleanly to its
+// end.
+std::pair<QList<QByteArray>, bool> readCapture(const QString& path)
+{
+    vxrec::DatagramExtractor x({6101, -1});
+    QList<QByteArray> got;
+    if (!x.open(path.toStdString()))
+        return {got, false};
+    vxrec::UdpDatagram d;
+    vxrec::DatagramExtractor::Status end;
+    while ((end = x.next(d)) == vxrec::DatagramExtractor::Status::Datagram)
+        got << QByteArray(reinterpret_cast<const char*>(d.data), int(d.length));
+    return {got, end == vxrec::DatagramExtractor::Status::End};
 }
 
 } // namespace
@@ -349,6 +393,96 @@ private slots:
         QVERIFY(!QSettings().contains("Path/Recording"));
     }
 
+    // "Record capture ..." through its dialog records the port of the active
+    // view, frozen or not, shows the recording in the status line and
+    // remembers the folder; each way of ending it leaves a whole file.
+    void recordCapture_data()
+    {
+        QTest::addColumn<QString>("end");
+        QTest::newRow("unchecked") << "uncheck";
+        QTest::newRow("port stopped") << "stop";
+        QTest::newRow("quit") << "quit";
+    }
+    void recordCapture()
+    {
+        QFETCH(QString, end);
+        const QString path = files.filePath(end + ".pcapng");
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        QAction* record = action("actionRecordCapture");
+        record->trigger();
+        QVERIFY(record->isChecked() && window->isCapturing());
+        QCOMPARE(window->capturePort(), 6101);
+        QCOMPARE(QSettings().value("Path/Capture").toString(), files.path());
+
+        window->controller(6101)->pauseStream(true);
+        const QList<QByteArray> sent = sendLines(6101, 50);
+        QTRY_COMPARE(window->controller(6101)->counters().pausedDiscards, uint64_t(50));
+        auto* label = window->findChild<QLabel*>("labelCapture");
+        const QRegularExpression text("^\u25cf " + end + ".pcapng 00:0\\d 50 lines 50 kB$");
+        QTRY_VERIFY2(text.match(label->text()).hasMatch(), qPrintable(label->text()));
+        QVERIFY(label->isVisible());
+        QVERIFY(window->findChild<QLabel*>("labelStreamHealth")
+                    ->toolTip()
+                    .contains("recording: 50 datagrams, 50 lines"));
+
+        if (end == "uncheck") {
+            record->trigger();
+            QVERIFY(label->isHidden());
+        } else if (end == "stop") {
+            QVERIFY(QMetaObject::invokeMethod(window.get(), "handleStopStream"));
+        } else {
+            window->close();
+            window.reset();
+        }
+        QVERIFY(!window || (!window->isCapturing() && !record->isChecked()));
+        const auto [got, clean] = readCapture(path);
+        QVERIFY(clean);
+        QCOMPARE(got, sent);
+    }
+
+    // An existing file is replaced only when the dialog's question is
+    // answered yes: answered no (and the dialog then cancelled), the file
+    // stays as it was and nothing is recorded.
+    void recordCaptureKeepsAnExistingFile()
+    {
+        const QString path = files.filePath("kept.pcapng");
+        QFile kept(path);
+        QVERIFY(kept.open(QIODevice::WriteOnly) && kept.write("keep me") == 7);
+        kept.close();
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        answer<QMessageBox>(false, [](QMessageBox*) { answer<QFileDialog>(false); });
+        action("actionRecordCapture")->trigger();
+        QVERIFY(!window->isCapturing() && !action("actionRecordCapture")->isChecked());
+        QCOMPARE(contents(path), QString("keep me"));
+    }
+
+    // A file-size limit ends the recording with a warning that names the
+    // file and the reason; the file keeps a valid start of the stream.
+    void captureFailureWarns()
+    {
+        const QString path = files.filePath("limited.pcapng");
+        rlimit before{};
+        ::getrlimit(RLIMIT_FSIZE, &before);
+        rlimit limited = before;
+        limited.rlim_cur = 1u << 20;
+        QVERIFY(::setrlimit(RLIMIT_FSIZE, &limited) == 0);
+        const bool started = window->startCapture(6101, path);
+        expectWarning();
+        const QList<QByteArray> sent = sendLines(6101, 200, 2000); // 3.2 MB
+        QTRY_VERIFY(!window->isCapturing());
+        ::setrlimit(RLIMIT_FSIZE, &before);
+        QVERIFY(started);
+        QTRY_COMPARE(warnings.size(), 1);
+        QVERIFY2(warnings[0].startsWith("Vx Lindral") &&
+                     warnings[0].contains(": Recording to " + path + " stopped") &&
+                     warnings[0].contains("File too large"),
+                 qPrintable(warnings[0]));
+        QVERIFY(!action("actionRecordCapture")->isChecked());
+        const auto [got, clean] = readCapture(path);
+        QVERIFY(clean && !got.isEmpty() && got.size() < sent.size());
+        QCOMPARE(got, sent.mid(0, got.size()));
+    }
+
     void streamHealth_data()
     {
         QTest::addColumn<QStringList>("steps");
@@ -381,10 +515,11 @@ private slots:
             QRegularExpression::anchoredPattern(entries.join(" \\| ")));
         QVERIFY2(pattern.match(health->text()).hasMatch(), qPrintable(health->text()));
 
-        // The form's cells stay; the label shares the status label's.
+        // The form's cells stay; the label (beside the capture's) shares the
+        // status label's.
         auto* grid = window->findChild<QGridLayout*>("gridLayout");
-        for (QWidget* w : {static_cast<QWidget*>(mdi()), static_cast<QWidget*>(status()),
-                           static_cast<QWidget*>(health)}) {
+        QWidget* right = health->parentWidget();
+        for (QWidget* w : {static_cast<QWidget*>(mdi()), static_cast<QWidget*>(status()), right}) {
             int row = -1, column = -1, rows = 0, columns = 0;
             grid->getItemPosition(grid->indexOf(w), &row, &column, &rows, &columns);
             QCOMPARE((QList<int>{row, column, rows, columns}), (QList<int>{w != mdi(), 0, 1, 1}));
@@ -392,8 +527,8 @@ private slots:
         status()->setText("u: 1024 v: 2000 x: 0.123456m y: -0.654321m a: 12.3456deg");
         grid->activate();
         const int statusTextEnd = status()->geometry().left() + status()->contentsRect().right();
-        QVERIFY(ports.isEmpty() || statusTextEnd < health->geometry().left());
-        QCOMPARE(health->geometry().right(), status()->geometry().right());
+        QVERIFY(ports.isEmpty() || statusTextEnd < right->geometry().left());
+        QCOMPARE(right->geometry().right(), status()->geometry().right());
     }
 
 private:

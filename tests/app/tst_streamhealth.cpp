@@ -56,7 +56,7 @@ private slots:
         QFETCH(int, ms);
         QFETCH(QString, text);
         Fixture f;
-        f.ports = {Port{6101, {takenBefore}, {}}};
+        f.ports = {Port{6101, {takenBefore}, {}, {}}};
         f.refreshAfter(0);
         QCOMPARE(f.label.text(), QString("6101: 0 lines/s, 0 dropped")); // no rate yet
         f.ports[0].handover.linesTaken = takenAfter;
@@ -66,7 +66,8 @@ private slots:
 
     // Each counter in its own line of the tool tip (distinct values catch a
     // mix-up); only backlog and memory drops, kernel drops and incomplete
-    // messages are lost lines. With no port left, text and tool tip are empty.
+    // messages are lost lines; a recording's counters follow. With no port
+    // left, text and tool tip are empty.
     void toolTipByCause()
     {
         Fixture f;
@@ -91,6 +92,16 @@ private slots:
                          "malformed datagrams: 7\nincomplete messages: 800\n"
                          "discarded while frozen: 9,000\ncallback errors: 10\n"
                          "receive buffer: 67,108,864 bytes"));
+        // A capture recorded from the port adds its counters.
+        p.recording.emplace();
+        p.recording->datagrams = 12345;
+        p.recording->lines = 6000;
+        p.recording->written = 2000000;
+        p.recording->notRecorded = 7;
+        f.refreshAfter(500);
+        QVERIFY(f.label.toolTip().endsWith(
+            "\nrecording: 12,345 datagrams, 6,000 lines, 2,000,000 bytes written, 7 not recorded "
+            "(the disk fell behind)"));
         f.ports.clear();
         f.refreshAfter(500);
         QCOMPARE(f.label.text() + f.label.toolTip(), QString());

@@ -1,0 +1,112 @@
+#pragma once
+#include "capture/pcapngwriter.h"
+#include "scanner/datagramtap.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace vxrec {
+
+// Records what a receive thread reads into a pcapng file (PcapngWriter), as
+// its datagram tap: every datagram with the kernel's receive time, its
+// sender's address and port, the local address it arrived on and the
+// recorded port.
+//
+// The receive thread never waits for the disk: onDatagram() copies the
+// datagram into a bounded buffer of chunks (256 MiB by default) and a writer
+// thread of its own writes them. A datagram that does not fit, because the
+// disk has not kept up, is counted (notRecorded) and left out. A write error
+// (a full disk, a file-size limit) ends the recording: the file is cut back
+// to its last complete block and stays a valid capture, failed and error
+// tell why. SIGXFSZ is ignored from start() on, so that a file-size limit
+// fails the write (EFBIG) instead of ending the process.
+//
+// Ownership: owns the file, the buffer and the writer thread. Threads:
+// start(), finish() and destruction by one controlling thread; onDatagram()
+// on one receive thread at a time; status() from any thread. Clear the tap
+// before the recorder goes (the destructor finishes it).
+class CaptureRecorder : public strmsocket::DatagramTap
+{
+public:
+    struct Limits
+    {
+        std::size_t bufferBytes = std::size_t(256) << 20; // datagrams waiting for the disk
+        std::size_t chunkBytes = std::size_t(1) << 20;    // raised to hold the largest datagram
+    };
+    // A snapshot; each counter is read on its own.
+    struct Status
+    {
+        uint64_t datagrams = 0;   // taken into the recording
+        uint64_t lines = 0;       // of them, those that begin a raw line
+        uint64_t bytes = 0;       // the capture's size once they are written
+        uint64_t written = 0;     // bytes in the file now
+        uint64_t notRecorded = 0; // did not fit the buffer: the disk did not keep up
+        bool failed = false;      // a write failed: the recording has ended
+        std::string error;        // why ("No space left on device"), else empty
+    };
+
+    // Records datagrams that arrived on local `port`.
+    explicit CaptureRecorder(uint16_t port);
+    CaptureRecorder(uint16_t port, Limits limits);
+    ~CaptureRecorder() override;
+    CaptureRecorder(const CaptureRecorder&) = delete;
+    CaptureRecorder& operator=(const CaptureRecorder&) = delete;
+
+    // Creates (or replaces) the file, writes its header and starts the
+    // writer thread. False with the reason in status().error.
+    bool start(const std::string& path);
+    // Writes everything taken so far, closes the file and ends the writer
+    // thread; later datagrams are ignored. False when the file failed.
+    bool finish();
+
+    void onDatagram(const char* data, const strmsocket::DatagramSource::Datagram& d) override;
+
+    Status status() const;
+    const std::string& path() const { return file; }
+    // When start() succeeded.
+    std::chrono::steady_clock::time_point startedAt() const { return started; }
+
+private:
+    struct Chunk
+    {
+        std::unique_ptr<char[]> bytes;
+        std::size_t used = 0;
+    };
+    void writerLoop();
+    // Writer thread: the records of one chunk into the file; false when a
+    // write failed.
+    bool writeChunk(const Chunk& chunk);
+    // With `lock` held: a chunk with room for `need` more bytes, or null.
+    Chunk* room(std::size_t need);
+
+    const uint16_t port;
+    const std::size_t chunkBytes;
+    const std::size_t maxChunks;
+    std::string file;
+    std::chrono::steady_clock::time_point started;
+    PcapngWriter writer; // writer thread (start() and finish() around it)
+    std::thread thread;
+
+    mutable std::mutex lock; // guards what follows, up to the counters
+    std::condition_variable changed;
+    std::unique_ptr<Chunk> current;           // being filled by the receive thread
+    std::vector<std::unique_ptr<Chunk>> full; // waiting for the writer
+    std::vector<std::unique_ptr<Chunk>> spare;
+    std::size_t chunks = 0; // allocated: current, full, spare and being written
+    bool stopping = false;
+    std::string message;
+
+    std::atomic<bool> accepting{false};
+    std::atomic<bool> failed{false};
+    std::atomic<uint64_t> datagrams{0}, lines{0}, bytes{0}, written{0}, notRecorded{0};
+};
+
+} // namespace vxrec

@@ -1,0 +1,158 @@
+#!/usr/bin/env bash
+# End to end: recording the raw stream from the real viewer. Starts the viewer
+# with a private settings location, picks File > "Record capture ..." with
+# xdotool, names the file in its dialog, lets the simulator send 3 s of lines
+# to port 6101 and exit, and unchecks the entry again. The capture must hold
+# exactly the datagrams the simulator reported sending, in order, byte for
+# byte: the simulator's output is the same for the same options, so a second
+# run with the same options into vxscanner-capture is the reference (only the
+# message numbers may differ, where a once-a-second file header fell between
+# other lines). The capture then replays with vxscanner-replay. Screenshots
+# are kept in the artifacts folder.
+#
+# usage: e2e_record.sh <vxlindral> <vxscanner-sim> <vxscanner-capture> <vxscanner-replay> <artifacts-dir>
+set -euo pipefail
+
+viewer=$1 sim=$2 capture=$3 replay=$4 art=$5
+if [ -z "${DISPLAY:-}" ]; then
+    exec xvfb-run -a -s "-screen 0 1280x1024x24" "$0" "$@"
+fi
+unset QT_QPA_PLATFORM
+for tool in xdotool import tshark; do
+    command -v "$tool" >/dev/null || { echo "error: $tool is missing" >&2; exit 1; }
+done
+
+mkdir -p "$art"
+rm -f "$art"/record-*
+work=$(mktemp -d)
+export XDG_CONFIG_HOME=$work/config HOME=$work
+conf=$XDG_CONFIG_HOME/vx/VxLindral.conf
+# Explicit options: the check does not depend on the simulator's defaults.
+simopts=(--host 127.0.0.1 --scene street --rate 200 --pixels 256 --protocol 1.2 --bpp 8 --count 600)
+
+viewerpid= cappid=
+cleanup() {
+    [ -n "$viewerpid" ] && kill "$viewerpid" 2>/dev/null || true
+    [ -n "$cappid" ] && kill "$cappid" 2>/dev/null || true
+    wait 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+step() { echo "== $*"; }
+fail() {
+    echo "FAIL: $*" >&2
+    import -window root "$art/record-failure.png" 2>/dev/null || true
+    exit 1
+}
+window() {
+    local id
+    id=$(timeout 20 xdotool search --sync --onlyvisible --name "$1" 2>/dev/null | head -1) ||
+        true
+    [ -n "$id" ] || fail "no window '$1' appeared"
+    echo "$id"
+}
+focus() {
+    timeout 5 xdotool windowfocus --sync "$1" || fail "could not focus window $1"
+    sleep 0.3
+}
+keys() {
+    xdotool key --delay 60 "$@"
+    sleep 0.4
+}
+# File > "Record capture ..." (the menu's second entry) from the keyboard.
+recordentry() {
+    focus "$main"
+    keys alt
+    keys Down Down Return
+}
+# The datagrams of a capture to `port`, one hex line each, the message number
+# (framing bytes 4..7) blanked.
+payloads() {
+    tshark -r "$1" -Y "udp.dstport == $2" -T fields -e udp.payload 2>/dev/null |
+        awk '{ print substr($0, 1, 8) "........" substr($0, 17) }'
+}
+# Raw lines start with kind 1 at message byte 0 (datagram byte 16).
+lines() { grep -c '^.\{32\}01000000' "$1" || true; }
+
+step "start the viewer and record through File > Record capture ..."
+"$viewer" >"$art/record-viewer.log" 2>&1 &
+viewerpid=$!
+main=$(window '^Vx Lindral')
+xdotool windowsize "$main" 1260 1000
+focus "$main"
+sleep 1
+recorded=$work/out/live.pcapng
+mkdir -p "$work/out"
+recordentry
+dialog=$(window '^Record capture$')
+focus "$dialog"
+xdotool type --delay 10 "$recorded"
+keys Return
+sleep 0.5
+[ -f "$recorded" ] || fail "no capture file was created"
+
+step "the simulator sends 3 s of lines"
+"$sim" --port 6101 "${simopts[@]}" >"$art/record-sim.log" 2>&1 || fail "the simulator failed"
+summary=$(grep '^total ' "$art/record-sim.log" | tail -1)
+sent=$(sed -n 's/^total .* lines, \([0-9]*\) datagrams,.*/\1/p' <<<"$summary")
+case $summary in *"send errors"*) fail "the simulator could not send everything: $summary" ;; esac
+[ -n "$sent" ] || fail "no datagram count in the simulator's summary: $(tail -1 "$art/record-sim.log")"
+sleep 1
+import -window "$main" "$art/record-window.png"
+
+step "uncheck the entry; the file is complete"
+recordentry
+sleep 0.5
+cp "$recorded" "$art/record-live.pcapng"
+
+step "the reference: the same options into vxscanner-capture"
+reference=$work/out/reference.pcap
+"$capture" --port 7101 --out "$reference" >"$art/record-capture.log" 2>&1 &
+cappid=$!
+sleep 0.5
+"$sim" --port 7101 "${simopts[@]}" >"$art/record-sim-reference.log" 2>&1 || fail "the reference run failed"
+sleep 0.5
+kill -INT "$cappid"
+wait "$cappid" || fail "vxscanner-capture failed"
+cappid=
+
+step "compare"
+payloads "$recorded" 6101 >"$work/live.txt"
+payloads "$reference" 7101 >"$work/reference.txt"
+got=$(wc -l <"$work/live.txt")
+[ "$got" = "$sent" ] || fail "the capture holds $got datagrams, the simulator sent $sent"
+[ "$(lines "$work/live.txt")" = 600 ] || fail "$(lines "$work/live.txt") raw lines recorded, want 600"
+# Line by line and file header by file header, in order, to the byte.
+for kind in 01000000 02000000; do
+    diff -q <(grep "^.\{32\}$kind" "$work/live.txt") <(grep "^.\{32\}$kind" "$work/reference.txt") \
+        >/dev/null || fail "the recorded messages of kind $kind differ from the reference"
+done
+capinfos "$recorded" >"$art/record-capinfos.txt" 2>&1 || fail "capinfos cannot read the capture"
+
+step "the capture replays: vxscanner-replay sends the same datagrams again"
+replayed=$work/out/replayed.pcap
+"$capture" --port 7102 --out "$replayed" >"$art/record-capture-replay.log" 2>&1 &
+cappid=$!
+sleep 0.5
+"${replay}" --fast --to-port 7102 "$recorded" >"$art/record-replay.log" 2>&1 || fail "the replay failed"
+sleep 0.5
+kill -INT "$cappid"
+wait "$cappid" || fail "vxscanner-capture failed on the replay"
+cappid=
+payloads "$replayed" 7102 | cmp -s - "$work/live.txt" || fail "the replay sent other datagrams"
+grep -q 'nanoseconds' "$art/record-capinfos.txt" || fail "timestamps are not in nanoseconds"
+
+step "close the viewer"
+focus "$main"
+keys alt
+keys Down Up Return # File menu, up to its last entry "Close"
+for ((i = 0; i < 150; i++)); do
+    kill -0 "$viewerpid" 2>/dev/null || break
+    sleep 0.1
+done
+wait "$viewerpid" || fail "the viewer exited with $?"
+viewerpid=
+grep -qx "Capture=$work/out" <(sed -n '/^\[Path\]/,/^\[/p' "$conf") ||
+    fail "the folder was not remembered under Path/Capture"
+echo "PASS: e2e record ($sent datagrams recorded, 600 lines as the reference)"
