@@ -16,6 +16,7 @@
 
 using namespace vxlindral;
 using windowtest::answer;
+using windowtest::chooseFile;
 
 Q_DECLARE_METATYPE(CloudWriter::Format)
 
@@ -85,7 +86,7 @@ private slots:
 
         answer<QFileDialog>(true, [&](QFileDialog* dialog) {
             feed(2500);
-            choose(dialog, files.filePath(name), filter);
+            chooseFile(dialog, files.filePath(name), filter);
         });
         if (toolBar) {
             QAction* button = nullptr;
@@ -147,8 +148,9 @@ private slots:
         if (name == "-")
             closeAllViews();
         else
-            answer<QFileDialog>(!name.isEmpty(),
-                                [&](QFileDialog* dialog) { choose(dialog, files.filePath(name)); });
+            answer<QFileDialog>(!name.isEmpty(), [&](QFileDialog* dialog) {
+                chooseFile(dialog, files.filePath(name));
+            });
         if (!warning.isEmpty())
             expectWarning();
         action("actionExportCloud")->trigger();
@@ -199,8 +201,8 @@ private slots:
         if (auto* cloud = qobject_cast<ThreeDView*>(shown))
             QCOMPARE(picture.size(), cloud->glWidget()->size() * cloud->devicePixelRatioF());
 
-        answer<QFileDialog>(true,
-                            [&](QFileDialog* dialog) { choose(dialog, files.filePath("view")); });
+        answer<QFileDialog>(
+            true, [&](QFileDialog* dialog) { chooseFile(dialog, files.filePath("view")); });
         action("actionSaveImage")->trigger();
         const QImage saved(files.filePath("view.png"), "PNG");
         QCOMPARE(saved.convertToFormat(QImage::Format_RGB32), picture);
@@ -230,15 +232,6 @@ private slots:
     }
 
 private:
-    // Picks a file (and a filter) in a file dialog. selectFile() leaves the
-    // name field alone while it has the focus, so the name is typed in too.
-    static void choose(QFileDialog* dialog, const QString& path, const QString& filter = {})
-    {
-        if (!filter.isEmpty())
-            dialog->selectNameFilter(filter);
-        dialog->selectFile(path);
-        dialog->findChild<QLineEdit*>("fileNameEdit")->setText(path);
-    }
     ThreeDView* threeD() const { return window->findChild<ThreeDView*>(); }
     QMdiArea* mdi() const { return window->findChild<QMdiArea*>("mdiArea"); }
     QAction* action(const char* name) const { return window->findChild<QAction*>(name); }

@@ -31,6 +31,7 @@
 
 using namespace vxlindral;
 using windowtest::answer;
+using windowtest::chooseFile;
 using windowtest::makeLine;
 
 namespace {
@@ -327,7 +328,7 @@ private slots:
         const QString path = files.filePath("line.txt");
         answer<QFileDialog>(true, [&](QFileDialog* dialog) {
             window->dataModel(6101)->setData(QModelIndex(), QVariant::fromValue(makeLine(3)));
-            dialog->selectFile(path);
+            chooseFile(dialog, path);
         });
         action("actionExportLine")->trigger();
         QVERIFY(window->dataModel(6101)->currentLineText() != expected);
@@ -340,7 +341,7 @@ private slots:
     {
         feed(5);
         const QString start = files.filePath("rec.txt");
-        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(start); });
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { chooseFile(dialog, start); });
         answer<QInputDialog>(true, [](QInputDialog* dialog) { dialog->setIntValue(40); });
         QAction* lines = action("actionExportLines");
         lines->trigger();
@@ -383,7 +384,7 @@ private slots:
         QFETCH(bool, cancelFile);
         QFETCH(bool, checkedAfter);
         const QString path = files.filePath("cancel.txt");
-        answer<QFileDialog>(!cancelFile, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        answer<QFileDialog>(!cancelFile, [&](QFileDialog* dialog) { chooseFile(dialog, path); });
         if (!cancelFile)
             answer<QInputDialog>(false);
         QAction* lines = action("actionExportLines");
@@ -407,7 +408,7 @@ private slots:
     {
         QFETCH(QString, end);
         const QString path = files.filePath(end + ".pcapng");
-        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { chooseFile(dialog, path); });
         QAction* record = action("actionRecordCapture");
         record->trigger();
         QVERIFY(record->isChecked() && window->isCapturing());
@@ -449,7 +450,7 @@ private slots:
         QFile kept(path);
         QVERIFY(kept.open(QIODevice::WriteOnly) && kept.write("keep me") == 7);
         kept.close();
-        answer<QFileDialog>(true, [&](QFileDialog* dialog) { dialog->selectFile(path); });
+        answer<QFileDialog>(true, [&](QFileDialog* dialog) { chooseFile(dialog, path); });
         answer<QMessageBox>(false, [](QMessageBox*) { answer<QFileDialog>(false); });
         action("actionRecordCapture")->trigger();
         QVERIFY(!window->isCapturing() && !action("actionRecordCapture")->isChecked());

@@ -10,6 +10,8 @@
 
 #include <QApplication>
 #include <QDialog>
+#include <QFileDialog>
+#include <QLineEdit>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
@@ -53,6 +55,17 @@ template <typename W> void answer(bool accept, std::function<void(W*)> f = {})
         }
     });
     timer->start();
+}
+
+// Picks a file (and a filter) in a file dialog. selectFile() leaves the name
+// field alone while it has the focus, and accepting with an empty name keeps
+// the dialog open: the name is typed into the field as well.
+inline void chooseFile(QFileDialog* dialog, const QString& path, const QString& filter = {})
+{
+    if (!filter.isEmpty())
+        dialog->selectNameFilter(filter);
+    dialog->selectFile(path);
+    dialog->findChild<QLineEdit*>("fileNameEdit")->setText(path);
 }
 
 // A line of `pixels` records in the (datatyp 2, peak) layout: range 1000 + i,
