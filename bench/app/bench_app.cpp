@@ -33,6 +33,7 @@
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
 //       [--rates 600,1500,...] [--pixels N] [--views none,default,all|both]
 //       [--stalls VIEWS:RATE:gui|process:MS,...|none] [--recording RATE,...|none]
+//       [--scene street|conveyor]
 #include "app/applicationsetup.h"
 #include "app/mainwindow.h"
 #include "capture/datagramextractor.h"
@@ -90,6 +91,7 @@ struct Options
                            {"default", 2000, false, 300}, {"default", 2000, true, 300},
                            {"all", 1000, false, 500},     {"default", 5000, true, 200}};
     QList<int> recordingRates = {5000};
+    QString scene; // the simulator's scene; empty: its default
 };
 
 constexpr int kStallAtMs = 1000;   // into the sending
@@ -514,10 +516,12 @@ private:
 
     qint64 simulate(const QStringList& args)
     {
-        const QStringList common = {"--host",           "127.0.0.1",
-                                    "--port",           QString::number(benchPort),
-                                    "--pixels",         QString::number(opt.pixels),
-                                    "--stamp-send-time"};
+        QStringList common = {"--host",           "127.0.0.1",
+                              "--port",           QString::number(benchPort),
+                              "--pixels",         QString::number(opt.pixels),
+                              "--stamp-send-time"};
+        if (!opt.scene.isEmpty())
+            common << "--scene" << opt.scene;
         return runSimulator(simPath, common + args);
     }
 
@@ -628,6 +632,8 @@ int main(int argc, char* argv[])
                 }
                 opt.stalls << Stall{f[0], f[1].toInt(), f[2] == "process", f[3].toInt()};
             }
+        } else if (key == "--scene") {
+            opt.scene = value;
         } else if (key == "--recording") {
             opt.recordingRates.clear();
             for (const QString& r : value.split(',', Qt::SkipEmptyParts))
