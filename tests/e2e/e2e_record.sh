@@ -39,27 +39,8 @@ cleanup() {
 }
 trap cleanup EXIT
 
-step() { echo "== $*"; }
-fail() {
-    echo "FAIL: $*" >&2
-    import -window root "$art/record-failure.png" 2>/dev/null || true
-    exit 1
-}
-window() {
-    local id
-    id=$(timeout 20 xdotool search --sync --onlyvisible --name "$1" 2>/dev/null | head -1) ||
-        true
-    [ -n "$id" ] || fail "no window '$1' appeared"
-    echo "$id"
-}
-focus() {
-    timeout 5 xdotool windowfocus --sync "$1" || fail "could not focus window $1"
-    sleep 0.3
-}
-keys() {
-    xdotool key --delay 60 "$@"
-    sleep 0.4
-}
+failshot=record-failure
+. "$(dirname "$0")/e2elib.sh"
 # File > "Record capture ..." (the menu's second entry) from the keyboard.
 recordentry() {
     focus "$main"
@@ -86,11 +67,7 @@ recorded=$work/out/live.pcapng
 mkdir -p "$work/out"
 recordentry
 dialog=$(window '^Record capture$')
-focus "$dialog"
-xdotool type --delay 10 "$recorded"
-keys Return
-sleep 0.5
-[ -f "$recorded" ] || fail "no capture file was created"
+savefile "$dialog" '[ -f "$recorded" ]' "$recorded"
 
 step "the simulator sends 3 s of lines"
 "$sim" --port 6101 "${simopts[@]}" >"$art/record-sim.log" 2>&1 || fail "the simulator failed"
