@@ -8,24 +8,6 @@
 
 namespace vxrec {
 
-namespace {
-
-uint32_t u32(const uint8_t* p)
-{
-    uint32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-} // namespace
-
-bool CaptureIndex::beginsLine(const uint8_t* data, std::size_t length)
-{
-    using strmsocket::WireFormat;
-    return length >= WireFormat::kDatagramHeader + 4 && u32(data) == WireFormat::kMagic &&
-           u32(data + 12) == 0 && u32(data + WireFormat::kDatagramHeader) == WireFormat::kRawLine;
-}
-
 CaptureIndex::~CaptureIndex()
 {
     cancel();
@@ -73,7 +55,7 @@ void CaptureIndex::run(std::string path, uint16_t port)
         uint64_t seen = 0;
         while (!stopping.load(std::memory_order_relaxed) &&
                (s = extractor.next(d)) == DatagramExtractor::Status::Datagram) {
-            if (beginsLine(d.data, d.length))
+            if (strmsocket::WireFormat::beginsRawLine(d.data, d.length))
                 add(Entry{d.offset, d.timeNs});
             if ((++seen & 255) == 0)
                 done.store(std::min(1.0, double(extractor.position()) / size),

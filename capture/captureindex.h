@@ -60,10 +60,6 @@ public:
     // Memory the entries take.
     std::size_t bytes() const;
 
-    // Whether the UDP payload `data` begins a raw-line message: the
-    // framing's magic, fragment offset 0 and the message's kind.
-    static bool beginsLine(const uint8_t* data, std::size_t length);
-
 private:
     void run(std::string path, uint16_t port);
     void add(const Entry& e);

@@ -36,21 +36,6 @@ constexpr std::size_t kSpareChunks = 16;
 // A chunk that is still being filled is written after this long.
 constexpr auto kWriteEvery = std::chrono::milliseconds(250);
 
-uint32_t rd32(const char* p)
-{
-    uint32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-// The first datagram of a raw-line message: framing with offset 0, then the
-// message's kind.
-bool beginsRawLine(const char* data, std::size_t n)
-{
-    return n >= WireFormat::kDatagramHeader + 4 && rd32(data) == WireFormat::kMagic &&
-           rd32(data + 12) == 0 && rd32(data + WireFormat::kDatagramHeader) == WireFormat::kRawLine;
-}
-
 } // namespace
 
 CaptureRecorder::CaptureRecorder(uint16_t p) : CaptureRecorder(p, Limits()) {}
@@ -162,7 +147,7 @@ void CaptureRecorder::onDatagram(const char* data, const strmsocket::DatagramSou
         c->used += need;
     }
     datagrams.fetch_add(1, std::memory_order_relaxed);
-    if (beginsRawLine(data, d.length))
+    if (WireFormat::beginsRawLine(data, d.length))
         lines.fetch_add(1, std::memory_order_relaxed);
     bytes.fetch_add(PcapngWriter::blockBytes(d.length), std::memory_order_relaxed);
 }

@@ -1,6 +1,6 @@
 #include "capture/capturesource.h"
 
-#include "capture/captureindex.h"
+#include "scanner/wireformat.h"
 
 #include <algorithm>
 #include <chrono>
@@ -187,7 +187,7 @@ int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
         std::lock_guard<std::mutex> guard(lock);
         if (!state.playing || dueNs() > ReplayScheduler::systemClock().nowNs())
             return 0;
-        if (CaptureIndex::beginsLine(pending.data, pending.length)) {
+        if (strmsocket::WireFormat::beginsRawLine(pending.data, pending.length)) {
             if (linesLeft == 0) {
                 state.playing = false; // the lines asked for are played
                 return 0;

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace strmsocket {
 
@@ -20,6 +21,21 @@ struct WireFormat
         kRawLine = 1,
         kFileHeader = 2,
     };
+
+    // Whether a datagram of `n` bytes begins a raw-line message: the
+    // framing's magic, fragment offset 0, then the message's kind. Counts
+    // lines in captures and recordings without reassembling them.
+    static bool beginsRawLine(const void* datagram, std::size_t n)
+    {
+        const auto* p = static_cast<const unsigned char*>(datagram);
+        const auto u32 = [p](std::size_t at) {
+            uint32_t v;
+            std::memcpy(&v, p + at, sizeof v);
+            return v;
+        };
+        return n >= kDatagramHeader + 4 && u32(0) == kMagic && u32(12) == 0 &&
+               u32(kDatagramHeader) == kRawLine;
+    }
 };
 
 } // namespace strmsocket
