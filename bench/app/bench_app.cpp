@@ -318,6 +318,12 @@ qint64 runSimulator(const QString& path, const QStringList& args)
     }
     collect();
     ::close(out[0]);
+    // A simulator that refused its options (a bad --scene, say) would
+    // otherwise leave rows of zeros.
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        std::fprintf(stderr, "bench_app: the simulator failed:\n%s", text.constData());
+        return -1;
+    }
     const QRegularExpressionMatch m =
         QRegularExpression(R"(total [0-9.]+ s: (\d+) lines)").match(QString::fromLocal8Bit(text));
     return m.hasMatch() ? m.captured(1).toLongLong() : 0;
