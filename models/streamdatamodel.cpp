@@ -92,6 +92,18 @@ bool StreamDataModel::setData(const QModelIndex&, const QVariant& value, int)
     return true;
 }
 
+void StreamDataModel::clearLines()
+{
+    QMutexLocker locker(&mutex);
+    beginResetModel();
+    history.clear();
+    current.reset();
+    reference.reset();
+    rows = 0;
+    columns = 0;
+    endResetModel();
+}
+
 QVariant StreamDataModel::headerData(int section, Qt::Orientation orientation, int role) const
 {
     if (role != Qt::DisplayRole || !current)

@@ -48,6 +48,17 @@ public:
     void setSeries(int series) { currentSeries.store(series, std::memory_order_relaxed); }
     int series() const { return currentSeries.load(std::memory_order_relaxed); }
 
+    // Back to no line yet: no current line, history or difference reference,
+    // no rows or columns, announced as a reset so that attached views stay
+    // valid (a seek; the window then plays the newest lines again through
+    // setData). The display and difference modes stay as the user set them.
+    // A derived model forgets what it keeps of its own as well.
+    virtual void clearLines();
+    // How many of the newest lines it keeps (its history): after clearLines
+    // and that many lines taken in again it holds what taking in every line
+    // from the first would have left.
+    int reachBack() const { return historyLimit; }
+
     LineType currentLine() const { return current; }
     bool isDifferenceMode() const { return differenceMode; }
     DISPLAY_MODE displayMode() const { return mode; }

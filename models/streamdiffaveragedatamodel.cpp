@@ -66,4 +66,18 @@ void StreamDiffAverageDataModel::setDiff()
     diffReference = current;
 }
 
+void StreamDiffAverageDataModel::setReference(vxlindral::LineType line)
+{
+    diffReference = std::move(line);
+    // The difference column changes with it; the tables read it through.
+    if (current && rowCount() > 0)
+        emit dataChanged(createIndex(0, 0), createIndex(rowCount() - 1, columnCount() - 1));
+}
+
+void StreamDiffAverageDataModel::clearLines()
+{
+    diffReference.reset();
+    StreamDataModel::clearLines();
+}
+
 } // namespace vxlindral

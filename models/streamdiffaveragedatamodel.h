@@ -23,10 +23,15 @@ public:
                         int role = Qt::DisplayRole) const override;
 
     LineType referenceLine() const { return diffReference; }
+    // Also forgets the reference: the next line is its own reference again.
+    void clearLines() override;
 
 public slots:
     void updateNewLine(vxlindral::LineType line);
     void setDiff();
+    // Makes `line` the reference (a seek gives the stream's first line,
+    // which the whole stream played from its start would have taken).
+    void setReference(vxlindral::LineType line);
 
 private:
     LineType diffReference;
