@@ -54,6 +54,13 @@ QImage BasicView::picture()
     return grab(area).toImage();
 }
 
+void BasicView::clearLines(uint64_t) {}
+
+int BasicView::reachBack() const
+{
+    return 1;
+}
+
 void BasicView::setPort(int p)
 {
     port = p;

@@ -5,6 +5,7 @@
 #include <QMdiSubWindow>
 #include <QMutex>
 #include <QString>
+#include <cstdint>
 
 class QLabel;
 class QToolBar;
@@ -19,7 +20,8 @@ class MyScrollArea;
 // intensity range rule shared by the image views, and the signals by which a
 // view reports closing and status-bar text.
 // Ownership: the MDI area owns the view (it deletes itself on close); child
-// widgets are owned through Qt parents. Threads: GUI thread only.
+// widgets are owned through Qt parents. Threads: GUI thread only (also
+// clearLines and reachBack).
 class BasicView : public QMdiSubWindow
 {
     Q_OBJECT
@@ -33,6 +35,17 @@ public:
     // the view's content below its tool bar as rendered; image views return
     // their own picture at its full resolution.
     virtual QImage picture();
+
+    // Forgets the lines taken in, as if `before` lines of the stream had
+    // already been taken in (a seek: the window then plays the newest lines
+    // again through updateNewLine). The user's settings of the view (zoom,
+    // pan, modes) stay. The base has nothing to forget.
+    virtual void clearLines(uint64_t before);
+    // How many of the newest lines can still influence what the view shows:
+    // after clearLines and the newest reachBack() lines taken in again, the
+    // view shows exactly what taking in every line from the first would have
+    // shown. The base shows the newest line at most: 1.
+    virtual int reachBack() const;
 
     // Stores the port and appends " : Port <port>" to the current title.
     void setPort(int port);

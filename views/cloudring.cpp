@@ -23,6 +23,15 @@ std::vector<CloudVertex> CloudRing::toVector() const
     return laidOut(store, used);
 }
 
+void CloudRing::clear()
+{
+    head = 0;
+    tail = 0;
+    used = 0;
+    firstWritten = 0;
+    written = 0;
+}
+
 void CloudRing::dropFront(std::size_t n)
 {
     n = std::min(n, used);

@@ -56,6 +56,9 @@ public:
     // The vertices in logical order.
     std::vector<CloudVertex> toVector() const;
 
+    // Forgets every vertex; the storage stays (the next vertices are written
+    // from slot 0 and uploaded as written).
+    void clear();
     // Forgets the oldest n vertices (at most size()).
     void dropFront(std::size_t n);
     // Makes room for n more vertices; grows the storage if they do not fit.

@@ -143,6 +143,16 @@ QImage CutView::picture()
     return image().toImage();
 }
 
+void CutView::clearLines(uint64_t)
+{
+    currentLine.reset();
+    pendingLine.reset();
+    if (label)
+        label->clear();
+    if (!pixmap.isNull())
+        pixmap.fill(Qt::white);
+}
+
 const QPixmap& CutView::image()
 {
     frames->flush();

@@ -31,6 +31,11 @@ public:
     QToolBar* toolBar() override;
     // The picture with every line taken in, at its full size.
     QImage picture() override;
+    // No current or pending line: the label shows nothing and the picture is
+    // white, as before the first line. Zoom, pan, point size, draw mode and
+    // grid stay, and the next line is not treated as a first line (which
+    // would go back Home): a seek keeps the user's framing.
+    void clearLines(uint64_t before) override;
 
     const CutParams& params() const { return cutParams; }
     // The picture, with the newest line drawn.

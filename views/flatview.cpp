@@ -191,6 +191,23 @@ QImage FlatView::picture()
     return image().toImage();
 }
 
+void FlatView::clearLines(uint64_t)
+{
+    {
+        QMutexLocker locker(&mutex);
+        ring.reset(ring.size(), axis());
+    }
+    frames->markPending();
+}
+
+int FlatView::reachBack() const
+{
+    // The 2-pixel pen of a column's points reaches into the column left of
+    // it, which is the previous line's: that column shows this line.
+    const int shown = displayMode == 0 ? (ring.height() + 1) / 2 : ring.width() - 1;
+    return std::max(shown, 1);
+}
+
 const QPixmap& FlatView::image()
 {
     frames->flush();

@@ -29,6 +29,13 @@ public:
     QToolBar* toolBar() override;
     // The picture with every line taken in, at its full size.
     QImage picture() override;
+    // The picture white again at its size, in its mode and flip.
+    void clearLines(uint64_t before) override;
+    // The lines the picture shows: waterfall (h + 1) / 2 (two rows a line),
+    // right to left w - 1 (each line also paints over the previous line's
+    // column); at least 1. Exact when every line writes every pixel of its
+    // stripe that any line writes (see docs/decisions/views.md, "Seeking").
+    int reachBack() const override;
 
     int getDisplayMode() const { return displayMode; }
     int getDirection() const { return direction; }

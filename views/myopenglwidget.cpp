@@ -11,9 +11,24 @@
 #include <QtMath>
 #include <algorithm>
 #include <cfloat>
+#include <climits>
 #include <cmath>
 
 namespace vxlindral {
+
+namespace {
+
+// How far following moves the camera along x over the first `lines` lines:
+// the float steps addLine makes, added one by one as it adds them.
+float followedX(int lines)
+{
+    float x = 0.0f;
+    for (int i = 0; i < lines; ++i)
+        x += MyOpenGLWidget::lineX(i) - MyOpenGLWidget::lineX(i - 1);
+    return x;
+}
+
+} // namespace
 
 const char* const MyOpenGLWidget::vertexShaderSource =
     "#version 330\n"
@@ -165,6 +180,7 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
         return;
     const MyLine& line = *newLine;
     const int n = line.pixel;
+    newestPixels = n;
     // A setting of 0 or less would divide by zero; such a line is not thinned.
     const int step = pointsPerLine > 0 ? std::max(n / pointsPerLine, 1) : 1;
     const int count = n / step;
@@ -199,6 +215,31 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
     if (follow)
         camera.translate(QVector3D(xl - lineX(lineCount - 2), 0.0f, 0.0f));
     requestFrame();
+}
+
+void MyOpenGLWidget::clearLines(uint64_t before)
+{
+    const int taken = static_cast<int>(std::min<uint64_t>(before, INT_MAX));
+    vertices.clear();
+    if (follow) {
+        // Untouched by the user, the camera stands at followedX(lineCount):
+        // the offset is exactly 0 and the camera lands where the whole
+        // stream would have put it.
+        QVector3D t = camera.translation();
+        t.setX(t.x() - followedX(lineCount) + followedX(taken));
+        camera.setTranslation(t);
+    }
+    lineCount = taken;
+    requestFrame();
+}
+
+int MyOpenGLWidget::reachBack() const
+{
+    const int n = newestPixels > 0 ? newestPixels : std::max(pointsPerLine, 1);
+    const int step = pointsPerLine > 0 ? std::max(n / pointsPerLine, 1) : 1;
+    const long long kept = (n - 1) / step + 1;
+    const long long lines = (std::max(maxPoints, 0) + kept - 1) / kept + 1;
+    return static_cast<int>(std::min<long long>(lines, INT_MAX));
 }
 
 std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const

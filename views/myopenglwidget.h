@@ -62,6 +62,18 @@ public:
     // fits the picture with a margin. The present translation when the cloud
     // is empty. Reads every vertex: for the user's command, not per line.
     QVector3D fitTranslation() const;
+    // Empties the cloud and counts `before` lines as taken in, so that the
+    // next lines get the x positions they have in the whole stream. While
+    // following, the camera keeps its offset from the newest line: moved as
+    // taking in `before` lines from the first would have moved it (the same
+    // float steps, one per line), so that replayed lines are seen exactly as
+    // in the whole stream.
+    void clearLines(uint64_t before);
+    // Lines whose points can still be in the cloud: maxPoints over the points
+    // a line keeps after thinning (the newest line's, or pointsPerLine before
+    // any), rounded up, plus one for an oldest line partly dropped. Follows
+    // the settings as they are when asked.
+    int reachBack() const;
     // The x position of line number index (0 = the first line taken in).
     static float lineX(int index) { return static_cast<float>(index / 250.0 + 0.1); }
 
@@ -116,6 +128,7 @@ private:
     int u_cameraToView = -1;
     Camera3D camera;
     int lineCount = 0;
+    int newestPixels = 0; // pixel count of the newest line taken in
     bool follow = false;
     CloudRing vertices;
     int pointsPerLine = 1000;

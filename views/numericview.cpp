@@ -12,6 +12,7 @@
 #include <QScrollBar>
 #include <QTableView>
 #include <QToolBar>
+#include <algorithm>
 
 namespace vxlindral {
 
@@ -184,6 +185,29 @@ void NumericView::updateNewLine(vxlindral::LineType)
     // as one layout change per frame.
     if (QAbstractItemModel* m = dataProxy->sourceModel())
         emit m->layoutChanged();
+}
+
+QList<StreamDataModel*> NumericView::tableModels() const
+{
+    QList<StreamDataModel*> models;
+    for (TableFrameProxy* p : {headerProxy, averageProxy, bigAverageProxy, dataProxy})
+        if (auto* model = qobject_cast<StreamDataModel*>(p->sourceModel()))
+            models << model;
+    return models;
+}
+
+void NumericView::clearLines(uint64_t)
+{
+    for (StreamDataModel* model : tableModels())
+        model->clearLines();
+}
+
+int NumericView::reachBack() const
+{
+    int lines = 1;
+    for (const StreamDataModel* model : tableModels())
+        lines = std::max(lines, model->reachBack());
+    return lines;
 }
 
 void NumericView::syncTables()

@@ -38,6 +38,11 @@ public:
     void fixHeights();
     // Brings the tables up to date with their models now.
     void syncTables();
+    // Clears the models of its four tables (StreamDataModel::clearLines),
+    // the port's data model among them; the tables follow at the next frame.
+    void clearLines(uint64_t before) override;
+    // The longest history its tables' models keep.
+    int reachBack() const override;
 
     bool isHex() const { return hex; }
     bool isHeaderExpanded() const { return expandHeader; }
@@ -62,6 +67,9 @@ public slots:
     void handleConfigChanged() override;
 
 private:
+    // The models of its tables that are StreamDataModels.
+    QList<StreamDataModel*> tableModels() const;
+
     bool hex = false;
     bool expandHeader = false;
     bool bigAverage = false;

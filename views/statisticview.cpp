@@ -24,6 +24,11 @@ QString StatisticView::text()
 
 void StatisticView::updateNewLine(vxlindral::LineType) {}
 
+void StatisticView::clearLines(uint64_t)
+{
+    updateStatistic(QString());
+}
+
 void StatisticView::updateStatistic(const QString& message)
 {
     pendingText = message;

@@ -19,6 +19,8 @@ public:
 
     // The text shown, the newest one given.
     QString text();
+    // An empty text, as an empty text given would leave it.
+    void clearLines(uint64_t before) override;
 
 public slots:
     void updateNewLine(vxlindral::LineType newLine) override;

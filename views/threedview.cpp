@@ -73,6 +73,16 @@ QImage ThreeDView::picture()
     return widget->grabFramebuffer();
 }
 
+void ThreeDView::clearLines(uint64_t before)
+{
+    widget->clearLines(before);
+}
+
+int ThreeDView::reachBack() const
+{
+    return widget->reachBack();
+}
+
 void ThreeDView::readSettings()
 {
     QSettings settings;

@@ -27,6 +27,9 @@ public:
     QToolBar* toolBar() override;
     // The frame buffer as the view last drew it, at its size.
     QImage picture() override;
+    // MyOpenGLWidget::clearLines and reachBack.
+    void clearLines(uint64_t before) override;
+    int reachBack() const override;
     MyOpenGLWidget* glWidget() const { return widget; }
 
 signals:
