@@ -68,22 +68,33 @@ inline void chooseFile(QFileDialog* dialog, const QString& path, const QString& 
     dialog->findChild<QLineEdit*>("fileNameEdit")->setText(path);
 }
 
-// A line of `pixels` records in the (datatyp 2, peak) layout: range 1000 + i,
-// intensity 100 + i.
-inline vxlindral::LineType makeLine(int pixels)
+// A line of `pixels` records in the peak layout of `datatyp` (2: range and
+// intensity; 4 adds quality and echo width): range 1000 + i + v, intensity
+// 100 + i + 2 v, where v = number (i % 61 + 1) % 1000 varies with the line's
+// `number` (0 for line 0); an eight-word header starting with the number.
+inline vxlindral::LineType makeLine(int pixels, uint32_t number = 0, int datatyp = 2)
 {
     auto line = std::make_shared<vxlindral::MyLine>();
     line->parser = std::make_shared<vx::RawLineParser>();
-    line->parser->detect(2, vx::RawLineParser::MOD_PEAK, false);
+    line->parser->detect(datatyp, vx::RawLineParser::MOD_PEAK, false);
     const int bpp = line->parser->bytesPerPixel();
     line->pixel = pixels;
     line->flags = 8;
-    line->data.resize(std::size_t(pixels) * bpp);
+    const uint32_t header[8] = {number, 0, 0, 10 * number, 3, 500, 230, 200};
+    line->header.assign(reinterpret_cast<const uint8_t*>(header),
+                        reinterpret_cast<const uint8_t*>(header) + sizeof header);
+    line->data.assign(std::size_t(pixels) * bpp, 0);
     line->points.resize(pixels);
     for (int i = 0; i < pixels; ++i) {
-        const uint32_t range = 1000 + i, intensity = 100 + i;
-        std::memcpy(line->data.data() + std::size_t(i) * bpp, &range, 3);
-        std::memcpy(line->data.data() + std::size_t(i) * bpp + 3, &intensity, 2);
+        const uint32_t v = number * uint32_t(i % 61 + 1) % 1000;
+        const uint32_t range = 1000 + i + v, intensity = 100 + i + 2 * v;
+        uint8_t* record = line->data.data() + std::size_t(i) * bpp;
+        std::memcpy(record, &range, 3);
+        std::memcpy(record + 3, &intensity, 2);
+        if (bpp >= 8) {
+            record[5] = uint8_t(number);
+            std::memcpy(record + 6, &i, 2);
+        }
         vxs::VxPt& p = line->points[i];
         p.intensity = intensity;
         p.range = p.z = range / 10000.0;
