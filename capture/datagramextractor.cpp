@@ -9,6 +9,7 @@ DatagramExtractor::DatagramExtractor(Filter filter) : filter(filter) {}
 bool DatagramExtractor::open(const std::string& path)
 {
     finished = false;
+    limited = false;
     firstNs = 0;
     if (!reader.open(path)) {
         message = reader.error();
@@ -40,6 +41,11 @@ DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
             message = reader.error();
             return Status::Error;
         }
+        if (frame.offset >= filter.endOffset) {
+            reassembler.finish();
+            finished = limited = true;
+            return Status::End;
+        }
         if (reader.framesRead() == 1 && firstNs == 0)
             firstNs = frame.timeNs;
         lastOffset = frame.offset;
@@ -58,7 +64,7 @@ DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
         }
         out.sourcePort = be16(packet.payload);
         out.destinationPort = be16(packet.payload + 2);
-        if (out.destinationPort != filter.port ||
+        if ((filter.port != 0 && out.destinationPort != filter.port) ||
             (filter.sourcePort >= 0 && out.sourcePort != filter.sourcePort)) {
             skips.add(SkipKind::OtherPort);
             continue;
@@ -76,7 +82,7 @@ DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
 bool DatagramExtractor::seek(uint64_t offset)
 {
     reassembler.clear();
-    finished = false;
+    finished = limited = false;
     if (!reader.seek(offset)) {
         message = reader.error();
         return false;

@@ -9,9 +9,10 @@
 
 namespace vxrec {
 
-// Reads a capture file down to the UDP datagrams sent to one port (and,
-// optionally, from one source port): link layer, IPv4 with reassembly of
-// fragments, UDP. Everything else is skipped and counted by kind.
+// Reads a capture file down to the UDP datagrams sent to one port, or to
+// any port (and, optionally, from one source port): link layer, IPv4 with
+// reassembly of fragments, UDP. Everything else is skipped and counted by
+// kind. Reading may be bounded to the first bytes of the file.
 //
 // Ownership: owns the reader and the reassembler. Threads: one thread at a
 // time.
@@ -20,8 +21,11 @@ class DatagramExtractor
 public:
     struct Filter
     {
-        uint16_t port = 6101;
-        int sourcePort = -1; // -1: any
+        uint16_t port = 6101; // 0: any destination port
+        int sourcePort = -1;  // -1: any
+        // Frames whose record starts at or past this offset are not read:
+        // next() ends there as at the end of the file (see limitReached()).
+        uint64_t endOffset = UINT64_MAX;
     };
     enum class Status
     {
@@ -48,6 +52,8 @@ public:
     // Capture time of the file's first frame (0 before one was read).
     int64_t firstFrameNs() const { return firstNs; }
     uint64_t framesRead() const { return reader.framesRead(); }
+    // next() ended at Filter::endOffset with more of the file unread.
+    bool limitReached() const { return limited; }
     const std::string& error() const { return message; }
 
 private:
@@ -59,6 +65,7 @@ private:
     int64_t firstNs = 0;
     uint64_t lastOffset = 0;
     bool finished = false;
+    bool limited = false;
     std::string message;
 };
 
