@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace vxrec {
 
@@ -22,6 +23,7 @@ void CaptureIndex::start(const std::string& path, uint16_t port)
         std::lock_guard<std::mutex> guard(lock);
         chunks.clear();
         problem.clear();
+        headers.clear();
     }
     count.store(0);
     done.store(0.0);
@@ -55,8 +57,13 @@ void CaptureIndex::run(std::string path, uint16_t port)
         uint64_t seen = 0;
         while (!stopping.load(std::memory_order_relaxed) &&
                (s = extractor.next(d)) == DatagramExtractor::Status::Datagram) {
-            if (strmsocket::WireFormat::beginsRawLine(d.data, d.length))
+            using strmsocket::WireFormat;
+            if (WireFormat::beginsRawLine(d.data, d.length)) {
                 add(Entry{d.offset, d.timeNs});
+            } else if (WireFormat::beginsMessage(d.data, d.length, WireFormat::kFileHeader)) {
+                std::lock_guard<std::mutex> guard(lock);
+                headers.emplace_back(d.offset, count.load(std::memory_order_relaxed));
+            }
             if ((++seen & 255) == 0)
                 done.store(std::min(1.0, double(extractor.position()) / size),
                            std::memory_order_relaxed);
@@ -111,6 +118,19 @@ std::size_t CaptureIndex::find(int64_t timeNs) const
     return lo;
 }
 
+bool CaptureIndex::headerBefore(std::size_t line, uint64_t& offset) const
+{
+    std::lock_guard<std::mutex> guard(lock);
+    // Headers in file order; the last one with at most `line` lines before it.
+    const auto after = std::upper_bound(
+        headers.begin(), headers.end(), line,
+        [](std::size_t l, const std::pair<uint64_t, std::size_t>& h) { return l < h.second; });
+    if (after == headers.begin())
+        return false;
+    offset = std::prev(after)->first;
+    return true;
+}
+
 std::string CaptureIndex::error() const
 {
     std::lock_guard<std::mutex> guard(lock);
@@ -120,7 +140,8 @@ std::string CaptureIndex::error() const
 std::size_t CaptureIndex::bytes() const
 {
     std::lock_guard<std::mutex> guard(lock);
-    return chunks.size() * kChunk * sizeof(Entry) + chunks.capacity() * sizeof(chunks[0]);
+    return chunks.size() * kChunk * sizeof(Entry) + chunks.capacity() * sizeof(chunks[0]) +
+           headers.capacity() * sizeof(headers[0]);
 }
 
 } // namespace vxrec

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace vxrec {
@@ -49,6 +50,10 @@ public:
     Entry entry(std::size_t i) const;
     // The last line captured at or before `timeNs` (0 when none is).
     std::size_t find(int64_t timeNs) const;
+    // Where the last file-header message before line `line` begins (the
+    // device's description, which the lines after it are decoded with);
+    // false when no header precedes that line.
+    bool headerBefore(std::size_t line, uint64_t& offset) const;
     // The fraction of the file read, 0 .. 1.
     double progress() const { return done.load(std::memory_order_relaxed); }
     // The whole file is indexed.
@@ -66,7 +71,7 @@ private:
 
     static constexpr std::size_t kChunk = 1 << 12; // entries per block (64 KiB)
 
-    mutable std::mutex lock; // guards `chunks` (its table, not the entries) and `problem`
+    mutable std::mutex lock; // guards `chunks` (its table, not the entries), `problem`, `headers`
     std::vector<std::unique_ptr<Entry[]>> chunks;
     std::atomic<std::size_t> count{0};
     std::atomic<double> done{0.0};
@@ -74,6 +79,8 @@ private:
     std::atomic<bool> complete{false};
     std::atomic<bool> stopped{false};
     std::string problem;
+    // File headers: where each begins, and how many lines precede it.
+    std::vector<std::pair<uint64_t, std::size_t>> headers;
     std::thread worker;
 };
 

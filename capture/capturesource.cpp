@@ -47,11 +47,18 @@ void CaptureSource::playLines(uint64_t n)
     changed.notify_all();
 }
 
-void CaptureSource::seek(uint64_t offset)
+void CaptureSource::seek(uint64_t offset, uint64_t line, uint64_t prelude)
 {
     std::lock_guard<std::mutex> guard(lock);
     seeking = true;
     seekTo = offset;
+    seekLine = line;
+    seekPrelude = prelude < offset ? prelude : kNoPrelude;
+    // The status tells of the new place at once, not only once the receive
+    // thread gets to it.
+    state.nextLine = line;
+    state.ended = false;
+    state.problem.clear();
     anchored = false;
     changed.notify_all();
 }
@@ -98,9 +105,13 @@ bool CaptureSource::fetch()
         if (seeking) {
             seeking = false;
             const uint64_t offset = seekTo;
+            const uint64_t prelude = seekPrelude;
+            state.nextLine = seekLine;
             guard.unlock();
             havePending = false;
-            const bool moved = extractor && extractor->seek(offset);
+            resumeAt = prelude == kNoPrelude ? kNoPrelude : offset;
+            const bool moved =
+                extractor && extractor->seek(prelude == kNoPrelude ? offset : prelude);
             guard.lock();
             exhausted = !moved;
             state.ended = !moved;
@@ -111,7 +122,17 @@ bool CaptureSource::fetch()
         return true;
     for (int pass = 0; pass < 2 && !exhausted && extractor; ++pass) {
         UdpDatagram d;
-        const DatagramExtractor::Status s = extractor->next(d);
+        DatagramExtractor::Status s = extractor->next(d);
+        if (s == DatagramExtractor::Status::Datagram && resumeAt != kNoPrelude &&
+            strmsocket::WireFormat::beginsRawLine(d.data, d.length)) {
+            // The prelude is over at the next line: on at the seek's target,
+            // with the schedule anchored there.
+            const uint64_t target = resumeAt;
+            resumeAt = kNoPrelude;
+            s = extractor->seek(target) ? extractor->next(d) : DatagramExtractor::Status::Error;
+            std::lock_guard<std::mutex> guard(lock);
+            anchored = false;
+        }
         if (s == DatagramExtractor::Status::Datagram) {
             pendingBytes.assign(d.data, d.data + d.length);
             pending = d;
@@ -133,6 +154,8 @@ bool CaptureSource::fetch()
             guard.lock();
             if (reopened) {
                 ++state.passes;
+                state.nextLine = 0;
+                resumeAt = kNoPrelude;
                 anchored = false;
                 continue;
             }
@@ -195,6 +218,7 @@ int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
             if (linesLeft != UINT64_MAX)
                 --linesLeft;
             state.lines += 1;
+            state.nextLine += 1;
         }
         state.datagrams += 1;
         state.currentNs = pending.timeNs;

@@ -36,6 +36,7 @@ public:
     {
         uint64_t datagrams = 0; // handed out so far (over every pass)
         uint64_t lines = 0;     // of them, those that begin a line
+        uint64_t nextLine = 0;  // number in the file of the next line to hand out (0 = first)
         uint64_t passes = 0;    // times the file was started (loop)
         int64_t firstNs = 0;    // capture time of the file's first frame
         int64_t currentNs = 0;  // capture time of the newest datagram handed out
@@ -57,10 +58,14 @@ public:
     // Plays `n` more lines, then pauses before the next line begins (the
     // lines still go at the set speed). play() lifts the limit.
     void playLines(uint64_t n);
+    static constexpr uint64_t kNoPrelude = UINT64_MAX;
     // Goes on at `offset`, where a datagram starts (an index entry's
-    // offset); the schedule starts anew there. The playing state and the
-    // counters stay as they are.
-    void seek(uint64_t offset);
+    // offset), which begins line number `line` of the file; the schedule
+    // starts anew there. With a `prelude` (where a file header begins), the
+    // datagrams from there up to the next line go first: the receiver then
+    // decodes the lines with the device description they were sent under.
+    // The playing state and the counters stay as they are.
+    void seek(uint64_t offset, uint64_t line = 0, uint64_t prelude = kNoPrelude);
     // `factor` times the capture's own pace; 0 or less: as fast as possible.
     void setSpeed(double factor);
     void setLoop(bool on);
@@ -90,7 +95,8 @@ private:
     UdpDatagram pending;
     std::vector<uint8_t> pendingBytes;
     bool havePending = false;
-    bool exhausted = false; // receive thread: the file gave all it has
+    bool exhausted = false;         // receive thread: the file gave all it has
+    uint64_t resumeAt = kNoPrelude; // receive thread: where the file goes on after a prelude
 
     mutable std::mutex lock; // guards what follows
     std::condition_variable changed;
@@ -100,6 +106,8 @@ private:
     bool loop = false;
     bool seeking = false;
     uint64_t seekTo = 0;
+    uint64_t seekLine = 0;
+    uint64_t seekPrelude = kNoPrelude;
     uint64_t linesLeft = UINT64_MAX; // lines that may still begin before pausing
     Status state;
 };

@@ -22,10 +22,10 @@ struct WireFormat
         kFileHeader = 2,
     };
 
-    // Whether a datagram of `n` bytes begins a raw-line message: the
+    // Whether a datagram of `n` bytes begins a message of `kind`: the
     // framing's magic, fragment offset 0, then the message's kind. Counts
     // lines in captures and recordings without reassembling them.
-    static bool beginsRawLine(const void* datagram, std::size_t n)
+    static bool beginsMessage(const void* datagram, std::size_t n, Kind kind)
     {
         const auto* p = static_cast<const unsigned char*>(datagram);
         const auto u32 = [p](std::size_t at) {
@@ -34,7 +34,11 @@ struct WireFormat
             return v;
         };
         return n >= kDatagramHeader + 4 && u32(0) == kMagic && u32(12) == 0 &&
-               u32(kDatagramHeader) == kRawLine;
+               u32(kDatagramHeader) == kind;
+    }
+    static bool beginsRawLine(const void* datagram, std::size_t n)
+    {
+        return beginsMessage(datagram, n, kRawLine);
     }
 };
 

@@ -217,7 +217,9 @@ void playback()
             if (p.start(path, 0, true)) {
                 std::vector<uint32_t> expected;
                 for (int k : {17, 0, 40, kLines - 1}) {
-                    p.source->seek(index.entry(std::size_t(k)).offset);
+                    p.source->seek(index.entry(std::size_t(k)).offset, uint64_t(k));
+                    // The place is the new one at once, before the thread gets to it.
+                    CHECK(p.source->status().nextLine == uint64_t(k));
                     p.source->playLines(k == 40 ? 3 : 1);
                     for (int i = 0; i < (k == 40 ? 3 : 1); ++i)
                         expected.push_back(uint32_t(k + i));
@@ -227,6 +229,7 @@ void playback()
                         const auto st = p.source->status();
                         return !st.playing || st.ended;
                     }));
+                    CHECK(p.source->status().nextLine == uint64_t(k + (k == 40 ? 3 : 1)));
                 }
                 std::this_thread::sleep_for(std::chrono::milliseconds(30));
                 CHECK(p.taker.taken() == expected);
