@@ -220,6 +220,21 @@ void LineQueue::resumeIfRoom()
         resume();
 }
 
+void LineQueue::discard()
+{
+    std::vector<LineType> gone;
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        gone.reserve(count);
+        while (count > 0)
+            gone.push_back(std::move(popFront().line));
+        holding = false;
+        heldText = QString();
+        publishWaiting();
+    }
+    // The lines go back to their pool outside the lock.
+}
+
 LineQueue::Counters LineQueue::counters() const
 {
     Counters c;

@@ -106,6 +106,10 @@ public:
     void postText(const QString& text);
 
     Counters counters() const;
+    // Forgets the lines and the held text waiting for the drain, without
+    // counting them as dropped: the model is to start afresh (a seek in a
+    // capture). The model's thread, while no receive thread pushes.
+    void discard();
 
 private slots:
     // The drain event: runs on the queue's thread.

@@ -53,6 +53,19 @@ bool MyVxLinedataStream::setModel(std::shared_ptr<StreamDataModel> newModel, int
     return Connect(port, std::string());
 }
 
+bool MyVxLinedataStream::setSource(std::shared_ptr<StreamDataModel> newModel,
+                                   std::unique_ptr<strmsocket::DatagramSource> source)
+{
+    queue->setModel(std::move(newModel));
+    return Connect(std::move(source));
+}
+
+void MyVxLinedataStream::disconnectAndDiscard()
+{
+    Disconnect(true);
+    queue->discard();
+}
+
 void MyVxLinedataStream::stop()
 {
     // Stopping a stream leaves the line socket open on purpose: lines keep

@@ -42,6 +42,16 @@ public:
     // Makes `model` the receiver of lines and connects the socket to `port`
     // (all interfaces). Returns whether the socket could be opened.
     bool setModel(std::shared_ptr<StreamDataModel> model, int port);
+    // Makes `model` the receiver of lines and starts receiving from
+    // `source` (a capture played back). Returns whether it started.
+    bool setSource(std::shared_ptr<StreamDataModel> model,
+                   std::unique_ptr<strmsocket::DatagramSource> source);
+    // Stops receiving (joining the receive thread) and forgets the lines
+    // still waiting for the GUI thread; the model stays the receiver.
+    void disconnectAndDiscard();
+    // Counts on as if `n` raw lines had been seen (a seek in a capture).
+    // Only while disconnected.
+    void setFrames(uint32_t n) { frame.store(n, std::memory_order_relaxed); }
     // Does nothing: the line socket stays open when a stream is stopped.
     void stop();
 

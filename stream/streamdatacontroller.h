@@ -29,6 +29,17 @@ public:
     // used (the status stream stays unconnected). Returns whether the socket
     // could be opened.
     Q_INVOKABLE bool startStream(int portLine, int portInfo);
+    // Receives the lines from `source` (a capture played back) instead of
+    // a socket. Returns whether the receive thread started.
+    bool startSource(std::unique_ptr<strmsocket::DatagramSource> source)
+    {
+        return lineStream.setSource(model, std::move(source));
+    }
+    // Ends the receive thread and forgets the lines not yet handed to the
+    // model: what follows starts afresh (a seek in a capture).
+    void stopSource() { lineStream.disconnectAndDiscard(); }
+    // The frame number the next raw line continues from (while stopped).
+    void setFrames(uint32_t n) { lineStream.setFrames(n); }
     // Disconnects the status stream only; the line socket stays open and keeps
     // delivering to the model.
     Q_INVOKABLE void stopStream();
