@@ -78,7 +78,7 @@ QString StreamHealthLabel::details(const Port& p)
         {"discarded while frozen", s.pausedDiscards},
         {"callback errors", s.callbackErrors},
     };
-    QString text = QStringLiteral("Port %1").arg(p.port);
+    QString text = p.name.isEmpty() ? QStringLiteral("Port %1").arg(p.port) : p.name;
     for (const auto& row : rows)
         text += QStringLiteral("\n%1: %2").arg(QLatin1String(row.first), grouped(row.second));
     const uint64_t buffer = s.receiveBufferSize > 0 ? uint64_t(s.receiveBufferSize) : 0;
@@ -100,9 +100,12 @@ void StreamHealthLabel::refresh()
     QStringList entries, tips;
     std::map<int, Previous> seen;
     for (const Port& p : ports) {
-        entries << QStringLiteral("%1: %2 lines/s, %3 dropped")
-                       .arg(p.port)
-                       .arg(grouped(rate(p, now)), grouped(dropped(p)));
+        if (p.place.isEmpty())
+            entries << QStringLiteral("%1: %2 lines/s, %3 dropped")
+                           .arg(p.port)
+                           .arg(grouped(rate(p, now)), grouped(dropped(p)));
+        else
+            entries << p.place;
         tips << details(p);
         seen.insert(*previous.find(p.port));
     }

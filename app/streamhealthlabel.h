@@ -43,6 +43,11 @@ public:
         strmsocket::StreamCounters socket; // the line socket and reassembly
         // The capture being recorded from the port, if any.
         std::optional<vxrec::CaptureRecorder::Status> recording;
+        // For a capture played back: its name and place, shown instead of
+        // the port and its rate ("scan.pcapng: 00:12.345 / 01:40.000, line
+        // 2,345 of 20,000").
+        QString place;
+        QString name; // the capture's file name, which the tool tip names
     };
     // The open ports now, in the order they are to be shown.
     using Source = std::function<std::vector<Port>()>;

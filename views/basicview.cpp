@@ -67,6 +67,15 @@ void BasicView::setPort(int p)
     setWindowTitle(windowTitle() + QStringLiteral(" : Port %1").arg(p));
 }
 
+void BasicView::setSourceName(const QString& name)
+{
+    QString title = windowTitle();
+    const int suffix = title.lastIndexOf(QStringLiteral(" : Port "));
+    if (suffix >= 0)
+        title.truncate(suffix);
+    setWindowTitle(title + QStringLiteral(" : ") + name);
+}
+
 void BasicView::updateStatistic(const QString&) {}
 
 void BasicView::calculateRanges(const MyLine* ln, int& minI, int& maxI)

@@ -49,6 +49,9 @@ public:
 
     // Stores the port and appends " : Port <port>" to the current title.
     void setPort(int port);
+    // Names the view's source in its title instead of the port: "Cut :
+    // scan.pcapng" for a capture played back.
+    void setSourceName(const QString& name);
     int getPort() const { return port; }
 
 signals:

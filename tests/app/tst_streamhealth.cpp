@@ -56,7 +56,7 @@ private slots:
         QFETCH(int, ms);
         QFETCH(QString, text);
         Fixture f;
-        f.ports = {Port{6101, {takenBefore}, {}, {}}};
+        f.ports = {Port{6101, {takenBefore}, {}, {}, {}, {}}};
         f.refreshAfter(0);
         QCOMPARE(f.label.text(), QString("6101: 0 lines/s, 0 dropped")); // no rate yet
         f.ports[0].handover.linesTaken = takenAfter;
