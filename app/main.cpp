@@ -12,6 +12,10 @@ int main(int argc, char* argv[])
     MainWindow* window = new MainWindow(nullptr);
     window->setWindowTitle("Vx Lindral");
     window->show();
+    // A capture file named on the command line is played at once.
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() > 1)
+        window->openCapture(arguments.at(1));
     app->exec();
 
     // Whatever the loop returned, the program ends normally once the window

@@ -1,9 +1,13 @@
 #include "app/mainwindow.h"
 #include "ui_mainwindow.h"
 
+#include "app/captureplayback.h"
 #include "app/streamhealthlabel.h"
+#include "app/transportbar.h"
+#include "capture/captureports.h"
 #include "capture/capturerecorder.h"
 #include "dialogs/aboutdialog.h"
+#include "dialogs/captureportdialog.h"
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
 #include "dialogs/settingskeys.h"
@@ -24,6 +28,8 @@
 #include <QClipboard>
 #include <QCloseEvent>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -33,14 +39,20 @@
 #include <QLabel>
 #include <QMdiSubWindow>
 #include <QMessageBox>
+#include <QMimeData>
+#include <QProgressBar>
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimer>
+#include <QToolButton>
+#include <QUrl>
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 #include <vector>
 
 using vxlindral::BasicView;
+using vxlindral::LineType;
 using vxlindral::StreamDataController;
 using vxlindral::StreamDataModel;
 using vxlindral::ThreeDView;
@@ -70,6 +82,8 @@ MainWindow::MainWindow(QWidget* parent)
     connect(ui->actionSaveImage, &QAction::triggered, this, &MainWindow::handleSaveImage);
     connect(ui->actionCopyImage, &QAction::triggered, this, &MainWindow::handleCopyImage);
     connect(ui->actionRecordCapture, &QAction::triggered, this, &MainWindow::handleRecordCapture);
+    connect(ui->actionOpenCapture, &QAction::triggered, this, &MainWindow::handleOpenCapture);
+    connect(ui->actionCloseCapture, &QAction::triggered, this, &MainWindow::closeCapture);
     connect(ui->actionFreeze, &QAction::triggered, this, &MainWindow::handlePause);
     connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::handleConnect);
     connect(ui->actionFilterDisplay, &QAction::triggered, this, &MainWindow::handleFilterDisplay);
@@ -86,6 +100,28 @@ MainWindow::MainWindow(QWidget* parent)
     // Activating a sub-window triggers nothing on purpose: freezing, filtering
     // and export look the view up when they run.
     addStreamHealth();
+    setAcceptDrops(true);
+
+    // The transport bar, shown while a capture is open.
+    using vxlindral::TransportBar;
+    transport = new TransportBar(this);
+    addToolBar(Qt::BottomToolBarArea, transport);
+    transport->hide();
+    // Each request of the bar goes to the open capture's playback.
+    using vxlindral::CapturePlayback;
+    const auto steer = [this](auto signal, auto slot) {
+        connect(transport, signal, this, [this, slot](auto... args) {
+            if (playback)
+                (playback.get()->*slot)(args...);
+        });
+    };
+    steer(&TransportBar::playRequested, &CapturePlayback::setPlaying);
+    steer(&TransportBar::stepRequested, &CapturePlayback::step);
+    steer(&TransportBar::toStartRequested, &CapturePlayback::toStart);
+    steer(&TransportBar::toEndRequested, &CapturePlayback::toEnd);
+    steer(&TransportBar::speedChanged, &CapturePlayback::setSpeed);
+    steer(&TransportBar::loopChanged, &CapturePlayback::setLoop);
+    steer(&TransportBar::seekRequested, &CapturePlayback::seekTime);
 
     // Always the fixed default ports; "Ports/Line" and "Ports/Status" are only
     // what the connection dialog offers.
@@ -94,6 +130,9 @@ MainWindow::MainWindow(QWidget* parent)
 
 MainWindow::~MainWindow()
 {
+    // The playback's receive thread ends before anything it feeds goes.
+    if (playback)
+        playback->stop();
     // Quitting while recording keeps the file: the tap is cleared and
     // everything taken is written before the controllers go.
     stopCapture(false);
@@ -122,9 +161,13 @@ void MainWindow::addStreamHealth()
         std::vector<StreamHealthLabel::Port> ports;
         for (const auto& entry : controllers) {
             if (const std::shared_ptr<StreamDataController>& c = entry.second) {
-                ports.push_back({entry.first, c->handoverCounters(), c->counters(), {}});
+                ports.push_back({entry.first, c->handoverCounters(), c->counters(), {}, {}, {}});
                 if (capture && entry.first == capturingPort)
                     ports.back().recording = capture->status();
+                if (playback && entry.first == captureKey) {
+                    ports.back().place = playback->placeText();
+                    ports.back().name = captureName;
+                }
             }
         }
         return ports;
@@ -138,6 +181,29 @@ void MainWindow::addStreamHealth()
     labelCapture->setObjectName(QStringLiteral("labelCapture"));
     labelCapture->setTextFormat(Qt::PlainText);
     labelCapture->hide();
+    // The capture's index while it is built: how far, and Cancel.
+    indexBox = new QWidget(statusRight);
+    auto* indexRow = new QHBoxLayout(indexBox);
+    indexRow->setContentsMargins(0, 0, 0, 0);
+    indexProgress = new QProgressBar(indexBox);
+    indexProgress->setObjectName(QStringLiteral("indexProgress"));
+    indexProgress->setRange(0, 100);
+    indexProgress->setFormat(tr("Indexing %p%"));
+    indexProgress->setMaximumWidth(20 *
+                                   statusRight->fontMetrics().horizontalAdvance(QLatin1Char('0')));
+    auto* cancelIndex = new QToolButton(indexBox);
+    cancelIndex->setObjectName(QStringLiteral("cancelIndex"));
+    cancelIndex->setText(tr("Cancel"));
+    cancelIndex->setToolTip(
+        tr("Stop indexing the capture; the lines found so far stay reachable."));
+    connect(cancelIndex, &QToolButton::clicked, this, [this] {
+        if (playback)
+            playback->cancelIndex();
+    });
+    indexRow->addWidget(indexProgress);
+    indexRow->addWidget(cancelIndex);
+    indexBox->hide();
+    row->addWidget(indexBox);
     health = new StreamHealthLabel(openPorts, statusRight);
     health->setObjectName(QStringLiteral("labelStreamHealth"));
     row->addWidget(labelCapture);
@@ -156,7 +222,7 @@ void MainWindow::addStreamHealth()
 
 void MainWindow::reserveStatusRoom()
 {
-    const bool empty = health->text().isEmpty() && labelCapture->isHidden();
+    const bool empty = health->text().isEmpty() && labelCapture->isHidden() && indexBox->isHidden();
     const int reserve =
         empty ? 0
               : statusRight->sizeHint().width() +
@@ -172,7 +238,7 @@ void MainWindow::openStream(int portLine, int portStatus)
 {
     // Entries are never erased (and look-ups add empty ones), so this allows at
     // most three distinct line ports per run.
-    if (dataModels.size() > 2) {
+    if (linePortEntries() > 2) {
         QMessageBox::warning(nullptr, windowTitle(), tr("Socket already connected."),
                              QMessageBox::Ok);
         return;
@@ -187,20 +253,7 @@ void MainWindow::openStream(int portLine, int portStatus)
     std::shared_ptr<StreamDataController>& controller = controllers[portLine];
     controller = std::make_shared<StreamDataController>(model);
 
-    // The default views. A new stream opens the 3D view and no cut view unless
-    // the settings say otherwise (the settings dialog uses other defaults).
-    using K = SettingsKeys;
-    if (K::viewGray.read(settings))
-        toggleGrayView(portLine);
-    if (K::viewStatistic.read(settings))
-        toggleStaticView(portLine);
-    if (K::viewNumeric.read(settings))
-        toggleNumericView(portLine);
-    if (K::viewCutOnOpen.read(settings))
-        toggleCutView(portLine);
-    if (K::viewThreeDOnOpen.read(settings))
-        toggle3DView(portLine);
-    tileViews();
+    openDefaultViews(portLine);
 
     // The model and controller stay in the maps when the socket fails, so a
     // second attempt on this port is refused as already connected.
@@ -219,6 +272,30 @@ void MainWindow::openStream(int portLine, int portStatus)
     if (current)
         current->showMaximized();
     adjustSize();
+}
+
+void MainWindow::openDefaultViews(int key)
+{
+    // A new stream opens the 3D view and no cut view unless the settings say
+    // otherwise (the settings dialog uses other defaults).
+    using K = SettingsKeys;
+    if (K::viewGray.read(settings))
+        toggleGrayView(key);
+    if (K::viewStatistic.read(settings))
+        toggleStaticView(key);
+    if (K::viewNumeric.read(settings))
+        toggleNumericView(key);
+    if (K::viewCutOnOpen.read(settings))
+        toggleCutView(key);
+    if (K::viewThreeDOnOpen.read(settings))
+        toggle3DView(key);
+    tileViews();
+}
+
+int MainWindow::linePortEntries() const
+{
+    return static_cast<int>(std::count_if(dataModels.begin(), dataModels.end(),
+                                          [](const auto& e) { return e.first < firstCaptureKey; }));
 }
 
 void MainWindow::handleConnect(bool)
@@ -242,6 +319,12 @@ void MainWindow::handlePause(bool pause)
     BasicView* view = currentView();
     if (!view)
         return; // the action keeps the check state the click gave it
+    if (playback && view->getPort() == captureKey) {
+        // A capture can wait: freezing pauses it instead of discarding lines.
+        playback->setPlaying(!pause);
+        ui->actionFreeze->setChecked(pause);
+        return;
+    }
     if (const std::shared_ptr<StreamDataController>& controller = controllers[view->getPort()])
         controller->pauseStream(pause);
     ui->actionFreeze->setChecked(pause);
@@ -444,6 +527,23 @@ void MainWindow::toggleView(int kind, QAction* action, int portLine)
         return;
     }
     BasicView* view = createView(kind, port, this);
+    if (playback && port == captureKey) {
+        view->setSourceName(captureName);
+        // Closing the capture's last view ends the capture.
+        connect(view, &BasicView::closed, view, [view] { view->setProperty("closing", true); });
+        connect(
+            view, &BasicView::closed, this,
+            [this, view, port] {
+                if (port != captureKey)
+                    return;
+                for (BasicView* other : viewsOf(port)) {
+                    if (other != view && !other->property("closing").toBool())
+                        return;
+                }
+                closeCapture();
+            },
+            Qt::QueuedConnection);
+    }
     connect(this, &MainWindow::configChanged, view, &BasicView::handleConfigChanged);
     connectView(kind, view, port);
     addView(action, view);
@@ -966,4 +1066,201 @@ void MainWindow::refreshCapture()
     labelCapture->setText(captureText());
     labelCapture->show();
     reserveStatusRoom();
+}
+
+// ---- capture playback -------------------------------------------------------
+
+std::vector<BasicView*> MainWindow::viewsOf(int key) const
+{
+    std::vector<BasicView*> views;
+    for (BasicView* view : findChildren<BasicView*>(QString(), Qt::FindChildrenRecursively)) {
+        if (view->getPort() == key)
+            views.push_back(view);
+    }
+    return views;
+}
+
+void MainWindow::handleOpenCapture()
+{
+    QString folder = SettingsKeys::pathCapture.read(settings);
+    if (folder.isEmpty())
+        folder = QDir::homePath();
+    const QString fileName = QFileDialog::getOpenFileName(
+        this, tr("Open capture"), folder,
+        tr("Captures (*.pcapng *.pcap *.cap *.pcapng.gz);;All files (*)"), nullptr,
+        QFileDialog::Options());
+    if (fileName.isEmpty())
+        return;
+    SettingsKeys::pathCapture.write(settings, QFileInfo(fileName).absolutePath());
+    openCapture(fileName);
+}
+
+bool MainWindow::openCapture(const QString& path, int port)
+{
+    const QString name = QFileInfo(path).fileName();
+    const auto refuse = [this](const QString& text) {
+        QMessageBox::warning(this, windowTitle(), text, QMessageBox::Ok);
+        return false;
+    };
+    vxrec::CapturePorts scan;
+    if (!scan.scan(QFile::encodeName(path).toStdString()))
+        return refuse(
+            tr("Could not open %1: %2").arg(name, QString::fromLocal8Bit(scan.error().c_str())));
+    if (port == 0) {
+        if (scan.ports().empty())
+            return refuse(tr("No scanner lines found in %1").arg(name));
+        port = scan.ports().size() == 1
+                   ? scan.ports().front().port
+                   : CapturePortDialog::ask(this, name, scan.ports(), scan.partial());
+        if (port == 0)
+            return false; // the user cancelled the choice
+    } else if (std::none_of(
+                   scan.ports().begin(), scan.ports().end(),
+                   [port](const vxrec::CapturePorts::Port& p) { return p.port == port; }) &&
+               !scan.partial()) {
+        return refuse(tr("No scanner lines found in %1").arg(name));
+    }
+
+    closeCapture();
+    captureKey = nextCaptureKey++;
+    captureName = name;
+    captureFirst = LineType();
+    expectFirst = true;
+    std::shared_ptr<StreamDataModel>& model = dataModels[captureKey];
+    model = std::make_shared<StreamDataModel>();
+    // The capture's first line is the reference of the difference statistics
+    // after a seek, as it is for the lines played from the start.
+    connect(model.get(), &StreamDataModel::newLine, this, [this](const LineType& line) {
+        if (expectFirst) {
+            captureFirst = line;
+            expectFirst = false;
+        }
+    });
+    std::shared_ptr<StreamDataController>& controller = controllers[captureKey];
+    controller = std::make_shared<StreamDataController>(model);
+
+    using vxlindral::CapturePlayback;
+    CapturePlayback::Hooks hooks;
+    hooks.forget = [this](uint64_t before) { forgetCaptureLines(before); };
+    hooks.reachBack = [this] { return captureReachBack(); };
+    playback = std::make_unique<CapturePlayback>(path, static_cast<uint16_t>(port), controller,
+                                                 std::move(hooks));
+    connect(playback.get(), &CapturePlayback::placeChanged, this, &MainWindow::refreshPlace);
+    connect(playback.get(), &CapturePlayback::playingChanged, this, [this](bool playing) {
+        transport->setPlaying(playing);
+        if (BasicView* view = currentView(); view && view->getPort() == captureKey)
+            ui->actionFreeze->setChecked(!playing);
+    });
+    connect(playback.get(), &CapturePlayback::stopped, this, &MainWindow::captureStopped);
+
+    openDefaultViews(captureKey);
+    QString error;
+    if (!playback->start(error)) {
+        closeCapture();
+        return refuse(tr("Could not play %1: %2").arg(name, error));
+    }
+    transport->reset();
+    transport->show();
+    ui->actionCloseCapture->setEnabled(true);
+    ui->labelStatus->clear();
+    refreshPlace();
+    return true;
+}
+
+void MainWindow::closeCapture()
+{
+    if (!playback)
+        return;
+    const int key = captureKey;
+    playback->stop();
+    playback.reset();
+    captureKey = 0;
+    captureFirst = LineType();
+    // The views go now, before their model and controller.
+    for (BasicView* view : viewsOf(key)) {
+        view->close();
+        delete view;
+    }
+    controllers.erase(key);
+    dataModels.erase(key);
+    if (ui) {
+        transport->hide();
+        indexBox->hide();
+        ui->actionCloseCapture->setEnabled(false);
+        reserveStatusRoom();
+        health->refresh();
+        tileViews();
+    }
+}
+
+void MainWindow::forgetCaptureLines(uint64_t before)
+{
+    for (BasicView* view : viewsOf(captureKey)) {
+        view->clearLines(before);
+        if (captureFirst && before > 0) {
+            for (auto* model : view->findChildren<vxlindral::StreamDiffAverageDataModel*>())
+                model->setReference(captureFirst);
+        }
+    }
+    if (const std::shared_ptr<StreamDataModel> model = dataModel(captureKey))
+        model->clearLines();
+    // From the start, the first line to come is the capture's first line.
+    expectFirst = before == 0 || !captureFirst;
+}
+
+int MainWindow::captureReachBack() const
+{
+    int lines = 1;
+    if (const std::shared_ptr<StreamDataModel> model = dataModel(captureKey))
+        lines = model->reachBack();
+    for (BasicView* view : viewsOf(captureKey))
+        lines = std::max(lines, view->reachBack());
+    return lines;
+}
+
+void MainWindow::refreshPlace()
+{
+    if (!playback)
+        return;
+    const vxlindral::CapturePlayback::Place p = playback->place();
+    transport->setDuration(p.durationMs);
+    transport->setPosition(p.ms, p.line, p.lines, p.linesFinal);
+    const vxrec::CaptureIndex& index = playback->index();
+    const bool indexing = !index.ended();
+    if (indexing)
+        indexProgress->setValue(static_cast<int>(index.progress() * 100));
+    if (indexBox->isHidden() == indexing) {
+        indexBox->setVisible(indexing);
+        reserveStatusRoom();
+    }
+}
+
+void MainWindow::captureStopped(const QString& reason, bool fatal)
+{
+    if (fatal) {
+        QMessageBox::warning(this, windowTitle(),
+                             tr("%1 can no longer be read: %2").arg(captureName, reason),
+                             QMessageBox::Ok);
+        return;
+    }
+    ui->labelStatus->setText(tr("%1 ends early, played up to there: %2").arg(captureName, reason));
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() == 1 && urls.front().isLocalFile())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event)
+{
+    const QList<QUrl> urls = event->mimeData()->urls();
+    if (urls.size() != 1 || !urls.front().isLocalFile())
+        return;
+    event->acceptProposedAction();
+    const QString path = urls.front().toLocalFile();
+    // Opened once the drop has ended: the port dialog or a warning box must
+    // not run inside the drag and drop's own loop.
+    QTimer::singleShot(0, this, [this, path] { openCapture(path); });
 }

@@ -1,4 +1,6 @@
 #pragma once
+#include "stream/linetype.h"
+
 #include <QMainWindow>
 #include <QSettings>
 #include <QString>
@@ -8,8 +10,11 @@
 #include <memory>
 
 class QAction;
+class QDragEnterEvent;
+class QDropEvent;
 class QIODevice;
 class QLabel;
+class QProgressBar;
 class QMdiSubWindow;
 class QTimer;
 class Ui_MainWindow;
@@ -20,6 +25,8 @@ class CaptureRecorder;
 
 namespace vxlindral {
 class BasicView;
+class CapturePlayback;
+class TransportBar;
 class NumericView;
 class StreamDataController;
 class StreamDataModel;
@@ -33,11 +40,18 @@ class ThreeDView;
 // is built; views are found again by their object name. The right end of the
 // status line shows the health of every open port (StreamHealthLabel).
 //
+// File > Open capture (also a file named on the command line or dropped on
+// the window) plays the lines one UDP port of a capture file holds as a
+// source of its own beside the live ports, under a key above every port
+// number (firstCaptureKey and up), with the default views of a new port
+// titled with the file's name and the transport bar (CapturePlayback).
+//
 // File > Record capture records the raw stream of a port into a pcapng file
 // (vxrec::CaptureRecorder, set as the port's datagram tap), while the status
 // line shows its file, duration, lines and size.
 //
-// Ownership: the window owns its form, the per-port models and controllers
+// Ownership: the window owns its form, the capture being played and its
+// transport bar, the per-port models and controllers
 // (shared pointers in maps whose entries are never erased), the recording
 // timer, the capture recorder, the health label, and the views through the
 // MDI area (each view deletes itself when closed). Threads: GUI thread only;
@@ -63,6 +77,22 @@ public:
     // Opens a line port with its model, controller and default views; at most
     // three distinct line ports can be used in one run.
     void openStream(int portLine, int portStatus);
+    // The key under which a capture's model, controller and views are kept,
+    // in place of a port number: above every port, so that it never clashes
+    // with one and never counts toward the line ports of a run.
+    static constexpr int firstCaptureKey = 65536;
+    // Plays the lines of capture `path` sent to UDP port `port` (0: 6101,
+    // else the port with the most lines, asking when there are several) as a
+    // source of its own, replacing a capture that is open. False, with a
+    // warning box naming the file and the reason, when it cannot be played.
+    bool openCapture(const QString& path, int port = 0);
+    // Ends the capture's playback and closes its views.
+    void closeCapture();
+    vxlindral::CapturePlayback* capturePlayback() const { return playback.get(); }
+    vxlindral::TransportBar* transportBar() const { return transport; }
+    // Key of the open capture (its views' port); 0 when none is open.
+    int captureSource() const { return captureKey; }
+
     // Port of the first view among the window's descendants; 6101 without views.
     int currentPort();
     // `portLine` when positive, else the current port; warns when that is not
@@ -123,10 +153,14 @@ public slots:
     void handleRealign();
     void recording();
     void handleRecordCapture(bool checked);
+    void handleOpenCapture();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
+    // A capture file dropped on the window is opened.
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
 
 private:
     // Common body of the five toggle slots.
@@ -168,6 +202,21 @@ private:
     std::shared_ptr<vxlindral::StreamDataController> recordable(int port);
     // Keeps the status label's own text clear of the labels at its right.
     void reserveStatusRoom();
+    // The default views of a new port or capture (by the settings), tiled.
+    void openDefaultViews(int key);
+    // Line ports opened in this run (captures are not ports).
+    int linePortEntries() const;
+    // The views of `key`, hidden ones included.
+    std::vector<vxlindral::BasicView*> viewsOf(int key) const;
+    // The capture's views and models forget their lines, counting on as if
+    // `before` lines had been taken in; the difference reference becomes the
+    // capture's first line, as if every line had been played.
+    void forgetCaptureLines(uint64_t before);
+    // How many of the newest lines the capture's views and models can show.
+    int captureReachBack() const;
+    // The transport bar and the index progress follow the playback.
+    void refreshPlace();
+    void captureStopped(const QString& reason, bool fatal);
 
     QSettings settings;
     Ui_MainWindow* ui;
@@ -184,4 +233,16 @@ private:
     std::unique_ptr<vxrec::CaptureRecorder> capture;
     int capturingPort = 0;
     QTimer* captureTimer = nullptr;
+
+    std::unique_ptr<vxlindral::CapturePlayback> playback;
+    int captureKey = 0;
+    int nextCaptureKey = firstCaptureKey;
+    QString captureName;
+    vxlindral::TransportBar* transport = nullptr;
+    QWidget* indexBox = nullptr; // the index's progress and its Cancel button
+    QProgressBar* indexProgress = nullptr;
+    // The capture's first line, the difference reference after a seek, and
+    // whether the next line the capture's model takes is the first line.
+    vxlindral::LineType captureFirst;
+    bool expectFirst = false;
 };

@@ -38,18 +38,6 @@ bool uniform(const QImage& image, QRgb colour)
     return image.convertToFormat(QImage::Format_RGB32) == same;
 }
 
-// Shape, headers and cells of a table.
-QStringList texts(const QAbstractItemModel* m)
-{
-    QStringList t{QString::number(m->rowCount()), QString::number(m->columnCount())};
-    for (int c = 0; c < m->columnCount(); ++c)
-        t << m->headerData(c, Qt::Horizontal).toString();
-    for (int r = 0; r < m->rowCount(); ++r)
-        for (int c = 0; c < m->columnCount(); ++c)
-            t << m->data(m->index(r, c)).toString();
-    return t;
-}
-
 } // namespace
 
 class TestSeek : public QObject
@@ -181,7 +169,8 @@ private:
         }
         QCOMPARE(tables[0].size(), 4);
         for (int t = 0; t < 4; ++t)
-            QCOMPARE(texts(tables[0][t]->model()), texts(tables[1][t]->model()));
+            QCOMPARE(windowtest::tableTexts(tables[0][t]->model()),
+                     windowtest::tableTexts(tables[1][t]->model()));
     }
 
     std::unique_ptr<MainWindow> window;

@@ -116,4 +116,16 @@ inline void feed(MainWindow& window, int pixels)
     QCoreApplication::processEvents();
 }
 
+// What a table shows: its shape, column headers and every cell, as text.
+inline QStringList tableTexts(const QAbstractItemModel* m)
+{
+    QStringList t{QString::number(m->rowCount()), QString::number(m->columnCount())};
+    for (int c = 0; c < m->columnCount(); ++c)
+        t << m->headerData(c, Qt::Horizontal).toString();
+    for (int r = 0; r < m->rowCount(); ++r)
+        for (int c = 0; c < m->columnCount(); ++c)
+            t << m->data(m->index(r, c)).toString();
+    return t;
+}
+
 } // namespace windowtest

@@ -1,0 +1,259 @@
+#include "app/captureplayback.h"
+
+#include "app/streamhealthlabel.h"
+#include "app/transportbar.h"
+#include "stream/streamdatacontroller.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QFile>
+#include <QFileInfo>
+#include <QTimer>
+#include <algorithm>
+
+namespace vxlindral {
+
+namespace {
+
+// The receive loop owns its source and destroys it when it stops; the
+// playback keeps its source across stops (a seek restarts the loop), so the
+// loop gets this stand-in that shares it.
+class SharedSource : public strmsocket::DatagramSource
+{
+public:
+    explicit SharedSource(std::shared_ptr<vxrec::CaptureSource> s) : source(std::move(s)) {}
+    int wait(int timeoutMs, bool forData) override { return source->wait(timeoutMs, forData); }
+    int receive(char* buffer, std::size_t capacity, Datagram& out) override
+    {
+        return source->receive(buffer, capacity, out);
+    }
+    void wake() override { source->wake(); }
+    bool canHoldBack() const override { return source->canHoldBack(); }
+
+private:
+    std::shared_ptr<vxrec::CaptureSource> source;
+};
+
+// How often the place is read while a capture is open: often enough for a
+// slider that follows the playback and for a seek's tail to hand over quickly.
+constexpr int kTickMs = 25;
+
+} // namespace
+
+CapturePlayback::CapturePlayback(const QString& path, uint16_t port,
+                                 std::shared_ptr<StreamDataController> c, Hooks h, QObject* parent)
+    : QObject(parent), filePath(path), udpPort(port), controller(std::move(c)), hooks(std::move(h))
+{
+}
+
+CapturePlayback::~CapturePlayback()
+{
+    stop();
+}
+
+QString CapturePlayback::fileName() const
+{
+    return QFileInfo(filePath).fileName();
+}
+
+bool CapturePlayback::start(QString& error)
+{
+    source = std::make_shared<vxrec::CaptureSource>(udpPort);
+    if (!source->open(QFile::encodeName(filePath).toStdString())) {
+        error = QString::fromLocal8Bit(source->error().c_str());
+        source.reset();
+        return false;
+    }
+    lineIndex.start(QFile::encodeName(filePath).toStdString(), udpPort);
+    source->setSpeed(speed);
+    controller->setFrames(0);
+    if (!controller->startSource(std::make_unique<SharedSource>(source))) {
+        error = tr("the playback could not be started");
+        return false;
+    }
+    timer = new QTimer(this);
+    timer->setInterval(kTickMs);
+    connect(timer, &QTimer::timeout, this, &CapturePlayback::tick);
+    timer->start();
+    return true;
+}
+
+void CapturePlayback::stop()
+{
+    if (timer)
+        timer->stop();
+    if (controller)
+        controller->stopSource();
+    lineIndex.cancel();
+    lineIndex.wait();
+}
+
+void CapturePlayback::setPlaying(bool on)
+{
+    if (!source)
+        return;
+    if (on && !catchingUp) {
+        const vxrec::CaptureSource::Status s = source->status();
+        if (s.ended && s.problem.empty() && lineIndex.lines() > 0) {
+            // Played to the end: Play starts it again.
+            playing = true;
+            seekLine(0);
+            emit playingChanged(true);
+            return;
+        }
+    }
+    playing = on;
+    if (!catchingUp) {
+        if (on)
+            source->play();
+        else
+            source->playLines(0); // the line begun is finished first
+    }
+    emit playingChanged(on);
+}
+
+void CapturePlayback::setSpeed(double factor)
+{
+    speed = factor;
+    if (source && !catchingUp)
+        source->setSpeed(factor);
+}
+
+void CapturePlayback::setLoop(bool on)
+{
+    loop = on;
+    if (source)
+        source->setLoop(on);
+}
+
+void CapturePlayback::step(int delta)
+{
+    if (!source || delta == 0)
+        return;
+    const bool wasPlaying = playing;
+    playing = false;
+    const uint64_t shown = catchingUp ? catchUpTo : source->status().nextLine; // 1-based
+    if (delta > 0 && !catchingUp) {
+        // On from where it stands: the next line, at the set speed.
+        source->playLines(static_cast<uint64_t>(delta));
+    } else {
+        const int64_t target = static_cast<int64_t>(shown) - 1 + delta;
+        seekLine(static_cast<uint64_t>(std::max<int64_t>(target, 0)));
+    }
+    if (wasPlaying)
+        emit playingChanged(false);
+}
+
+void CapturePlayback::toStart()
+{
+    seekLine(0);
+}
+
+void CapturePlayback::toEnd()
+{
+    const std::size_t lines = lineIndex.lines();
+    if (lines > 0)
+        seekLine(lines - 1);
+}
+
+void CapturePlayback::seekTime(qint64 ms)
+{
+    if (lineIndex.lines() == 0)
+        return;
+    const int64_t t0 = lineIndex.entry(0).timeNs;
+    seekLine(lineIndex.find(t0 + ms * 1000000));
+}
+
+void CapturePlayback::seekLine(uint64_t n)
+{
+    const std::size_t lines = lineIndex.lines();
+    if (!source || lines == 0)
+        return;
+    n = std::min<uint64_t>(n, lines - 1);
+    const uint64_t tail =
+        static_cast<uint64_t>(std::max(hooks.reachBack ? hooks.reachBack() : 1, 1));
+    const uint64_t from = n + 1 > tail ? n + 1 - tail : 0;
+
+    // Nothing of the old place may reach a view after it was cleared: the
+    // receive thread ends and its waiting lines go, and the lines and texts
+    // already posted to the views arrive now, before they are forgotten.
+    controller->stopSource();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
+    if (hooks.forget)
+        hooks.forget(from);
+    controller->setFrames(static_cast<uint32_t>(from));
+
+    uint64_t prelude = vxrec::CaptureSource::kNoPrelude;
+    lineIndex.headerBefore(from, prelude);
+    source->seek(lineIndex.entry(from).offset, from, prelude);
+    source->setSpeed(0);
+    source->playLines(n - from + 1);
+    catchingUp = true;
+    catchUpTo = n + 1;
+    controller->startSource(std::make_unique<SharedSource>(source));
+    tick();
+}
+
+void CapturePlayback::tick()
+{
+    if (!source)
+        return;
+    const vxrec::CaptureSource::Status s = source->status();
+    if (catchingUp && (s.nextLine >= catchUpTo || s.ended || !s.playing)) {
+        // The tail is handed out: on at the user's speed and state.
+        catchingUp = false;
+        source->setSpeed(speed);
+        if (playing)
+            source->play();
+        else
+            source->playLines(0);
+    }
+    if (!catchingUp && playing && s.ended && !loop) {
+        playing = false;
+        emit playingChanged(false);
+    }
+    const QString problem = QString::fromLocal8Bit(s.problem.c_str());
+    if (problem != lastProblem) {
+        lastProblem = problem;
+        if (!problem.isEmpty())
+            emit stopped(problem, !QFileInfo(filePath).isReadable());
+    }
+    const Place p = place();
+    if (p.ms != last.ms || p.line != last.line || p.lines != last.lines ||
+        p.durationMs != last.durationMs || p.linesFinal != last.linesFinal) {
+        last = p;
+        emit placeChanged();
+    }
+}
+
+CapturePlayback::Place CapturePlayback::place() const
+{
+    Place p;
+    if (!source)
+        return p;
+    const vxrec::CaptureSource::Status s = source->status();
+    p.lines = lineIndex.lines();
+    p.linesFinal = lineIndex.ended();
+    p.line = catchingUp ? std::min<uint64_t>(s.nextLine, catchUpTo) : s.nextLine;
+    if (p.lines > 0) {
+        const int64_t t0 = lineIndex.entry(0).timeNs;
+        p.durationMs = (lineIndex.entry(p.lines - 1).timeNs - t0) / 1000000;
+        if (p.line > 0)
+            p.ms = std::max<int64_t>(s.currentNs - t0, 0) / 1000000;
+        p.lines = std::max<uint64_t>(p.lines, p.line);
+    }
+    return p;
+}
+
+QString CapturePlayback::placeText() const
+{
+    const Place p = place();
+    QString total = StreamHealthLabel::grouped(p.lines);
+    if (!p.linesFinal)
+        total += QLatin1Char('+');
+    return tr("%1: %2 / %3, line %4 of %5")
+        .arg(fileName(), TransportBar::timeText(p.ms), TransportBar::timeText(p.durationMs),
+             StreamHealthLabel::grouped(p.line), total);
+}
+
+} // namespace vxlindral

@@ -1,0 +1,127 @@
+#pragma once
+#include "capture/captureindex.h"
+#include "capture/capturesource.h"
+
+#include <QObject>
+#include <QString>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+class QTimer;
+
+namespace vxlindral {
+
+class StreamDataController;
+
+// One capture file played as a source of its own: the lines sent to one UDP
+// port of the file go through the port's controller (its receiver, hand-over
+// and model) exactly as a live port's do, paced by the capture's times. It
+// indexes the file in the background and steers the playback: play, pause,
+// speed, loop, one line on or back, and seeks.
+//
+// A seek to line n shows what playing lines 0..n would have shown, cheaply:
+// the receive thread is stopped and what is still on its way is dropped, the
+// window forgets the lines of the capture's views and models (`Hooks::forget`,
+// counting on as if the lines before the tail had been taken in), the frame
+// counter is set likewise, and only the tail of lines the views can still show
+// (`Hooks::reachBack`) is played again, as fast as possible, from the file
+// header that precedes it. Then the playback goes on as before the seek.
+//
+// Pausing stops before the next line begins, so that the line shown is always
+// whole and one step on shows exactly one more line.
+//
+// Ownership: owned by the main window; shares the controller; owns the index
+// and the source (the controller's receive thread holds it while it runs).
+// Threads: GUI thread only; the index and the source report through atomics
+// and locks read by a timer.
+class CapturePlayback : public QObject
+{
+    Q_OBJECT
+public:
+    struct Hooks
+    {
+        // Forget every line of the capture's views and models, counting on as
+        // if `before` lines had been taken in.
+        std::function<void(uint64_t before)> forget;
+        // How many of the newest lines the capture's views can still show.
+        std::function<int()> reachBack;
+    };
+
+    // Where the playback stands.
+    struct Place
+    {
+        qint64 ms = 0;         // capture time of the newest line, from the file's start
+        qint64 durationMs = 0; // capture time of the last line found
+        uint64_t line = 0;     // newest line handed out, 1-based; 0 before the first
+        uint64_t lines = 0;    // lines found so far
+        bool linesFinal = false;
+    };
+
+    CapturePlayback(const QString& path, uint16_t port,
+                    std::shared_ptr<StreamDataController> controller, Hooks hooks,
+                    QObject* parent = nullptr);
+    ~CapturePlayback() override;
+
+    // Opens the file, starts the index and plays at once at 1x. False with
+    // the reason in `error` when the file cannot be played.
+    bool start(QString& error);
+    // Stops the receive thread and the index (the window's close).
+    void stop();
+
+    const QString& path() const { return filePath; }
+    // The file's name without its folder.
+    QString fileName() const;
+    uint16_t port() const { return udpPort; }
+
+    bool isPlaying() const { return playing; }
+    void setPlaying(bool on);
+    // `factor` times the capture's pace; 0: as fast as possible.
+    void setSpeed(double factor);
+    void setLoop(bool on);
+    // One line on (+1) or back (-1), pausing.
+    void step(int delta);
+    void toStart();
+    void toEnd();
+    // To the last line captured at or before `ms` from the file's start.
+    void seekTime(qint64 ms);
+    // To line `n` (0-based, clamped to the lines found).
+    void seekLine(uint64_t n);
+
+    Place place() const;
+    // "scan.pcapng: 00:12.345 / 01:40.000, line 2,345 of 20,000".
+    QString placeText() const;
+    const vxrec::CaptureIndex& index() const { return lineIndex; }
+    // Cancels the index; the lines found so far stay usable.
+    void cancelIndex() { lineIndex.cancel(); }
+    // Why the playback stopped early ("" while it has not).
+    QString problem() const { return lastProblem; }
+
+signals:
+    // A few times a second while the place or the index changes.
+    void placeChanged();
+    void playingChanged(bool playing);
+    // The file ended early: cut or damaged (`fatal` false: played up to
+    // there), or gone or unreadable while playing (`fatal` true).
+    void stopped(const QString& reason, bool fatal);
+
+private:
+    void tick();
+
+    const QString filePath;
+    const uint16_t udpPort;
+    std::shared_ptr<StreamDataController> controller;
+    Hooks hooks;
+    std::shared_ptr<vxrec::CaptureSource> source;
+    vxrec::CaptureIndex lineIndex;
+    QTimer* timer = nullptr;
+    bool playing = true;
+    double speed = 1.0;
+    bool loop = false;
+    bool catchingUp = false; // a seek's tail is being played fast
+    uint64_t catchUpTo = 0;  // the line after the seek's target
+    QString lastProblem;
+    Place last;
+};
+
+} // namespace vxlindral
