@@ -7,6 +7,7 @@
 #include "app/captureplayback.h"
 #include "app/mainwindow.h"
 #include "app/transportbar.h"
+#include "capture/capturerecorder.h"
 #include "capture/pcapwriter.h"
 #include "scanner/wireencoder.h"
 #include "stream/streamdatacontroller.h"
@@ -36,18 +37,33 @@ struct Stretch
 
 // Writes the stretches one after the other as the simulator would send them
 // to port 6101: a file header before every 100 lines, a line every 2 ms, each
-// message in datagrams of at most 9000 bytes. Returns the file's size.
-qint64 writeCapture(const QString& path, const QList<Stretch>& stretches)
+// message in datagrams of at most 9000 bytes; as a pcap file, or with
+// `recorded` as the window's Record capture writes them (pcapng). Returns the
+// file's size.
+qint64 writeCapture(const QString& path, const QList<Stretch>& stretches, bool recorded = false)
 {
+    const std::string file = QFile::encodeName(path).toStdString();
     vxrec::PcapWriter out;
-    if (!out.open(QFile::encodeName(path).toStdString()))
+    vxrec::CaptureRecorder recorder(6101);
+    if (!(recorded ? recorder.start(file) : out.open(file)))
         return -1;
     int64_t t = 1'700'000'000'000'000'000;
     uint32_t message = 0;
     const auto send = [&](const std::vector<char>& m) {
-        for (const auto& d : strmsocket::WireEncoder::fragment(message++, m.data(), m.size(), 9000))
-            out.write(t, 0x7f000001, 40000, 0x7f000001, 6101,
-                      reinterpret_cast<const uint8_t*>(d.data()), d.size());
+        for (const auto& d :
+             strmsocket::WireEncoder::fragment(message++, m.data(), m.size(), 9000)) {
+            if (!recorded) {
+                out.write(t, 0x7f000001, 40000, 0x7f000001, 6101,
+                          reinterpret_cast<const uint8_t*>(d.data()), d.size());
+                continue;
+            }
+            strmsocket::DatagramSource::Datagram g;
+            g.length = d.size();
+            g.sender = g.local = 0x7f000001;
+            g.senderPort = 40000;
+            g.receivedNs = t;
+            recorder.onDatagram(d.data(), g);
+        }
     };
     uint64_t line = 0;
     for (const Stretch& s : stretches) {
@@ -67,7 +83,8 @@ qint64 writeCapture(const QString& path, const QList<Stretch>& stretches)
             send(composer.compose(line));
         }
     }
-    out.close();
+    if (recorded ? !recorder.finish() : !out.close())
+        return -1;
     return QFileInfo(path).size();
 }
 
@@ -224,6 +241,22 @@ private slots:
                         .startsWith(QStringLiteral("cut.pcap ends early")));
         QVERIFY(playback->place().line > 400);
         QCOMPARE(window->controller(window->captureSource())->handoverCounters().droppedMemory, 0u);
+    }
+
+    // What Record capture wrote plays in the window, every line of it.
+    void recordedCapturePlays()
+    {
+        const QString recorded = dir.filePath("recorded.pcapng");
+        QVERIFY(writeCapture(recorded, {{{"--pixels", "1024"}, 300}}, true) > 0);
+        QVERIFY(window->openCapture(recorded));
+        CapturePlayback* playback = window->capturePlayback();
+        playback->setSpeed(0);
+        QTRY_VERIFY(playback->index().finished());
+        QCOMPARE(playback->index().lines(), std::size_t(300));
+        StreamDataController* c = window->controller(window->captureSource()).get();
+        QTRY_COMPARE(c->handoverCounters().linesTaken, 300u);
+        QCOMPARE(c->frames(), 300u);
+        QCOMPARE(c->counters().incompleteMessages + c->counters().backlogDrops, 0u);
     }
 
     // Closing the capture's views ends it; its key is no line port.
