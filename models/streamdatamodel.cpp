@@ -98,7 +98,8 @@ void StreamDataModel::clearLines()
     beginResetModel();
     history.clear();
     current.reset();
-    reference.reset();
+    // The reference the user took for difference mode stays: after a seek in
+    // a capture the values go on being compared with the same line.
     rows = 0;
     columns = 0;
     endResetModel();

@@ -48,10 +48,11 @@ public:
     void setSeries(int series) { currentSeries.store(series, std::memory_order_relaxed); }
     int series() const { return currentSeries.load(std::memory_order_relaxed); }
 
-    // Back to no line yet: no current line, history or difference reference,
+    // Back to no line yet: no current line or history,
     // no rows or columns, announced as a reset so that attached views stay
     // valid (a seek; the window then plays the newest lines again through
-    // setData). The display and difference modes stay as the user set them.
+    // setData). The display and difference modes stay as the user set them,
+    // and so does the line taken as the difference reference.
     // A derived model forgets what it keeps of its own as well.
     virtual void clearLines();
     // How many of the newest lines it keeps (its history): after clearLines
