@@ -262,7 +262,15 @@ private slots:
     // Closing the capture's views ends it; its key is no line port.
     void closingTheViewsEndsTheCapture()
     {
-        QVERIFY(window->openCapture(capture));
+        // Opened by dropping the file on the window.
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile(capture)});
+        QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(window.get(), &enter);
+        QVERIFY(enter.isAccepted());
+        QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QCoreApplication::sendEvent(window.get(), &drop);
+        QTRY_VERIFY(window->capturePlayback());
         const int key = window->captureSource();
         QVERIFY(key >= MainWindow::firstCaptureKey);
         QVERIFY(!window->transportBar()->isHidden());
