@@ -8,9 +8,9 @@
 #include "app/mainwindow.h"
 #include "app/transportbar.h"
 #include "capture/pcapwriter.h"
-#include "scanner/wireencoder.h"
 #include "stream/streamdatacontroller.h"
 #include "tools/sim/linecomposer.h"
+#include "tools/sim/linedatagrams.h"
 #include "tools/sim/simoptions.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
@@ -42,14 +42,12 @@ qint64 writeCapture(const QString& path, const QList<Stretch>& stretches)
     vxrec::PcapWriter out;
     if (!out.open(QFile::encodeName(path).toStdString()))
         return -1;
-    int64_t t = 1'700'000'000'000'000'000;
-    uint32_t message = 0;
-    const auto send = [&](const std::vector<char>& m) {
-        for (const auto& d : strmsocket::WireEncoder::fragment(message++, m.data(), m.size(), 9000))
-            out.write(t, 0x7f000001, 40000, 0x7f000001, 6101,
-                      reinterpret_cast<const uint8_t*>(d.data()), d.size());
-    };
-    uint64_t line = 0;
+    vxsim::LineDatagrams stream(
+        [&out](int64_t t, const char* d, std::size_t n) {
+            out.write(t, 0x7f000001, 40000, 0x7f000001, 6101, reinterpret_cast<const uint8_t*>(d),
+                      n);
+        },
+        1'700'000'000'000'000'000, 2'000'000, 9000);
     for (const Stretch& s : stretches) {
         std::vector<std::string> args{"sim"};
         for (const QString& o : s.options)
@@ -61,11 +59,7 @@ qint64 writeCapture(const QString& path, const QList<Stretch>& stretches)
         std::string error;
         vxsim::SimOptions::parse(int(argv.size()), argv.data(), options, error);
         vxsim::LineComposer composer(options);
-        for (int k = 0; k < s.lines; ++k, ++line, t += 2'000'000) {
-            if (line % 100 == 0)
-                send(composer.fileHeader());
-            send(composer.compose(line));
-        }
+        stream.lines(composer, uint64_t(s.lines));
     }
     out.close();
     return QFileInfo(path).size();
