@@ -36,6 +36,7 @@
 //       [--scene street|conveyor]
 #include "app/applicationsetup.h"
 #include "app/mainwindow.h"
+#include "bench/app/windowbench.h"
 #include "capture/datagramextractor.h"
 #include "models/streamdatamodel.h"
 #include "stream/linetype.h"
@@ -43,9 +44,7 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QEventLoop>
 #include <QFile>
-#include <QRegularExpression>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QThread>
@@ -56,12 +55,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
-#include <netinet/in.h>
 #include <pthread.h>
-#include <spawn.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -123,13 +118,6 @@ int64_t childrenCpuNs()
         return int64_t(t.tv_sec) * 1000000000 + t.tv_usec * 1000;
     };
     return ns(usage.ru_utime) + ns(usage.ru_stime);
-}
-
-void runEventLoop(int ms)
-{
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
 }
 
 // The receive thread's CPU clock, learnt on that thread from the first
@@ -263,89 +251,6 @@ private:
     std::thread thread;
 };
 
-// Starts `argv` (a program path first) without copying this process; its
-// output goes to `outFd` when that is not negative. 0 when it cannot start.
-pid_t spawn(const QStringList& args, int outFd)
-{
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (outFd >= 0) {
-        posix_spawn_file_actions_adddup2(&actions, outFd, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, outFd, STDERR_FILENO);
-    }
-    QList<QByteArray> words;
-    for (const QString& a : args)
-        words << a.toLocal8Bit();
-    std::vector<char*> argv;
-    for (QByteArray& w : words)
-        argv.push_back(w.data());
-    argv.push_back(nullptr);
-    pid_t pid = 0;
-    const int failed = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    return failed ? 0 : pid;
-}
-
-// Runs the simulator with `args` to the end; its summary's line count, or -1
-// when it could not be started. Started with posix_spawn, which does not copy
-// this process: after a fork (QProcess's way) every page of the window's large
-// buffers is shared copy-on-write, and its next writes fault page by page, a
-// stall of a few hundred milliseconds at the start of each rate that a real
-// scanner never causes.
-qint64 runSimulator(const QString& path, const QStringList& args)
-{
-    int out[2];
-    if (::pipe2(out, O_CLOEXEC | O_NONBLOCK) != 0)
-        return -1;
-    const pid_t pid = spawn(QStringList{path} + args, out[1]);
-    ::close(out[1]);
-    if (!pid) {
-        ::close(out[0]);
-        std::fprintf(stderr, "bench_app: cannot start %s\n", qPrintable(path));
-        return -1;
-    }
-    QByteArray text;
-    const auto collect = [&] {
-        char buf[4096];
-        for (ssize_t n; (n = ::read(out[0], buf, sizeof buf)) > 0;)
-            text.append(buf, int(n));
-    };
-    // Run the viewer while the simulator sends.
-    int status = 0;
-    while (::waitpid(pid, &status, WNOHANG) == 0) {
-        runEventLoop(50);
-        collect();
-    }
-    collect();
-    ::close(out[0]);
-    // A simulator that refused its options (a bad --scene, say) would
-    // otherwise leave rows of zeros.
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        std::fprintf(stderr, "bench_app: the simulator failed:\n%s", text.constData());
-        return -1;
-    }
-    const QRegularExpressionMatch m =
-        QRegularExpression(R"(total [0-9.]+ s: (\d+) lines)").match(QString::fromLocal8Bit(text));
-    return m.hasMatch() ? m.captured(1).toLongLong() : 0;
-}
-
-// Lets the window take in what is still on its way: until nothing waits
-// (decoded or not) and no line arrived for 200 ms, at most 5 s.
-void drain(const vxlindral::StreamDataController& controller)
-{
-    uint64_t taken = controller.handoverCounters().linesTaken;
-    int quiet = 0;
-    for (int step = 0; step < 50 && quiet < 2; ++step) {
-        runEventLoop(100);
-        const vxlindral::LineQueue::Counters c = controller.handoverCounters();
-        quiet = c.linesTaken == taken && c.linesWaiting == 0 &&
-                        controller.counters().backlogMessages == 0
-                    ? quiet + 1
-                    : 0;
-        taken = c.linesTaken;
-    }
-}
-
 void printLegend()
 {
     std::printf("dropped: blog = the backlog bound, mem = the hand-over's memory bound,\n"
@@ -367,12 +272,12 @@ class Run
 {
 public:
     Run(const QString& set, const Options& options, const QString& simulator)
-        : opt(options), simPath(simulator), views(configure(set))
+        : opt(options), simPath(simulator), views(WindowBench::configureViews(set))
     {
         window.resize(1260, 1000);
         window.show();
         window.handleRealign();
-        runEventLoop(300);
+        WindowBench::runEventLoop(300);
         model = window.dataModel(benchPort);
         controller = window.controller(benchPort);
     }
@@ -394,7 +299,7 @@ public:
         delays.reset(4096);
         if (simulate({"--rate", "500", "--count", "100"}) < 0)
             return false;
-        drain(*controller);
+        WindowBench::drain(*controller);
         // Known by now (or the receive thread's share reads 0): the measured
         // runs go without the extra call per line.
         QObject::disconnect(learning);
@@ -422,7 +327,7 @@ public:
                     .arg(kStallAtMs / 1000.0)
                     .arg(::getpid())
                     .arg(stall->ms / 1000.0);
-            stopper = spawn({"/bin/sh", "-c", script}, -1);
+            stopper = WindowBench::spawn({"/bin/sh", "-c", script}, -1);
         } else if (stall) {
             QTimer::singleShot(kStallAtMs, [&guiStallEndUs, ms = stall->ms] {
                 ::usleep(useconds_t(ms) * 1000);
@@ -433,7 +338,7 @@ public:
             {"--rate", QString::number(rate), "--duration", QString::number(opt.duration)});
         const double wallNs = double(wall.nsecsElapsed());
         const CpuTimes cpu = CpuTimes::now(receive);
-        drain(*controller);
+        WindowBench::drain(*controller);
         if (stopper)
             ::waitpid(stopper, nullptr, 0);
 
@@ -479,7 +384,7 @@ public:
         const qint64 sent = simulate(
             {"--rate", QString::number(rate), "--duration", QString::number(opt.duration)});
         const CpuTimes cpu = CpuTimes::now(receive);
-        drain(*controller);
+        WindowBench::drain(*controller);
         window.stopCapture();
         const Counts after = Counts::of(*controller);
         const uint64_t received = delta(after.socket.datagrams, before.socket.datagrams);
@@ -505,21 +410,6 @@ public:
     }
 
 private:
-    // Stores the default views of `set`; before the window is built, which
-    // opens them.
-    static QString configure(const QString& set)
-    {
-        QSettings settings;
-        settings.clear();
-        const bool all = set == "all";
-        settings.setValue("View/Gray", all);
-        settings.setValue("View/Statistic", all);
-        settings.setValue("View/Numeric", all);
-        settings.setValue("View/Cut", all);
-        settings.setValue("View/ThreeD", set != "none");
-        return set;
-    }
-
     qint64 simulate(const QStringList& args)
     {
         QStringList common = {"--host",           "127.0.0.1",
@@ -528,7 +418,7 @@ private:
                               "--stamp-send-time"};
         if (!opt.scene.isEmpty())
             common << "--scene" << opt.scene;
-        return runSimulator(simPath, common + args);
+        return WindowBench::runSimulator(simPath, common + args);
     }
 
     const Options& opt;
@@ -586,21 +476,6 @@ bool runRecording(int rate, const Options& opt, const QString& simPath)
     const double floorUs = run.recordingRow(rate, QString(), 0);
     run.recordingRow(rate, dir.filePath("bench.pcapng"), floorUs);
     return true;
-}
-
-// The window opens the port on its own; a port held by another program would
-// stop the run at a warning box.
-bool portFree()
-{
-    const int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(benchPort);
-    const bool bound =
-        fd >= 0 && ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    if (fd >= 0)
-        ::close(fd);
-    return bound;
 }
 
 } // namespace
@@ -670,7 +545,7 @@ int main(int argc, char* argv[])
                              "--recording\n");
         return 2;
     }
-    if (!portFree()) {
+    if (!WindowBench::portFree(benchPort)) {
         std::fprintf(stderr, "bench_app: port %d is in use by another program\n", benchPort);
         return 1;
     }

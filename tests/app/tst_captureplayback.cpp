@@ -9,9 +9,9 @@
 #include "app/transportbar.h"
 #include "capture/capturerecorder.h"
 #include "capture/pcapwriter.h"
-#include "scanner/wireencoder.h"
 #include "stream/streamdatacontroller.h"
 #include "tools/sim/linecomposer.h"
+#include "tools/sim/linedatagrams.h"
 #include "tools/sim/simoptions.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
@@ -47,25 +47,21 @@ qint64 writeCapture(const QString& path, const QList<Stretch>& stretches, bool r
     vxrec::CaptureRecorder recorder(6101);
     if (!(recorded ? recorder.start(file) : out.open(file)))
         return -1;
-    int64_t t = 1'700'000'000'000'000'000;
-    uint32_t message = 0;
-    const auto send = [&](const std::vector<char>& m) {
-        for (const auto& d :
-             strmsocket::WireEncoder::fragment(message++, m.data(), m.size(), 9000)) {
+    vxsim::LineDatagrams stream(
+        [&](int64_t t, const char* d, std::size_t n) {
             if (!recorded) {
                 out.write(t, 0x7f000001, 40000, 0x7f000001, 6101,
-                          reinterpret_cast<const uint8_t*>(d.data()), d.size());
-                continue;
+                          reinterpret_cast<const uint8_t*>(d), n);
+                return;
             }
             strmsocket::DatagramSource::Datagram g;
-            g.length = d.size();
+            g.length = n;
             g.sender = g.local = 0x7f000001;
             g.senderPort = 40000;
             g.receivedNs = t;
-            recorder.onDatagram(d.data(), g);
-        }
-    };
-    uint64_t line = 0;
+            recorder.onDatagram(d, g);
+        },
+        1'700'000'000'000'000'000, 2'000'000, 9000);
     for (const Stretch& s : stretches) {
         std::vector<std::string> args{"sim"};
         for (const QString& o : s.options)
@@ -77,11 +73,7 @@ qint64 writeCapture(const QString& path, const QList<Stretch>& stretches, bool r
         std::string error;
         vxsim::SimOptions::parse(int(argv.size()), argv.data(), options, error);
         vxsim::LineComposer composer(options);
-        for (int k = 0; k < s.lines; ++k, ++line, t += 2'000'000) {
-            if (line % 100 == 0)
-                send(composer.fileHeader());
-            send(composer.compose(line));
-        }
+        stream.lines(composer, uint64_t(s.lines));
     }
     if (recorded ? !recorder.finish() : !out.close())
         return -1;
