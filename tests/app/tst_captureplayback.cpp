@@ -269,7 +269,9 @@ private slots:
         QVERIFY(view<BasicView>(key, MainWindow::ThreeD)->windowTitle().endsWith(" : scan.pcap"));
         // Beside the capture, three line ports still fit (6101 is open).
         bool refused = false;
-        windowtest::answer<QMessageBox>(true, [&](QMessageBox*) { refused = true; });
+        QObject waiting; // no box is expected: the wait ends with the test
+        windowtest::answer<QMessageBox>(
+            true, [&](QMessageBox*) { refused = true; }, &waiting);
         window->openStream(6103, 6104);
         window->openStream(6105, 6106);
         QVERIFY(!refused);

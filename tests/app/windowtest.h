@@ -35,10 +35,13 @@ namespace windowtest {
 
 // Answers the next dialog of type W as soon as it shows (a modal dialog
 // blocks the caller inside exec()): `f` reads or fills it, then it is
-// accepted or, with `accept` false, rejected.
-template <typename W> void answer(bool accept, std::function<void(W*)> f = {})
+// accepted or, with `accept` false, rejected. A dialog that may not come at
+// all needs an `owner` that ends the wait with it, lest a later dialog meet a
+// `f` whose references are gone.
+template <typename W>
+void answer(bool accept, std::function<void(W*)> f = {}, QObject* owner = nullptr)
 {
-    auto* timer = new QTimer;
+    auto* timer = new QTimer(owner);
     timer->setInterval(10);
     QObject::connect(timer, &QTimer::timeout, [timer, accept, f] {
         for (QWidget* w : QApplication::topLevelWidgets()) {
