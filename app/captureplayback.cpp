@@ -15,25 +15,6 @@ namespace vxlindral {
 
 namespace {
 
-// The receive loop owns its source and destroys it when it stops; the
-// playback keeps its source across stops (a seek restarts the loop), so the
-// loop gets this stand-in that shares it.
-class SharedSource : public strmsocket::DatagramSource
-{
-public:
-    explicit SharedSource(std::shared_ptr<vxrec::CaptureSource> s) : source(std::move(s)) {}
-    int wait(int timeoutMs, bool forData) override { return source->wait(timeoutMs, forData); }
-    int receive(char* buffer, std::size_t capacity, Datagram& out) override
-    {
-        return source->receive(buffer, capacity, out);
-    }
-    void wake() override { source->wake(); }
-    bool canHoldBack() const override { return source->canHoldBack(); }
-
-private:
-    std::shared_ptr<vxrec::CaptureSource> source;
-};
-
 // How often the place is read while a capture is open: often enough for a
 // slider that follows the playback and for a seek's tail to hand over quickly.
 constexpr int kTickMs = 25;
@@ -67,7 +48,7 @@ bool CapturePlayback::start(QString& error)
     lineIndex.start(QFile::encodeName(filePath).toStdString(), udpPort);
     source->setSpeed(speed);
     controller->setFrames(0);
-    if (!controller->startSource(std::make_unique<SharedSource>(source))) {
+    if (!controller->startSource(vxrec::CaptureSource::shared(source))) {
         error = tr("the playback could not be started");
         return false;
     }
@@ -190,7 +171,7 @@ void CapturePlayback::seekLine(uint64_t n)
     source->playLines(n - from + 1);
     catchingUp = true;
     catchUpTo = n + 1;
-    controller->startSource(std::make_unique<SharedSource>(source));
+    controller->startSource(vxrec::CaptureSource::shared(source));
     tick();
 }
 
@@ -224,6 +205,46 @@ void CapturePlayback::tick()
         last = p;
         emit placeChanged();
     }
+}
+
+int64_t CapturePlayback::shownLine() const
+{
+    // While a seek's tail is being played, its target is the line shown.
+    const uint64_t line = catchingUp ? catchUpTo : source ? source->status().nextLine : 0;
+    return static_cast<int64_t>(std::max<uint64_t>(line, 1) - 1);
+}
+
+void CapturePlayback::markStart()
+{
+    startMark = shownLine();
+    emit marksChanged();
+}
+
+void CapturePlayback::markEnd()
+{
+    endMark = shownLine();
+    emit marksChanged();
+}
+
+bool CapturePlayback::markedStretch(uint64_t& first, uint64_t& lastLine) const
+{
+    const std::size_t lines = lineIndex.lines();
+    if (lines == 0)
+        return false;
+    first = startMark >= 0 ? static_cast<uint64_t>(startMark) : 0;
+    lastLine = endMark >= 0 ? static_cast<uint64_t>(endMark) : lines - 1;
+    if (first > lastLine)
+        std::swap(first, lastLine);
+    lastLine = std::min<uint64_t>(lastLine, lines - 1);
+    first = std::min(first, lastLine);
+    return true;
+}
+
+qint64 CapturePlayback::lineMs(uint64_t n) const
+{
+    if (n >= lineIndex.lines())
+        return -1;
+    return (lineIndex.entry(n).timeNs - lineIndex.entry(0).timeNs) / 1000000;
 }
 
 CapturePlayback::Place CapturePlayback::place() const

@@ -88,6 +88,20 @@ public:
     // To line `n` (0-based, clamped to the lines found).
     void seekLine(uint64_t n);
 
+    // The stretch of lines marked for "Export lines as cloud ...": its start
+    // and its end are set at the line shown (0-based; -1 while unmarked).
+    void markStart();
+    void markEnd();
+    int64_t markedStart() const { return startMark; }
+    int64_t markedEnd() const { return endMark; }
+    // The stretch to export, in order: from the start mark (else the first
+    // line) to the end mark (else the last line found so far). False while
+    // no line is known.
+    bool markedStretch(uint64_t& first, uint64_t& last) const;
+    // Capture time of line `n` (0-based) from the file's start; -1 when the
+    // line is not known yet.
+    qint64 lineMs(uint64_t n) const;
+
     Place place() const;
     // "scan.pcapng: 00:12.345 / 01:40.000, line 2,345 of 20,000".
     QString placeText() const;
@@ -101,12 +115,15 @@ signals:
     // A few times a second while the place or the index changes.
     void placeChanged();
     void playingChanged(bool playing);
+    void marksChanged();
     // The file ended early: cut or damaged (`fatal` false: played up to
     // there), or gone or unreadable while playing (`fatal` true).
     void stopped(const QString& reason, bool fatal);
 
 private:
     void tick();
+    // The line shown (0-based), 0 before the first.
+    int64_t shownLine() const;
 
     const QString filePath;
     const uint16_t udpPort;
@@ -122,6 +139,8 @@ private:
     uint64_t catchUpTo = 0;  // the line after the seek's target
     QString lastProblem;
     Place last;
+    int64_t startMark = -1;
+    int64_t endMark = -1;
 };
 
 } // namespace vxlindral

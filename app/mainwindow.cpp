@@ -3,6 +3,7 @@
 
 #include "app/captureplayback.h"
 #include "app/streamhealthlabel.h"
+#include "app/stretchexport.h"
 #include "app/transportbar.h"
 #include "capture/captureports.h"
 #include "capture/capturerecorder.h"
@@ -41,6 +42,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QProgressBar>
+#include <QProgressDialog>
 #include <QSaveFile>
 #include <QTextStream>
 #include <QTimer>
@@ -84,6 +86,7 @@ MainWindow::MainWindow(QWidget* parent)
     connect(ui->actionRecordCapture, &QAction::triggered, this, &MainWindow::handleRecordCapture);
     connect(ui->actionOpenCapture, &QAction::triggered, this, &MainWindow::handleOpenCapture);
     connect(ui->actionCloseCapture, &QAction::triggered, this, &MainWindow::closeCapture);
+    connect(ui->actionExportStretch, &QAction::triggered, this, &MainWindow::handleExportStretch);
     connect(ui->actionFreeze, &QAction::triggered, this, &MainWindow::handlePause);
     connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::handleConnect);
     connect(ui->actionFilterDisplay, &QAction::triggered, this, &MainWindow::handleFilterDisplay);
@@ -122,6 +125,8 @@ MainWindow::MainWindow(QWidget* parent)
     steer(&TransportBar::speedChanged, &CapturePlayback::setSpeed);
     steer(&TransportBar::loopChanged, &CapturePlayback::setLoop);
     steer(&TransportBar::seekRequested, &CapturePlayback::seekTime);
+    steer(&TransportBar::markStartRequested, &CapturePlayback::markStart);
+    steer(&TransportBar::markEndRequested, &CapturePlayback::markEnd);
 
     // Always the fixed default ports; "Ports/Line" and "Ports/Status" are only
     // what the connection dialog offers.
@@ -862,31 +867,38 @@ void MainWindow::handleExportCloud()
     exportCloud(static_cast<ThreeDView*>(view));
 }
 
+bool MainWindow::askCloudFile(const QString& title, QString& fileName,
+                              vxlindral::CloudWriter::Format& format)
+{
+    QStringList filters;
+    for (const char* f : cloudFilters)
+        filters << tr(f);
+    QString filter = filters.first();
+    fileName = QFileDialog::getSaveFileName(this, title, exportStart("ply"), filters.join(";;"),
+                                            &filter, QFileDialog::Options());
+    if (fileName.isEmpty())
+        return false;
+    if (QFileInfo(fileName).suffix().isEmpty())
+        fileName += QLatin1Char('.') + filterSuffix(filter);
+    const bool text = filter.contains(QLatin1String(" text ")) &&
+                      QFileInfo(fileName).suffix().toLower() == filterSuffix(filter);
+    if (!vxlindral::CloudWriter::formatOf(fileName, text, format)) {
+        exportFailed(tr("Unknown cloud file type"), fileName,
+                     tr("Name the file .ply, .pcd or .csv."));
+        return false;
+    }
+    return true;
+}
+
 void MainWindow::exportCloud(ThreeDView* view)
 {
     using vxlindral::CloudWriter;
     // Taken now: the cloud the view holds when the command was given.
     const std::vector<CloudWriter::Point> points = view->glWidget()->cloud();
-
-    QStringList filters;
-    for (const char* f : cloudFilters)
-        filters << tr(f);
-    QString filter = filters.first();
-    QString fileName =
-        QFileDialog::getSaveFileName(this, tr("Save cloud to file"), exportStart("ply"),
-                                     filters.join(";;"), &filter, QFileDialog::Options());
-    if (fileName.isEmpty())
-        return;
-    if (QFileInfo(fileName).suffix().isEmpty())
-        fileName += QLatin1Char('.') + filterSuffix(filter);
-    const bool text = filter.contains(QLatin1String(" text ")) &&
-                      QFileInfo(fileName).suffix().toLower() == filterSuffix(filter);
+    QString fileName;
     CloudWriter::Format format;
-    if (!CloudWriter::formatOf(fileName, text, format)) {
-        exportFailed(tr("Unknown cloud file type"), fileName,
-                     tr("Name the file .ply, .pcd or .csv."));
+    if (!askCloudFile(tr("Save cloud to file"), fileName, format))
         return;
-    }
     writeExport(fileName, tr("Could not open file for writing"),
                 [&](QIODevice& file, QString& reason) {
                     CloudWriter writer(file, format, points.size());
@@ -896,6 +908,83 @@ void MainWindow::exportCloud(ThreeDView* view)
                     reason = writer.errorString();
                     return false;
                 });
+}
+
+void MainWindow::handleExportStretch()
+{
+    using vxlindral::StretchExport;
+    if (!playback || stretchExport)
+        return;
+    // The stretch as marked when the command was given.
+    uint64_t first = 0;
+    uint64_t last = 0;
+    if (!playback->markedStretch(first, last)) {
+        QMessageBox::warning(this, tr("Export failed"), tr("No line of the capture is known yet."),
+                             QMessageBox::Ok);
+        return;
+    }
+    const vxrec::CaptureIndex& index = playback->index();
+    StretchExport::Stretch stretch;
+    stretch.first = first;
+    stretch.count = last - first + 1;
+    stretch.offset = index.entry(first).offset;
+    stretch.prelude = vxrec::CaptureSource::kNoPrelude;
+    index.headerBefore(first, stretch.prelude);
+    const QString capturePath = playback->path();
+    const auto port = playback->port();
+
+    QString fileName;
+    vxlindral::CloudWriter::Format format;
+    if (!askCloudFile(tr("Export lines as cloud"), fileName, format))
+        return;
+    stretchExport =
+        std::make_unique<StretchExport>(capturePath, port, stretch, fileName, format, this);
+    QString error;
+    bool targetFailed = false;
+    if (!stretchExport->start(error, targetFailed)) {
+        stretchExport.reset();
+        exportFailed(targetFailed ? tr("Could not open file for writing")
+                                  : tr("Could not read the capture"),
+                     targetFailed ? fileName : capturePath, error);
+        return;
+    }
+    ui->actionExportStretch->setEnabled(false);
+    // Shown only when the export takes longer than a second.
+    stretchProgress =
+        new QProgressDialog(tr("Writing %1 lines to %2 ...")
+                                .arg(vxlindral::StreamHealthLabel::grouped(stretch.count),
+                                     QFileInfo(fileName).fileName()),
+                            tr("Cancel"), 0, 1000, this);
+    stretchProgress->setObjectName("stretchProgress");
+    stretchProgress->setWindowTitle(tr("Export lines as cloud"));
+    stretchProgress->setWindowModality(Qt::WindowModal);
+    stretchProgress->setMinimumDuration(1000);
+    stretchProgress->setAutoReset(false);
+    stretchProgress->setAutoClose(false);
+    stretchProgress->setValue(0);
+    connect(stretchProgress, &QProgressDialog::canceled, stretchExport.get(),
+            &StretchExport::cancel);
+    connect(stretchExport.get(), &StretchExport::progressed, stretchProgress,
+            &QProgressDialog::setValue);
+    connect(stretchExport.get(), &StretchExport::finished, this, &MainWindow::stretchExported);
+}
+
+void MainWindow::stretchExported(bool ok, const QString& reason)
+{
+    const QString fileName = stretchExport ? stretchExport->target() : QString();
+    // The export goes after this signal has been delivered.
+    if (stretchExport)
+        stretchExport.release()->deleteLater();
+    if (stretchProgress) {
+        stretchProgress->disconnect(this);
+        stretchProgress->deleteLater();
+        stretchProgress = nullptr;
+    }
+    ui->actionExportStretch->setEnabled(playback != nullptr);
+    if (ok)
+        SettingsKeys::pathLast.write(settings, QFileInfo(fileName).absoluteFilePath());
+    else if (!reason.isEmpty())
+        exportFailed(tr("Could not write the file"), fileName, reason);
 }
 
 void MainWindow::handleSaveImage()
@@ -1162,6 +1251,13 @@ bool MainWindow::openCapture(const QString& path, int port)
     transport->reset();
     transport->show();
     ui->actionCloseCapture->setEnabled(true);
+    ui->actionExportStretch->setEnabled(!stretchExport);
+    connect(playback.get(), &CapturePlayback::marksChanged, this, [this] {
+        const auto at = [this](int64_t line) {
+            return line < 0 ? qint64(-1) : playback->lineMs(static_cast<uint64_t>(line));
+        };
+        transport->setMarks(at(playback->markedStart()), at(playback->markedEnd()));
+    });
     ui->labelStatus->clear();
     refreshPlace();
     return true;
@@ -1187,6 +1283,7 @@ void MainWindow::closeCapture()
         transport->hide();
         indexBox->hide();
         ui->actionCloseCapture->setEnabled(false);
+        ui->actionExportStretch->setEnabled(false);
         reserveStatusRoom();
         health->refresh();
         tileViews();

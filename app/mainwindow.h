@@ -1,4 +1,5 @@
 #pragma once
+#include "export/cloudwriter.h"
 #include "stream/linetype.h"
 
 #include <QMainWindow>
@@ -15,6 +16,7 @@ class QDropEvent;
 class QIODevice;
 class QLabel;
 class QProgressBar;
+class QProgressDialog;
 class QMdiSubWindow;
 class QTimer;
 class Ui_MainWindow;
@@ -31,6 +33,7 @@ class NumericView;
 class StreamDataController;
 class StreamDataModel;
 class StreamHealthLabel;
+class StretchExport;
 class ThreeDView;
 } // namespace vxlindral
 
@@ -89,6 +92,8 @@ public:
     // Ends the capture's playback and closes its views.
     void closeCapture();
     vxlindral::CapturePlayback* capturePlayback() const { return playback.get(); }
+    // The export of a stretch of lines under way; null when none is.
+    vxlindral::StretchExport* runningStretchExport() const { return stretchExport.get(); }
     vxlindral::TransportBar* transportBar() const { return transport; }
     // Key of the open capture (its views' port); 0 when none is open.
     int captureSource() const { return captureKey; }
@@ -144,6 +149,8 @@ public slots:
     void handleExportLines();
     // Exports the cloud of the active 3D view (or the 3D view active last).
     void handleExportCloud();
+    // Exports every point of the capture's marked stretch of lines.
+    void handleExportStretch();
     // Save or copy what the active view shows as an image.
     void handleSaveImage();
     void handleCopyImage();
@@ -175,6 +182,12 @@ private:
     QString lineText(int port);
     // Asks for a file and writes the cloud that `view` holds now to it.
     void exportCloud(vxlindral::ThreeDView* view);
+    // Asks for a cloud file: its name (with the chosen filter's extension
+    // when it has none) and its format. False when cancelled or refused.
+    bool askCloudFile(const QString& title, QString& fileName,
+                      vxlindral::CloudWriter::Format& format);
+    // The end of the stretch export: a box on failure, "Path/Last" on success.
+    void stretchExported(bool ok, const QString& reason);
     // The active view, else the view active last that passes `accept`
     // (visible ones only when `visible`); null when there is none.
     vxlindral::BasicView* recentView(const std::function<bool(vxlindral::BasicView*)>& accept,
@@ -245,4 +258,7 @@ private:
     // whether the next line the capture's model takes is the first line.
     vxlindral::LineType captureFirst;
     bool expectFirst = false;
+    // "Export lines as cloud ..." under way, and its progress dialog.
+    std::unique_ptr<vxlindral::StretchExport> stretchExport;
+    QProgressDialog* stretchProgress = nullptr;
 };

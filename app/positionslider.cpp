@@ -1,6 +1,7 @@
 #include "app/positionslider.h"
 
 #include <QMouseEvent>
+#include <QPainter>
 #include <QStyle>
 #include <QStyleOptionSlider>
 #include <QTimer>
@@ -46,6 +47,48 @@ void PositionSlider::setPosition(qint64 ms)
     setting = true;
     setValue(clamped(ms));
     setting = false;
+}
+
+void PositionSlider::setMarks(qint64 startMs, qint64 endMs)
+{
+    startMark = startMs;
+    endMark = endMs;
+    update();
+}
+
+void PositionSlider::paintEvent(QPaintEvent* event)
+{
+    QSlider::paintEvent(event);
+    if (startMark < 0 && endMark < 0)
+        return;
+    QStyleOptionSlider opt;
+    initStyleOption(&opt);
+    const QRect groove =
+        style()->subControlRect(QStyle::CC_Slider, &opt, QStyle::SC_SliderGroove, this);
+    const QRect handle =
+        style()->subControlRect(QStyle::CC_Slider, &opt, QStyle::SC_SliderHandle, this);
+    // Where the handle's middle stands at `ms`.
+    const auto xOf = [&](qint64 ms) {
+        return groove.x() + handle.width() / 2 +
+               QStyle::sliderPositionFromValue(minimum(), maximum(), clamped(ms),
+                                               groove.width() - handle.width(), opt.upsideDown);
+    };
+    QPainter painter(this);
+    const QColor mark = palette().color(QPalette::Highlight);
+    if (startMark >= 0 || endMark >= 0) {
+        const int a = xOf(startMark >= 0 ? startMark : minimum());
+        const int b = xOf(endMark >= 0 ? endMark : maximum());
+        QColor band = mark;
+        band.setAlpha(70);
+        painter.fillRect(
+            QRect(QPoint(std::min(a, b), rect().top()), QPoint(std::max(a, b), rect().bottom())),
+            band);
+    }
+    painter.setPen(QPen(mark, 2));
+    for (qint64 ms : {startMark, endMark}) {
+        if (ms >= 0)
+            painter.drawLine(xOf(ms), rect().top(), xOf(ms), rect().bottom());
+    }
 }
 
 void PositionSlider::changed(int value)

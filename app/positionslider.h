@@ -16,6 +16,8 @@ namespace vxlindral {
 //   goes on as a drag, so the click asks for its position when it is let go.
 // - Keys and the wheel on the focused slider ask for each new position at once.
 // Setting the duration or the position never asks for anything.
+// The marks of a stretch (setMarks) are drawn over the groove: a tick at
+// each, the stretch between them shaded.
 //
 // Ownership: owned by its parent widget; owns its drag timer. Threads: GUI only.
 class PositionSlider : public QSlider
@@ -30,6 +32,10 @@ public:
     void setDuration(qint64 ms);
     // Moves the handle to `ms` unless the user holds it.
     void setPosition(qint64 ms);
+    // The marks, in ms; -1 for none.
+    void setMarks(qint64 startMs, qint64 endMs);
+    qint64 markStart() const { return startMark; }
+    qint64 markEnd() const { return endMark; }
 
 signals:
     void seekRequested(qint64 msFromStart);
@@ -37,12 +43,15 @@ signals:
 protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
 private:
     void changed(int value);
 
     QTimer* dragTimer; // runs while a drag's newest position waits
     bool setting = false;
+    qint64 startMark = -1;
+    qint64 endMark = -1;
 };
 
 } // namespace vxlindral

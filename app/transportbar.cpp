@@ -53,6 +53,23 @@ TransportBar::TransportBar(QWidget* parent)
     loopAction->setCheckable(true);
     connect(loopAction, &QAction::triggered, this, &TransportBar::loopChanged);
 
+    // Marks go by their letters; without icons the buttons show them.
+    const auto addMark = [this](const char* name, const QString& text, const QString& letter,
+                                const QString& tip, void (TransportBar::*signal)()) {
+        QAction* mark = addAction(text);
+        mark->setObjectName(name);
+        mark->setIconText(letter);
+        mark->setShortcut(QKeySequence(letter));
+        mark->setShortcutContext(Qt::WindowShortcut);
+        mark->setToolTip(QStringLiteral("%1 (%2)").arg(tip, letter));
+        connect(mark, &QAction::triggered, this, signal);
+    };
+    addMark("actionMarkStart", tr("Mark start"), QStringLiteral("I"),
+            tr("Mark the start of the lines to export as cloud"),
+            &TransportBar::markStartRequested);
+    addMark("actionMarkEnd", tr("Mark end"), QStringLiteral("O"),
+            tr("Mark the end of the lines to export as cloud"), &TransportBar::markEndRequested);
+
     slider->setToolTip(tr("Position"));
     connect(slider, &PositionSlider::seekRequested, this, &TransportBar::seekRequested);
     addWidget(slider);
@@ -124,8 +141,14 @@ void TransportBar::setPlaying(bool on)
     playPause->setChecked(on);
 }
 
+void TransportBar::setMarks(qint64 startMs, qint64 endMs)
+{
+    slider->setMarks(startMs, endMs);
+}
+
 void TransportBar::reset()
 {
+    setMarks(-1, -1);
     speedBox->setCurrentIndex(kNormalSpeed);
     loopAction->setChecked(false);
     setPlaying(true);

@@ -12,8 +12,9 @@ class PositionSlider;
 
 // The tool bar that steers a capture being played ("Transport"), shown while
 // one is open: Play/Pause (Space), one line back (,) and forward (.), to the
-// start (Ctrl+Home) and the end (Ctrl+End), the speed, Loop, the position
-// slider (PositionSlider) and the position as text:
+// start (Ctrl+Home) and the end (Ctrl+End), the speed, Loop, marking the
+// start (I) and the end (O) of a stretch to export (shown on the slider), the
+// position slider (PositionSlider) and the position as text:
 // "00:12.345 / 01:40.000  line 2,345 of 20,000". While the lines are still
 // being counted the total is marked "20,000+"; before the first line the line
 // part is left out.
@@ -50,6 +51,9 @@ public slots:
     // `lines`; `linesFinal` false while the total may still grow.
     void setPosition(qint64 ms, quint64 line, quint64 lines, bool linesFinal);
     void setPlaying(bool playing);
+    // The marked stretch's start and end, in ms from the capture's start;
+    // -1 where unmarked.
+    void setMarks(qint64 startMs, qint64 endMs);
     // As for a capture just opened: 1x, no loop, playing, at 0 of 0.
     void reset();
 
@@ -61,6 +65,8 @@ signals:
     void speedChanged(double factor); // 0: as fast as possible
     void loopChanged(bool on);
     void seekRequested(qint64 msFromStart);
+    void markStartRequested();
+    void markEndRequested();
 
 private:
     QAction* addButton(const char* name, const QString& text, QStyle::StandardPixmap icon,

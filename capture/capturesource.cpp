@@ -8,7 +8,33 @@
 
 namespace vxrec {
 
+namespace {
+
+class SharedSource : public strmsocket::DatagramSource
+{
+public:
+    explicit SharedSource(std::shared_ptr<CaptureSource> s) : source(std::move(s)) {}
+    int wait(int timeoutMs, bool forData) override { return source->wait(timeoutMs, forData); }
+    int receive(char* buffer, std::size_t capacity, Datagram& out) override
+    {
+        return source->receive(buffer, capacity, out);
+    }
+    void wake() override { source->wake(); }
+    bool canHoldBack() const override { return source->canHoldBack(); }
+
+private:
+    std::shared_ptr<CaptureSource> source;
+};
+
+} // namespace
+
 CaptureSource::CaptureSource(uint16_t p) : port(p) {}
+
+std::unique_ptr<strmsocket::DatagramSource>
+CaptureSource::shared(std::shared_ptr<CaptureSource> source)
+{
+    return std::make_unique<SharedSource>(std::move(source));
+}
 
 bool CaptureSource::restart(std::string& problem)
 {

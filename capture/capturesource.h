@@ -71,6 +71,12 @@ public:
     void setLoop(bool on);
     Status status() const;
 
+    // A stand-in for a receive loop, which owns and destroys its source when
+    // it stops: it shares `source`, so that its owner keeps it across stops
+    // (a seek restarts the loop) and can read its status.
+    static std::unique_ptr<strmsocket::DatagramSource>
+    shared(std::shared_ptr<CaptureSource> source);
+
     int wait(int timeoutMs, bool forData = true) override;
     int receive(char* buffer, std::size_t capacity, Datagram& out) override;
     void wake() override;

@@ -64,7 +64,9 @@ public slots:
     // Narrows [minI, maxI] to the bulk of the line's intensities (mean - 2s ..
     // mean + 3s); a degenerate result becomes 0 .. 65535. Throws
     // std::out_of_range when the pixel count exceeds the points.
-    void calculateRanges(const vxlindral::MyLine* ln, int& minI, int& maxI);
+    // Reads only the line: the stretch export computes the 3D view's grays
+    // without a view.
+    static void calculateRanges(const vxlindral::MyLine* ln, int& minI, int& maxI);
     bool isFilteredDisplayed();
     void setDisplayFiltered(bool filtered);
     // Re-reads the view's settings; the base does nothing.

@@ -192,8 +192,8 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
 
     int minI = 65535;
     int maxI = 0;
-    if (auto* view = qobject_cast<BasicView*>(parentWidget()))
-        view->calculateRanges(&line, minI, maxI);
+    if (qobject_cast<BasicView*>(parentWidget()))
+        BasicView::calculateRanges(&line, minI, maxI);
     const double r = (maxI - minI) / 210.0;
     const float xl = lineX(lineCount);
 
@@ -201,12 +201,7 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
         vertices.reserveBack(static_cast<std::size_t>((n - 1) / step + 1));
     for (int i = 0; i < n; i += step) {
         const vxs::VxPt& pt = line.points.at(static_cast<std::size_t>(i));
-        // Unsigned difference: intensities below minI become very bright.
-        const uint32_t d = pt.intensity - static_cast<uint32_t>(minI);
-        double c = (d / r + 45.0) / 255.0;
-        if (c > 255.0)
-            c = 255.0;
-        const float cf = static_cast<float>(c);
+        const float cf = pointColour(pt.intensity, minI, r);
         vertices.push(
             {xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf},
             {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i)});
@@ -248,11 +243,7 @@ std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const
     for (std::size_t i = 0; i < out.size(); ++i) {
         const CloudVertex& v = vertices[i];
         const CloudSource& from = vertices.source(i);
-        // The colour buffer keeps the gray clamped to 0..1 in 8 bits (a NaN
-        // counts as 0).
-        const float c = v.r > 0.0f ? std::min(v.r, 1.0f) : 0.0f;
-        const auto gray = static_cast<uint8_t>(std::lround(c * 255.0f));
-        out[i] = {v.x, v.y, v.z, gray, from.intensity, from.range, from.series, from.pixel};
+        out[i] = {v.x, v.y, v.z, gray8(v.r), from.intensity, from.range, from.series, from.pixel};
     }
     return out;
 }

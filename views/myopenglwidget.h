@@ -12,6 +12,9 @@
 #include <QOpenGLVertexArrayObject>
 #include <QOpenGLWidget>
 #include <QTimer>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
 
 class QOpenGLShaderProgram;
 
@@ -76,6 +79,25 @@ public:
     int reachBack() const;
     // The x position of line number index (0 = the first line taken in).
     static float lineX(int index) { return static_cast<float>(index / 250.0 + 0.1); }
+    // The colour (r = g = b) a point of `intensity` is drawn with, in a line
+    // whose intensity range (BasicView::calculateRanges) starts at `minI` and
+    // spans 210 steps of `r`. Intensities below minI wrap and come out very
+    // bright; the colour buffer clamps them.
+    static float pointColour(uint32_t intensity, int minI, double r)
+    {
+        const uint32_t d = intensity - static_cast<uint32_t>(minI);
+        double c = (d / r + 45.0) / 255.0;
+        if (c > 255.0)
+            c = 255.0;
+        return static_cast<float>(c);
+    }
+    // The gray of a colour as the 8-bit colour buffer keeps it: clamped to
+    // 0..1 (a NaN counts as 0), times 255, rounded.
+    static uint8_t gray8(float colour)
+    {
+        const float c = colour > 0.0f ? std::min(colour, 1.0f) : 0.0f;
+        return static_cast<uint8_t>(std::lround(c * 255.0f));
+    }
 
     // Asks for a frame showing the current state: at once when the previous
     // frame is at least kFrameNs old, else when it will be. Call it after

@@ -28,12 +28,10 @@
 #include "app/applicationsetup.h"
 #include "app/captureplayback.h"
 #include "app/mainwindow.h"
+#include "bench/app/simcapture.h"
 #include "bench/app/windowbench.h"
-#include "capture/pcapwriter.h"
 #include "models/streamdatamodel.h"
 #include "stream/streamdatacontroller.h"
-#include "tools/sim/linecomposer.h"
-#include "tools/sim/linedatagrams.h"
 #include "views/basicview.h"
 #include "views/framesync.h"
 #include "views/myopenglwidget.h"
@@ -70,26 +68,6 @@ struct Options
 double seconds(const QElapsedTimer& t)
 {
     return double(t.nsecsElapsed()) / 1e9;
-}
-
-// Writes `lines` street-scene lines of 2,048 pixels, 5,000 a second, as the
-// simulator sends them to port 6101; false when the file cannot be written.
-bool writeCapture(const QString& path, uint64_t lines)
-{
-    vxrec::PcapWriter out;
-    if (!out.open(QFile::encodeName(path).toStdString()))
-        return false;
-    vxsim::SimOptions options;
-    options.pixels = 2048;
-    vxsim::LineComposer composer(options);
-    vxsim::LineDatagrams stream(
-        [&out](int64_t t, const char* d, std::size_t n) {
-            out.write(t, 0x7f000001, 40000, 0x7f000001, kPort, reinterpret_cast<const uint8_t*>(d),
-                      n);
-        },
-        1'700'000'000'000'000'000, 200'000);
-    stream.lines(composer, lines);
-    return out.close();
 }
 
 // The q-quantile of `ms` (reordered).
@@ -414,7 +392,7 @@ int main(int argc, char* argv[])
     }
     QElapsedTimer writing;
     writing.start();
-    if (!writeCapture(opt.file, opt.lines)) {
+    if (!SimCapture::write(opt.file, opt.lines)) {
         std::fprintf(stderr, "bench_playback: cannot write %s\n", qPrintable(opt.file));
         return 1;
     }

@@ -40,6 +40,8 @@ struct Window
         QObject::connect(bar, &TransportBar::toStartRequested, [this] { heard << "start"; });
         QObject::connect(bar, &TransportBar::toEndRequested, [this] { heard << "end"; });
         QObject::connect(bar, &TransportBar::seekRequested, log("seek"));
+        QObject::connect(bar, &TransportBar::markStartRequested, [this] { heard << "in"; });
+        QObject::connect(bar, &TransportBar::markEndRequested, [this] { heard << "out"; });
         main.resize(900, 300);
         main.show();
     }
@@ -86,6 +88,9 @@ private slots:
         QTest::newRow("ctrl+end") << "Ctrl+End" << false << "end";
         QTest::newRow("space in a text field") << "Space" << true << " ";
         QTest::newRow("comma in a text field") << "," << true << ",";
+        QTest::newRow("I marks the start") << "I" << false << "in";
+        QTest::newRow("O marks the end") << "O" << false << "out";
+        QTest::newRow("I in a text field") << "I" << true << "i";
     }
     void keys()
     {

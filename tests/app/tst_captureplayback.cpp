@@ -2,10 +2,14 @@
 // playing lines 0..n shows (cut, gray and 3D pictures pixel for pixel, the
 // numeric tables cell for cell, the info text with its frame number), and a
 // file that cannot be played must say so in a box that names it, without
-// taking the window down. The captures are written here from the
-// simulator's own lines, so the test needs no sockets.
+// taking the window down. A marked stretch exported as cloud holds every
+// point of its lines exactly as the unthinned 3D view holds them. The
+// captures are written here from the simulator's own lines, so the test needs
+// no sockets.
 #include "app/captureplayback.h"
 #include "app/mainwindow.h"
+#include "app/positionslider.h"
+#include "app/stretchexport.h"
 #include "app/transportbar.h"
 #include "capture/capturerecorder.h"
 #include "capture/pcapwriter.h"
@@ -16,6 +20,7 @@
 #include "views/cutview.h"
 #include "views/flatview.h"
 #include "views/framesync.h"
+#include "views/myopenglwidget.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
@@ -27,6 +32,65 @@
 using namespace vxlindral;
 
 namespace {
+
+using Points = std::vector<CloudWriter::Point>;
+
+// Reads what the stretch export wrote: binary PLY (its header must announce
+// the points that follow) or CSV. Empty with `error` set when it cannot.
+Points readCloud(const QString& path, QString& error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = file.errorString();
+        return {};
+    }
+    const QByteArray bytes = file.readAll();
+    Points points;
+    if (path.endsWith(".csv")) {
+        QList<QByteArray> rows = bytes.split('\n');
+        if (rows.takeFirst() != "x,y,z,gray,intensity,range,series,pixel" ||
+            !rows.takeLast().isEmpty()) {
+            error = "unexpected CSV frame";
+            return {};
+        }
+        for (const QByteArray& row : rows) {
+            const QList<QByteArray> f = row.split(',');
+            if (f.size() != 8) {
+                error = "row " + row;
+                return {};
+            }
+            points.push_back({f[0].toFloat(), f[1].toFloat(), f[2].toFloat(),
+                              uint8_t(f[3].toUInt()), f[4].toUInt(), f[5].toFloat(), f[6].toUInt(),
+                              f[7].toUInt()});
+        }
+        return points;
+    }
+    const int end = bytes.indexOf("end_header\n");
+    const int at = bytes.indexOf("element vertex ");
+    if (end < 0 || at < 0 || !bytes.startsWith("ply\nformat binary_little_endian 1.0\n")) {
+        error = "no binary PLY header";
+        return {};
+    }
+    const qsizetype count = bytes.mid(at + 15, bytes.indexOf('\n', at) - at - 15).toLongLong();
+    const char* d = bytes.constData() + end + 11;
+    constexpr int record = 31; // x y z, red green blue, intensity, range, series, pixel
+    if (bytes.size() - (end + 11) != count * record) {
+        error =
+            QString("%1 points announced, %2 bytes follow").arg(count).arg(bytes.size() - end - 11);
+        return {};
+    }
+    points.resize(std::size_t(count));
+    for (CloudWriter::Point& p : points) {
+        std::memcpy(&p.x, d, 12);
+        p.gray = uint8_t(d[12]);
+        std::memcpy(&p.intensity, d + 15, 4);
+        std::memcpy(&p.range, d + 19, 4);
+        std::memcpy(&p.series, d + 23, 4);
+        std::memcpy(&p.pixel, d + 27, 4);
+        d += record;
+    }
+    return points;
+}
 
 // Lines of one simulator set-up.
 struct Stretch
@@ -282,6 +346,117 @@ private slots:
         QTRY_VERIFY(!window->capturePlayback());
         QVERIFY(!window->controller(key));
         QVERIFY(window->transportBar()->isHidden());
+    }
+
+    // The stretch marked with I and O, exported as cloud: every point of its
+    // lines, in order, exactly as a 3D view that thins nothing holds them
+    // (same x per line, gray, columns), also across a change of layout and
+    // line length. Unmarked ends stretch to the capture's ends.
+    void exportStretch_data()
+    {
+        QTest::addColumn<int>("start"); // line marked with I; -1: none
+        QTest::addColumn<int>("end");   // line marked with O; -1: none
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>("first");
+        QTest::addColumn<int>("last");
+        QTest::newRow("PLY, in the first layout") << 100 << 160 << "s.ply" << 100 << 160;
+        QTest::newRow("CSV, across the layout change") << 690 << 720 << "s.csv" << 690 << 720;
+        QTest::newRow("end marked before start") << 330 << 300 << "s.ply" << 300 << 330;
+        QTest::newRow("only the start marked") << 880 << -1 << "s.ply" << 880 << 899;
+        QTest::newRow("only the end marked") << -1 << 3 << "s.csv" << 0 << 3;
+        QTest::newRow("unmarked: the whole capture") << -1 << -1 << "s.ply" << 0 << 899;
+    }
+    void exportStretch()
+    {
+        QFETCH(int, start);
+        QFETCH(int, end);
+        QFETCH(QString, name);
+        QFETCH(int, first);
+        QFETCH(int, last);
+        QSettings settings;
+        settings.setValue("ThreeD/pointsPerLine", 4096);
+        settings.setValue("ThreeD/maxPoints", 4'000'000);
+        QVERIFY(window->openCapture(capture));
+        CapturePlayback* playback = window->capturePlayback();
+        playback->setPlaying(false);
+        playback->setSpeed(0);
+        QTRY_VERIFY(playback->index().finished());
+        auto* slider = window->transportBar()->findChild<PositionSlider*>("positionSlider");
+        for (auto [line, key] : {std::pair{start, Qt::Key_I}, std::pair{end, Qt::Key_O}}) {
+            if (line < 0)
+                continue;
+            playback->seekLine(uint64_t(line));
+            settle(line + 1);
+            window->activateWindow(); // no window manager does it under Xvfb
+            QTRY_VERIFY(window->isActiveWindow());
+            QTest::keyClick(window.get(), key);
+            QCOMPARE(key == Qt::Key_I ? slider->markStart() : slider->markEnd(),
+                     playback->lineMs(uint64_t(line)));
+        }
+        playback->seekLine(899);
+        settle(900);
+        const Points all =
+            view<ThreeDView>(window->captureSource(), MainWindow::ThreeD)->glWidget()->cloud();
+        Points want;
+        for (const CloudWriter::Point& p : all)
+            if (p.x >= MyOpenGLWidget::lineX(first) && p.x <= MyOpenGLWidget::lineX(last))
+                want.push_back(p);
+        const int firstLayout = std::max(std::min(last, 699) - first + 1, 0);
+        const int secondLayout = std::max(last - std::max(first, 700) + 1, 0);
+        QCOMPARE(want.size(), std::size_t(firstLayout * 1024 + secondLayout * 2048));
+
+        const QString target = dir.filePath(name);
+        QFile::remove(target);
+        windowtest::answer<QFileDialog>(
+            true, [&](QFileDialog* dialog) { windowtest::chooseFile(dialog, target); });
+        window->findChild<QAction*>("actionExportStretch")->trigger();
+        QVERIFY(window->runningStretchExport());
+        QTRY_VERIFY_WITH_TIMEOUT(!window->runningStretchExport(), 60000);
+        QString error;
+        const Points got = readCloud(target, error);
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+        QCOMPARE(got.size(), want.size());
+        for (std::size_t i = 0; i < got.size(); ++i) {
+            const CloudWriter::Point &g = got[i], &w = want[i];
+            QVERIFY2(std::memcmp(&g.x, &w.x, 12) == 0 && g.gray == w.gray &&
+                         g.intensity == w.intensity && g.range == w.range && g.series == w.series &&
+                         g.pixel == w.pixel,
+                     qPrintable(QString("point %1").arg(i)));
+        }
+        QCOMPARE(QSettings().value("Path/Last").toString(), target);
+        QCOMPARE(QDir(dir.path()).entryList({name + ".*"}, QDir::Files), QStringList());
+    }
+
+    // Cancelled, or unable to write, the export leaves no file behind; a
+    // failure says why in the "Export failed" box.
+    void exportStretchLeavesNoHalfFile()
+    {
+        QVERIFY(window->openCapture(capture));
+        QTRY_VERIFY(window->capturePlayback()->index().finished());
+        const QString target = dir.filePath("cancelled.csv");
+        windowtest::answer<QFileDialog>(
+            true, [&](QFileDialog* dialog) { windowtest::chooseFile(dialog, target); });
+        window->findChild<QAction*>("actionExportStretch")->trigger();
+        QVERIFY(window->runningStretchExport());
+        QVERIFY(!window->findChild<QAction*>("actionExportStretch")->isEnabled());
+        // Its Cancel button, before the dialog shows (it waits a second).
+        window->findChild<QProgressDialog*>("stretchProgress")->findChild<QPushButton*>()->click();
+        QVERIFY(!window->runningStretchExport());
+        QCOMPARE(QDir(dir.path()).entryList({"cancelled*"}, QDir::Files), QStringList());
+        QVERIFY(window->findChild<QAction*>("actionExportStretch")->isEnabled());
+
+        QString text, informative;
+        windowtest::answer<QFileDialog>(true, [&](QFileDialog* dialog) {
+            windowtest::chooseFile(dialog, dir.filePath("gone/cloud.ply"));
+        });
+        windowtest::answer<QMessageBox>(true, [&](QMessageBox* box) {
+            text = box->text();
+            informative = box->informativeText();
+        });
+        window->findChild<QAction*>("actionExportStretch")->trigger();
+        QCOMPARE(text, QStringLiteral("Could not open file for writing"));
+        QVERIFY2(informative.contains("cloud.ply"), qPrintable(informative));
+        QVERIFY(!window->runningStretchExport());
     }
 
 private:
