@@ -53,21 +53,22 @@ TransportBar::TransportBar(QWidget* parent)
     loopAction->setCheckable(true);
     connect(loopAction, &QAction::triggered, this, &TransportBar::loopChanged);
 
-    // Marks go by their letters; without icons the buttons show them.
-    const auto addMark = [this](const char* name, const QString& text, const QString& letter,
-                                const QString& tip, void (TransportBar::*signal)()) {
+    // Marks go by their letters, I and O; without icons the buttons say In and Out.
+    const auto addMark = [this](const char* name, const QString& text, const QString& shown,
+                                const QString& letter, const QString& tip,
+                                void (TransportBar::*signal)()) {
         QAction* mark = addAction(text);
         mark->setObjectName(name);
-        mark->setIconText(letter);
+        mark->setIconText(shown);
         mark->setShortcut(QKeySequence(letter));
         mark->setShortcutContext(Qt::WindowShortcut);
         mark->setToolTip(QStringLiteral("%1 (%2)").arg(tip, letter));
         connect(mark, &QAction::triggered, this, signal);
     };
-    addMark("actionMarkStart", tr("Mark start"), QStringLiteral("I"),
+    addMark("actionMarkStart", tr("Mark start"), tr("In"), QStringLiteral("I"),
             tr("Mark the start of the lines to export as cloud"),
             &TransportBar::markStartRequested);
-    addMark("actionMarkEnd", tr("Mark end"), QStringLiteral("O"),
+    addMark("actionMarkEnd", tr("Mark end"), tr("Out"), QStringLiteral("O"),
             tr("Mark the end of the lines to export as cloud"), &TransportBar::markEndRequested);
 
     slider->setToolTip(tr("Position"));

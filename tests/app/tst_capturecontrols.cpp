@@ -42,7 +42,7 @@ struct Window
         QObject::connect(bar, &TransportBar::seekRequested, log("seek"));
         QObject::connect(bar, &TransportBar::markStartRequested, [this] { heard << "in"; });
         QObject::connect(bar, &TransportBar::markEndRequested, [this] { heard << "out"; });
-        main.resize(900, 300);
+        main.resize(1200, 300); // room for a slider the drags can move along
         main.show();
     }
 };
@@ -105,6 +105,32 @@ private slots:
         QTRY_VERIFY(focus->hasFocus());
         QTest::keySequence(focus, QKeySequence(key));
         QCOMPARE(w.heard.join(',') + w.edit->text(), outcome);
+    }
+
+    // The marked stretch is drawn over the groove, and only there; a new
+    // capture's bar has no marks.
+    void marksAreDrawn()
+    {
+        Window w;
+        QVERIFY(QTest::qWaitForWindowExposed(&w.main));
+        auto* slider = w.bar->findChild<PositionSlider*>("positionSlider");
+        w.bar->setDuration(100000);
+        w.bar->setPosition(0, 1, 10, true);
+        const QImage plain = slider->grab().toImage();
+        w.bar->setMarks(40000, 60000);
+        const QImage marked = slider->grab().toImage();
+        const auto column = [](const QImage& image, int x) {
+            QList<QRgb> pixels;
+            for (int y = 0; y < image.height(); ++y)
+                pixels << image.pixel(x, y);
+            return pixels;
+        };
+        const int middle = slider->width() / 2, far = slider->width() * 9 / 10;
+        QVERIFY(column(marked, middle) != column(plain, middle));
+        QCOMPARE(column(marked, far), column(plain, far));
+        w.bar->reset();
+        QCOMPARE(slider->markStart(), qint64(-1));
+        QCOMPARE(slider->markEnd(), qint64(-1));
     }
 
     // A click in the groove takes the handle there and drags it; the moves

@@ -71,7 +71,7 @@ step "open the capture from the command line; it plays at once"
 "$viewer" "$scan" >"$art/playback-viewer.log" 2>&1 &
 viewerpid=$!
 main=$(window '^Vx Lindral')
-xdotool windowsize "$main" 1000 760
+xdotool windowsize "$main" 1240 760 # wide enough that its middle lies well inside the slider
 focus "$main"
 sleep 1 # the views are sub-windows, not windows of their own: nothing to wait for
 
