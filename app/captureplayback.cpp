@@ -18,6 +18,9 @@ namespace {
 // How often the place is read while a capture is open: often enough for a
 // slider that follows the playback and for a seek's tail to hand over quickly.
 constexpr int kTickMs = 25;
+// While a seek's views wait for its line: soon after it reached them, they
+// draw it.
+constexpr int kSeekTickMs = 5;
 
 } // namespace
 
@@ -160,6 +163,12 @@ void CapturePlayback::seekLine(uint64_t n)
     // already posted to the views arrive now, before they are forgotten.
     controller->stopSource();
     QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
+    // Held before the views forget, so that not even the emptied views are drawn.
+    heldTicks = 0;
+    if (!framesHeld && hooks.holdFrames) {
+        framesHeld = true;
+        hooks.holdFrames(true);
+    }
     if (hooks.forget)
         hooks.forget(from);
     controller->setFrames(static_cast<uint32_t>(from));
@@ -171,6 +180,8 @@ void CapturePlayback::seekLine(uint64_t n)
     source->playLines(n - from + 1);
     catchingUp = true;
     catchUpTo = n + 1;
+    releaseAt = controller->handoverCounters().linesTaken + (n + 1 - from);
+    timer->setInterval(kSeekTickMs);
     controller->startSource(vxrec::CaptureSource::shared(source));
     tick();
 }
@@ -188,6 +199,20 @@ void CapturePlayback::tick()
             source->play();
         else
             source->playLines(0);
+    }
+    const LineQueue::Counters handover = controller->handoverCounters();
+    if (framesHeld && !catchingUp)
+        ++heldTicks;
+    if (framesHeld && (handover.linesTaken >= releaseAt ||
+                       (!catchingUp && (handover.linesWaiting == 0 || heldTicks > 10)))) {
+        // The line sought has reached the model, and the views' queued lines
+        // were delivered before this timer: the views draw it. Should a line
+        // of the tail not decode, the count is never reached: then once the
+        // tail has been handed out and taken in, or a little later.
+        framesHeld = false;
+        heldTicks = 0;
+        hooks.holdFrames(false);
+        timer->setInterval(kTickMs);
     }
     if (!catchingUp && playing && s.ended && !loop) {
         playing = false;

@@ -26,7 +26,9 @@ class StreamDataController;
 // counting on as if the lines before the tail had been taken in), the frame
 // counter is set likewise, and only the tail of lines the views can still show
 // (`Hooks::reachBack`) is played again, as fast as possible, from the file
-// header that precedes it. Then the playback goes on as before the seek.
+// header that precedes it, with the views' frames held: nothing is drawn
+// until the line sought has reached them, so the replay spends no time on
+// pictures nobody asked for. Then the playback goes on as before the seek.
 //
 // Pausing stops before the next line begins, so that the line shown is always
 // whole and one step on shows exactly one more line.
@@ -46,6 +48,9 @@ public:
         std::function<void(uint64_t before)> forget;
         // How many of the newest lines the capture's views can still show.
         std::function<int()> reachBack;
+        // Hold the frames of the capture's views (true) while a seek plays
+        // its tail again, and let them show the line sought (false).
+        std::function<void(bool hold)> holdFrames;
     };
 
     // Where the playback stands.
@@ -136,6 +141,9 @@ private:
     double speed = 1.0;
     bool loop = false;
     bool catchingUp = false; // a seek's tail is being played fast
+    bool framesHeld = false; // the views' frames wait for the seek's line
+    uint64_t releaseAt = 0;  // the model's count of lines taken once it took that line
+    int heldTicks = 0;       // ticks the frames stayed held after the tail was handed out
     uint64_t catchUpTo = 0;  // the line after the seek's target
     QString lastProblem;
     Place last;

@@ -1232,6 +1232,10 @@ bool MainWindow::openCapture(const QString& path, int port)
     CapturePlayback::Hooks hooks;
     hooks.forget = [this](uint64_t before) { forgetCaptureLines(before); };
     hooks.reachBack = [this] { return captureReachBack(); };
+    hooks.holdFrames = [this](bool hold) {
+        for (BasicView* view : viewsOf(captureKey))
+            view->holdFrames(hold);
+    };
     playback = std::make_unique<CapturePlayback>(path, static_cast<uint16_t>(port), controller,
                                                  std::move(hooks));
     connect(playback.get(), &CapturePlayback::placeChanged, this, &MainWindow::refreshPlace);

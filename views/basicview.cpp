@@ -1,6 +1,7 @@
 #include "views/basicview.h"
 
 #include "stream/myline.h"
+#include "views/framesync.h"
 #include "views/myscrollarea.h"
 
 #include <QCloseEvent>
@@ -125,6 +126,12 @@ void BasicView::setDisplayFiltered(bool filtered)
 }
 
 void BasicView::handleConfigChanged() {}
+
+void BasicView::holdFrames(bool on)
+{
+    for (FrameSync* sync : findChildren<FrameSync*>())
+        sync->hold(on);
+}
 
 void BasicView::resizeEvent(QResizeEvent* event)
 {

@@ -68,7 +68,7 @@ void FrameSync::markPending()
             frame();
             // Frames go on while work waits for its window's repaint.
             if (std::any_of(instances().begin(), instances().end(),
-                            [](const FrameSync* f) { return f->pending; }))
+                            [](const FrameSync* f) { return f->pending && !f->held; }))
                 t->start(kFrameMs);
         });
         return t;
@@ -85,7 +85,7 @@ void FrameSync::frame()
     // A copy: applying may create or destroy views.
     const std::vector<FrameSync*> all = instances();
     for (FrameSync* f : all) {
-        if (!alive(f) || !f->pending)
+        if (!alive(f) || !f->pending || f->held)
             continue;
         // The apply function runs when the window is about to repaint. The
         // update makes Qt send the window its UpdateRequest, so that the
@@ -105,6 +105,15 @@ QWidget* FrameSync::shownWidget() const
         if (w && w->isVisible() && !w->rect().isEmpty())
             return w;
     return nullptr;
+}
+
+void FrameSync::hold(bool on)
+{
+    held = on;
+    if (!on && pending) {
+        pending = false; // asked for again, now with a frame
+        markPending();
+    }
 }
 
 void FrameSync::flush()

@@ -40,6 +40,11 @@ public:
     // once when that has passed).
     void markPending();
     bool isPending() const { return pending; }
+    // While held, no frame is asked for this view: its work stays pending
+    // (a paint that comes anyway still applies it) and gets a frame when
+    // released. For lines the user need not watch go by, such as those a
+    // seek plays again to get to its line.
+    void hold(bool on);
     // Applies the pending work now, if there is any.
     void flush();
     // Flushes every FrameSync of the process (tests, benchmarks).
@@ -57,6 +62,7 @@ private:
     std::function<void()> apply;
     std::vector<QPointer<QWidget>> watched; // widgets whose paints apply pending work
     bool pending = false;
+    bool held = false;
 };
 
 } // namespace vxlindral

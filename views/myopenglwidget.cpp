@@ -65,12 +65,31 @@ void MyOpenGLWidget::requestFrame()
 {
     if (framePending)
         return;
+    if (held) {
+        heldRequest = true;
+        return;
+    }
     framePending = true;
     const qint64 since = frameClock.isValid() ? frameClock.nsecsElapsed() : kFrameNs;
     if (since >= kFrameNs)
         QOpenGLWidget::update();
     else
         framePacer.start(static_cast<int>((kFrameNs - since + 999999) / 1000000));
+}
+
+void MyOpenGLWidget::holdFrames(bool on)
+{
+    held = on;
+    if (on && framePacer.isActive()) {
+        // A frame asked for before, not yet begun, waits as well.
+        framePacer.stop();
+        framePending = false;
+        heldRequest = true;
+    }
+    if (!on && heldRequest) {
+        heldRequest = false;
+        requestFrame();
+    }
 }
 
 MyOpenGLWidget::~MyOpenGLWidget()

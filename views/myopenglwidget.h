@@ -103,6 +103,9 @@ public:
     // frame is at least kFrameNs old, else when it will be. Call it after
     // changing what the widget shows from outside (the camera, for instance).
     void requestFrame();
+    // While held, frames asked for wait, and the newest is drawn when
+    // released (see FrameSync::hold); other paints still happen.
+    void holdFrames(bool on);
 
 public slots:
     // The per-frame navigation step (run after every frame); asks for the
@@ -139,6 +142,8 @@ private:
     QElapsedTimer frameClock; // since the last frame started painting
     QTimer framePacer;
     bool framePending = false;
+    bool held = false;
+    bool heldRequest = false; // a frame was asked for while held
 
     QOpenGLBuffer vertexBuffer{QOpenGLBuffer::VertexBuffer};
     QOpenGLVertexArrayObject vertexArray;

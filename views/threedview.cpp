@@ -78,6 +78,12 @@ void ThreeDView::clearLines(uint64_t before)
     widget->clearLines(before);
 }
 
+void ThreeDView::holdFrames(bool on)
+{
+    BasicView::holdFrames(on);
+    widget->holdFrames(on);
+}
+
 int ThreeDView::reachBack() const
 {
     return widget->reachBack();

@@ -30,6 +30,8 @@ public:
     // MyOpenGLWidget::clearLines and reachBack.
     void clearLines(uint64_t before) override;
     int reachBack() const override;
+    // Also holds the GL widget's own frames.
+    void holdFrames(bool on) override;
     MyOpenGLWidget* glWidget() const { return widget; }
 
 signals:

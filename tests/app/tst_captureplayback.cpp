@@ -144,6 +144,35 @@ qint64 writeCapture(const QString& path, const QList<Stretch>& stretches, bool r
     return QFileInfo(path).size();
 }
 
+// The lines the 3D view held at each frame it drew (the window also swaps
+// frames in which the view did not draw: those are not counted).
+class FrameWatch : public QObject
+{
+public:
+    explicit FrameWatch(MyOpenGLWidget* gl) : widget(gl)
+    {
+        gl->installEventFilter(this);
+        connect(gl, &QOpenGLWidget::frameSwapped, this, [this] {
+            if (painted >= 0)
+                drawn << painted;
+            painted = -1;
+        });
+    }
+    QList<int> drawn;
+
+protected:
+    bool eventFilter(QObject* target, QEvent* event) override
+    {
+        if (target == widget && event->type() == QEvent::Paint)
+            painted = widget->getLineCount();
+        return false;
+    }
+
+private:
+    MyOpenGLWidget* widget;
+    int painted = -1;
+};
+
 // What the capture's views show.
 struct Shown
 {
@@ -346,6 +375,42 @@ private slots:
         QTRY_VERIFY(!window->capturePlayback());
         QVERIFY(!window->controller(key));
         QVERIFY(window->transportBar()->isHidden());
+    }
+
+    // A seek draws no frame until its line has reached the views (the lines
+    // it plays again on the way are not shown one by one); playing on after
+    // it draws frames again.
+    void seekDrawsOnlyItsLine()
+    {
+        QVERIFY(window->openCapture(capture));
+        CapturePlayback* playback = window->capturePlayback();
+        playback->setPlaying(false);
+        playback->setSpeed(0);
+        QTRY_VERIFY(playback->index().finished());
+        playback->seekLine(100);
+        settle(101);
+        auto* gl = view<ThreeDView>(window->captureSource(), MainWindow::ThreeD)->glWidget();
+        QVERIFY(gl->reachBack() > 50);
+        FrameWatch frames(gl);
+        playback->seekLine(600);
+        settle(601);
+        QTest::qWait(100);
+        QVERIFY(!frames.drawn.isEmpty());
+        QStringList drawn;
+        for (int lines : frames.drawn)
+            drawn << QString::number(lines);
+        QVERIFY2(std::all_of(frames.drawn.begin(), frames.drawn.end(),
+                             [](int lines) { return lines == 601; }),
+                 qPrintable(drawn.join(' ')));
+
+        frames.drawn.clear();
+        playback->setSpeed(0.25); // 125 lines a second: several frames
+        playback->setPlaying(true);
+        QTRY_VERIFY(playback->place().line > 660);
+        playback->setPlaying(false);
+        const auto between = [](int lines) { return lines > 601 && lines < 700; };
+        QVERIFY2(std::count_if(frames.drawn.begin(), frames.drawn.end(), between) >= 3,
+                 qPrintable(QString::number(frames.drawn.size())));
     }
 
     // The stretch marked with I and O, exported as cloud: every point of its
