@@ -7,8 +7,8 @@
 # byte: the simulator's output is the same for the same options, so a second
 # run with the same options into vxscanner-capture is the reference (only the
 # message numbers may differ, where a once-a-second file header fell between
-# other lines). The capture then replays with vxscanner-replay. Screenshots
-# are kept in the artifacts folder.
+# other lines). tshark decodes it with the project's dissector, and it replays
+# with vxscanner-replay. Screenshots are kept in the artifacts folder.
 #
 # usage: e2e_record.sh <vxlindral> <vxscanner-sim> <vxscanner-capture> <vxscanner-replay> <artifacts-dir>
 set -euo pipefail
@@ -106,6 +106,13 @@ for kind in 01000000 02000000; do
         >/dev/null || fail "the recorded messages of kind $kind differ from the reference"
 done
 capinfos "$recorded" >"$art/record-capinfos.txt" 2>&1 || fail "capinfos cannot read the capture"
+
+step "tshark decodes the recording with the project's dissector"
+dissector=$(cd "$(dirname "$0")/../../tools/wireshark" && pwd)/vxlindral.lua
+decoded=$(tshark -n -X lua_script:"$dissector" -r "$recorded" -Y 'vxlindral.kind == 1' \
+    -T fields -e vxlindral.series 2>"$art/record-tshark.err" | grep -c . || true)
+! grep -q 'Lua Error' "$art/record-tshark.err" || fail "the dissector failed: $(head -3 "$art/record-tshark.err")"
+[ "$decoded" = 600 ] || fail "the dissector found $decoded raw lines in the recording, want 600"
 
 step "the capture replays: vxscanner-replay sends the same datagrams again"
 replayed=$work/out/replayed.pcap
