@@ -144,6 +144,13 @@ void CapturePlayback::seekTime(qint64 ms)
 {
     if (lineIndex.lines() == 0)
         return;
+    if (isSeeking()) {
+        // A slider being dragged asks faster than a seek with many views
+        // completes: the newest position waits for the seek under way to be
+        // shown, so that every seek's line is seen and none is cut short.
+        waitingSeekMs = ms;
+        return;
+    }
     const int64_t t0 = lineIndex.entry(0).timeNs;
     seekLine(lineIndex.find(t0 + ms * 1000000));
 }
@@ -154,6 +161,7 @@ void CapturePlayback::seekLine(uint64_t n)
     if (!source || lines == 0)
         return;
     n = std::min<uint64_t>(n, lines - 1);
+    waitingSeekMs = -1; // a seek of its own replaces one that waits
     const uint64_t tail =
         static_cast<uint64_t>(std::max(hooks.reachBack ? hooks.reachBack() : 1, 1));
     const uint64_t from = n + 1 > tail ? n + 1 - tail : 0;
@@ -190,6 +198,12 @@ void CapturePlayback::tick()
 {
     if (!source)
         return;
+    if (!isSeeking() && waitingSeekMs >= 0) {
+        // The previous seek was let go at an earlier tick, so the window has
+        // drawn it by now.
+        seekTime(waitingSeekMs);
+        return;
+    }
     const vxrec::CaptureSource::Status s = source->status();
     if (catchingUp && (s.nextLine >= catchUpTo || s.ended || !s.playing)) {
         // The tail is handed out: on at the user's speed and state.
@@ -212,7 +226,8 @@ void CapturePlayback::tick()
         framesHeld = false;
         heldTicks = 0;
         hooks.holdFrames(false);
-        timer->setInterval(kTickMs);
+        if (waitingSeekMs < 0)
+            timer->setInterval(kTickMs);
     }
     if (!catchingUp && playing && s.ended && !loop) {
         playing = false;
@@ -280,12 +295,16 @@ CapturePlayback::Place CapturePlayback::place() const
     const vxrec::CaptureSource::Status s = source->status();
     p.lines = lineIndex.lines();
     p.linesFinal = lineIndex.ended();
-    p.line = catchingUp ? std::min<uint64_t>(s.nextLine, catchUpTo) : s.nextLine;
+    // While a seek plays its tail, the place is already the line sought: the
+    // bar does not creep through the tail (each change would repaint the
+    // window, which costs the replay its time).
+    p.line = catchingUp ? catchUpTo : s.nextLine;
     if (p.lines > 0) {
         const int64_t t0 = lineIndex.entry(0).timeNs;
         p.durationMs = (lineIndex.entry(p.lines - 1).timeNs - t0) / 1000000;
+        const int64_t now = catchingUp ? lineIndex.entry(catchUpTo - 1).timeNs : s.currentNs;
         if (p.line > 0)
-            p.ms = std::max<int64_t>(s.currentNs - t0, 0) / 1000000;
+            p.ms = std::max<int64_t>(now - t0, 0) / 1000000;
         p.lines = std::max<uint64_t>(p.lines, p.line);
     }
     return p;

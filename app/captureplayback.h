@@ -80,6 +80,8 @@ public:
     uint16_t port() const { return udpPort; }
 
     bool isPlaying() const { return playing; }
+    // A seek is still playing its tail, or its views have not yet drawn it.
+    bool isSeeking() const { return catchingUp || framesHeld; }
     void setPlaying(bool on);
     // `factor` times the capture's pace; 0: as fast as possible.
     void setSpeed(double factor);
@@ -89,6 +91,8 @@ public:
     void toStart();
     void toEnd();
     // To the last line captured at or before `ms` from the file's start.
+    // Asked while a seek is under way, it waits until that seek is shown;
+    // a newer one replaces it.
     void seekTime(qint64 ms);
     // To line `n` (0-based, clamped to the lines found).
     void seekLine(uint64_t n);
@@ -140,11 +144,12 @@ private:
     bool playing = true;
     double speed = 1.0;
     bool loop = false;
-    bool catchingUp = false; // a seek's tail is being played fast
-    bool framesHeld = false; // the views' frames wait for the seek's line
-    uint64_t releaseAt = 0;  // the model's count of lines taken once it took that line
-    int heldTicks = 0;       // ticks the frames stayed held after the tail was handed out
-    uint64_t catchUpTo = 0;  // the line after the seek's target
+    bool catchingUp = false;   // a seek's tail is being played fast
+    bool framesHeld = false;   // the views' frames wait for the seek's line
+    uint64_t releaseAt = 0;    // the model's count of lines taken once it took that line
+    int heldTicks = 0;         // ticks the frames stayed held after the tail was handed out
+    qint64 waitingSeekMs = -1; // a seekTime() waiting for the seek under way
+    uint64_t catchUpTo = 0;    // the line after the seek's target
     QString lastProblem;
     Place last;
     int64_t startMark = -1;

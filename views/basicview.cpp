@@ -131,6 +131,11 @@ void BasicView::holdFrames(bool on)
 {
     for (FrameSync* sync : findChildren<FrameSync*>())
         sync->hold(on);
+    // Nor does anything else of the view repaint meanwhile (tables reset by
+    // a seek, labels): each repaint composes the whole window, which with a
+    // software renderer costs as much as the lines themselves. Enabled again,
+    // the view repaints once.
+    setUpdatesEnabled(!on);
 }
 
 void BasicView::resizeEvent(QResizeEvent* event)

@@ -46,8 +46,8 @@ public:
     // view shows exactly what taking in every line from the first would have
     // shown. The base shows the newest line at most: 1.
     virtual int reachBack() const;
-    // Holds the view's frames (FrameSync::hold): the lines it takes in
-    // meanwhile are shown together once released.
+    // Holds the view's frames (FrameSync::hold) and its repaints: the lines
+    // it takes in meanwhile are shown together once released.
     virtual void holdFrames(bool on);
 
     // Stores the port and appends " : Port <port>" to the current title.

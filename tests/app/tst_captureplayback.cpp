@@ -378,8 +378,9 @@ private slots:
     }
 
     // A seek draws no frame until its line has reached the views (the lines
-    // it plays again on the way are not shown one by one); playing on after
-    // it draws frames again.
+    // it plays again on the way are not shown one by one); positions asked
+    // for meanwhile (a dragged slider) wait, the newest replacing the others;
+    // playing on after a seek draws frames again.
     void seekDrawsOnlyItsLine()
     {
         QVERIFY(window->openCapture(capture));
@@ -401,6 +402,19 @@ private slots:
             drawn << QString::number(lines);
         QVERIFY2(std::all_of(frames.drawn.begin(), frames.drawn.end(),
                              [](int lines) { return lines == 601; }),
+                 qPrintable(drawn.join(' ')));
+
+        frames.drawn.clear();
+        for (int line : {200, 300, 400})
+            playback->seekTime(playback->lineMs(uint64_t(line)));
+        settle(401);
+        QTest::qWait(100);
+        drawn.clear();
+        for (int lines : frames.drawn)
+            drawn << QString::number(lines);
+        QVERIFY2(!frames.drawn.isEmpty() && frames.drawn.back() == 401 &&
+                     std::all_of(frames.drawn.begin(), frames.drawn.end(),
+                                 [](int lines) { return lines == 201 || lines == 401; }),
                  qPrintable(drawn.join(' ')));
 
         frames.drawn.clear();
@@ -536,6 +550,7 @@ private:
         QTRY_COMPARE_WITH_TIMEOUT(int(c->frames()), lines, 20000);
         QTRY_COMPARE(c->handoverCounters().linesWaiting, 0u);
         QTRY_COMPARE(int(window->capturePlayback()->place().line), lines);
+        QTRY_VERIFY(!window->capturePlayback()->isSeeking());
         QCoreApplication::processEvents();
         QCoreApplication::sendPostedEvents();
     }
