@@ -64,9 +64,8 @@ public:
     void cancel();
 
     const QString& target() const { return targetPath; }
-    // Points written so far, and in all (known after the counting pass).
+    // Points written so far.
     uint64_t pointsWritten() const { return written; }
-    uint64_t pointsTotal() const { return total; }
 
     // The points of one line of the capture, every pixel, as the 3D view
     // would place and colour them for the capture's `lineNumber`-th line.

@@ -139,7 +139,7 @@ bool FrameSync::eventFilter(QObject* target, QEvent* event)
     // work and requesting the next paint (which with a steady stream of lines
     // would apply again, and so on, far faster than the frame rate).
     const QEvent::Type type = event->type();
-    if (pending && (type == QEvent::UpdateRequest || type == QEvent::Paint) &&
+    if (pending && ((type == QEvent::UpdateRequest && !held) || type == QEvent::Paint) &&
         target->isWidgetType()) {
         const auto* widget = static_cast<QWidget*>(target);
         for (const QPointer<QWidget>& w : watched) {

@@ -40,9 +40,10 @@ public:
     // once when that has passed).
     void markPending();
     bool isPending() const { return pending; }
-    // While held, no frame is asked for this view: its work stays pending
-    // (a paint that comes anyway still applies it) and gets a frame when
-    // released. For lines the user need not watch go by, such as those a
+    // While held, no frame is asked for this view and the window's repaints
+    // for other views leave it alone: its work stays pending (a paint of a
+    // watched widget itself, such as a grab, still applies it) and gets a
+    // frame when released. For lines the user need not watch go by, such as those a
     // seek plays again to get to its line.
     void hold(bool on);
     // Applies the pending work now, if there is any.
