@@ -4,8 +4,6 @@
 #include "app/transportbar.h"
 #include "stream/streamdatacontroller.h"
 
-#include <QCoreApplication>
-#include <QEvent>
 #include <QFile>
 #include <QFileInfo>
 #include <QTimer>
@@ -50,6 +48,8 @@ bool CapturePlayback::start(QString& error)
     }
     lineIndex.start(QFile::encodeName(filePath).toStdString(), udpPort);
     source->setSpeed(speed);
+    if (!playing)
+        source->playLines(0); // paused before it began: nothing is handed out
     controller->setFrames(0);
     if (!controller->startSource(vxrec::CaptureSource::shared(source))) {
         error = tr("the playback could not be started");
@@ -74,8 +74,10 @@ void CapturePlayback::stop()
 
 void CapturePlayback::setPlaying(bool on)
 {
-    if (!source)
+    if (!source) {
+        playing = on; // before start(): how it begins
         return;
+    }
     if (on && !catchingUp) {
         const vxrec::CaptureSource::Status s = source->status();
         if (s.ended && s.problem.empty() && lineIndex.lines() > 0) {
@@ -170,7 +172,8 @@ void CapturePlayback::seekLine(uint64_t n)
     // receive thread ends and its waiting lines go, and the lines and texts
     // already posted to the views arrive now, before they are forgotten.
     controller->stopSource();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::MetaCall);
+    if (hooks.deliverPosted)
+        hooks.deliverPosted();
     // Held before the views forget, so that not even the emptied views are drawn.
     heldTicks = 0;
     if (!framesHeld && hooks.holdFrames) {

@@ -51,6 +51,11 @@ public:
         // Hold the frames of the capture's views (true) while a seek plays
         // its tail again, and let them show the line sought (false).
         std::function<void(bool hold)> holdFrames;
+        // Deliver the calls already posted to the capture's views and models
+        // (the lines and texts on their way), and no other posted call: a
+        // queued close of the capture or an open of another file must not
+        // run inside the seek that would then go on with a deleted playback.
+        std::function<void()> deliverPosted;
     };
 
     // Where the playback stands.
@@ -82,6 +87,8 @@ public:
     bool isPlaying() const { return playing; }
     // A seek is still playing its tail, or its views have not yet drawn it.
     bool isSeeking() const { return catchingUp || framesHeld; }
+    // Plays (true) or pauses; asked before start(), it decides whether the
+    // playback begins at once or paused before its first line.
     void setPlaying(bool on);
     // `factor` times the capture's pace; 0: as fast as possible.
     void setSpeed(double factor);

@@ -2,6 +2,7 @@
 #include "ui_mainwindow.h"
 
 #include "app/captureplayback.h"
+#include "app/shortcutresolver.h"
 #include "app/streamhealthlabel.h"
 #include "app/stretchexport.h"
 #include "app/transportbar.h"
@@ -26,8 +27,10 @@
 #include "views/statisticview.h"
 #include "views/threedview.h"
 
+#include <QApplication>
 #include <QClipboard>
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -48,6 +51,7 @@
 #include <QTimer>
 #include <QToolButton>
 #include <QUrl>
+#include <QWindow>
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
@@ -77,6 +81,19 @@ MainWindow::MainWindow(QWidget* parent)
 {
     ui->setupUi(this);
     installEventFilter(this);
+    // Whether cloud exports keep the points without echo; remembered.
+    keepNoEchoAction = new QAction(tr("Export points without echo"), this);
+    keepNoEchoAction->setObjectName(QStringLiteral("actionKeepNoEcho"));
+    keepNoEchoAction->setToolTip(
+        tr("Cloud exports also write the pixels that measured nothing (range 0), at the "
+           "scanner's position."));
+    keepNoEchoAction->setCheckable(true);
+    keepNoEchoAction->setChecked(SettingsKeys::keepNoEcho.read(settings));
+    ui->menuEdit->insertAction(ui->actionSaveImage, keepNoEchoAction);
+    connect(keepNoEchoAction, &QAction::toggled, this,
+            [this](bool on) { SettingsKeys::keepNoEcho.write(settings, on); });
+    // Keys the window shares with a view go to the view that has the focus.
+    qApp->installEventFilter(new vxlindral::ShortcutResolver(this));
 
     connect(ui->actionExportLine, &QAction::triggered, this, &MainWindow::handleExport);
     connect(ui->actionExportLines, &QAction::triggered, this, &MainWindow::handleExportLines);
@@ -131,6 +148,11 @@ MainWindow::MainWindow(QWidget* parent)
     // Always the fixed default ports; "Ports/Line" and "Ports/Status" are only
     // what the connection dialog offers.
     openStream(defaultLinePort, defaultStatusPort);
+    // Where and how large the window was when it last closed (a first start
+    // keeps the size the views gave it).
+    const QByteArray geometry = SettingsKeys::windowGeometry.read(settings);
+    if (!geometry.isEmpty())
+        restoreGeometry(geometry);
 }
 
 MainWindow::~MainWindow()
@@ -141,6 +163,9 @@ MainWindow::~MainWindow()
     // Quitting while recording keeps the file: the tap is cleared and
     // everything taken is written before the controllers go.
     stopCapture(false);
+    for (Finishing& f : finishing)
+        f.warn = false;
+    finishCaptures(true);
     // The label reads the controllers: it goes before they do.
     delete health;
     health = nullptr;
@@ -404,16 +429,44 @@ void MainWindow::handleClose()
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     stopCapture();
+    if (!finishing.empty()) {
+        // A recording's file is always complete: the window stays, says so in
+        // the status line, and closes once the writer threads are done.
+        quitWhenFinished = true;
+        refreshCapture();
+        if (!finishing.empty()) {
+            event->ignore();
+            return;
+        }
+    }
     for (auto& entry : controllers) {
         if (entry.second)
             entry.second->stopStream();
     }
+    SettingsKeys::windowGeometry.write(settings, saveGeometry());
     QMainWindow::closeEvent(event);
 }
 
 bool MainWindow::eventFilter(QObject* watched, QEvent* event)
 {
+    if (playWhenShown && event->type() == QEvent::Expose && watched == windowHandle() &&
+        windowHandle()->isExposed()) {
+        // Once the window's first layout is done (the views' last resize),
+        // the capture plays from its first line.
+        playWhenShown = false;
+        QTimer::singleShot(0, this, [this] {
+            if (playback && !playback->isPlaying())
+                playback->setPlaying(true);
+        });
+    }
     return QObject::eventFilter(watched, event);
+}
+
+void MainWindow::showEvent(QShowEvent* event)
+{
+    QMainWindow::showEvent(event);
+    if (playWhenShown && windowHandle())
+        windowHandle()->installEventFilter(this);
 }
 
 std::shared_ptr<StreamDataModel> MainWindow::dataModel(int port) const
@@ -480,10 +533,19 @@ int MainWindow::currentPort()
     return defaultLinePort;
 }
 
+int MainWindow::actionPort()
+{
+    if (BasicView* view = currentView(); view && view->getPort() >= firstCaptureKey)
+        return view->getPort();
+    return currentPort();
+}
+
 int MainWindow::resolvePort(int portLine)
 {
     if (portLine > 0)
         return portLine;
+    if (BasicView* view = currentView(); view && view->getPort() >= firstCaptureKey)
+        return view->getPort();
     BasicView* view = findChild<BasicView*>(QString(), Qt::FindChildrenRecursively);
     if (!view)
         return defaultLinePort;
@@ -684,7 +746,7 @@ QString MainWindow::lineText(int port)
 
 void MainWindow::handleExport()
 {
-    const int port = currentPort();
+    const int port = actionPort();
     if (port == 0)
         return;
     // Taken now: the exported line is the one current when the command was
@@ -692,7 +754,8 @@ void MainWindow::handleExport()
     const QString text = lineText(port);
 
     const QString fileName = QFileDialog::getSaveFileName(
-        this, tr("Save line to file"), SettingsKeys::pathLast.read(settings), QString(), nullptr,
+        this, tr("Save line to file"),
+        exportStart(SettingsKeys::pathLast, QStringLiteral("line.txt")), QString(), nullptr,
         QFileDialog::Options());
     if (fileName.isEmpty())
         return;
@@ -714,7 +777,7 @@ void MainWindow::handleExportLines()
         stopRecording();
         return;
     }
-    const int port = currentPort();
+    const int port = actionPort();
     if (port == 0)
         return;
     lineText(port); // read like an export; the recording ticks take their own
@@ -722,8 +785,9 @@ void MainWindow::handleExportLines()
     // Cancelling the file dialog leaves the action checked: the next trigger
     // unchecks it and only clears the status line.
     const QString fileName = QFileDialog::getSaveFileName(
-        this, tr("Save lines to file (startfile)"), SettingsKeys::pathRecording.read(settings),
-        QString(), nullptr, QFileDialog::Options());
+        this, tr("Save lines to file (startfile)"),
+        exportStart(SettingsKeys::pathRecording, QStringLiteral("lines.txt")), QString(), nullptr,
+        QFileDialog::Options());
     if (fileName.isEmpty())
         return;
     bool ok = false;
@@ -736,6 +800,9 @@ void MainWindow::handleExportLines()
     SettingsKeys::pathRecording.write(settings, QFileInfo(fileName).absoluteFilePath());
 
     recordingStopped = false;
+    // A capture's lines are recorded until the recording or the capture ends;
+    // a live port's, as every tick finds the current port.
+    recordSource = port >= firstCaptureKey ? port : 0;
     recordPart = 1;
     recordFileName = fileName;
     recordInterval = interval;
@@ -750,7 +817,7 @@ void MainWindow::recording()
 {
     if (recordingStopped)
         return;
-    const int port = currentPort();
+    const int port = recordSource ? recordSource : currentPort();
     if (port == 0)
         return;
     const QString text = lineText(port);
@@ -801,9 +868,15 @@ QString filterSuffix(const QString& filter)
 
 BasicView* MainWindow::recentView(const std::function<bool(BasicView*)>& accept, bool visible) const
 {
+    // While a capture's view is active, only that capture's views count.
+    const BasicView* active = currentView();
+    const int capture = active && active->getPort() >= firstCaptureKey ? active->getPort() : 0;
     const auto fits = [&](QMdiSubWindow* w) {
         auto* view = qobject_cast<BasicView*>(w);
-        return view && (!visible || view->isVisible()) && accept(view) ? view : nullptr;
+        return view && (!visible || view->isVisible()) &&
+                       (!capture || view->getPort() == capture) && accept(view)
+                   ? view
+                   : nullptr;
     };
     if (BasicView* view = fits(ui->mdiArea->currentSubWindow()))
         return view;
@@ -817,13 +890,23 @@ BasicView* MainWindow::recentView(const std::function<bool(BasicView*)>& accept,
     return nullptr;
 }
 
-QString MainWindow::exportStart(const QString& suffix)
+QString MainWindow::exportStart(const SettingsKeys::Key<QString>& key, const QString& fresh) const
 {
-    const QString last = SettingsKeys::pathLast.read(settings);
+    // The folder the key remembers: the file's folder, or the folder itself;
+    // the home folder before anything was stored.
+    const QString last =
+        settings.contains(QLatin1String(key.name)) ? key.read(settings) : QString();
     const QFileInfo info(last);
-    if (info.isDir() || info.fileName().isEmpty())
-        return last;
-    return info.dir().filePath(info.completeBaseName() + QLatin1Char('.') + suffix);
+    QDir folder = info.isDir() ? QDir(last) : info.dir();
+    if (last.isEmpty() || !folder.exists())
+        folder = QDir::home();
+    // The name the key remembers when it was a file of this kind (the same
+    // extension): the next export overwrites it only when asked; else a
+    // fresh name, never another kind's.
+    const QString suffix = QFileInfo(fresh).suffix();
+    const bool sameKind = !info.isDir() && !info.fileName().isEmpty() &&
+                          info.suffix().compare(suffix, Qt::CaseInsensitive) == 0;
+    return folder.filePath(sameKind ? info.fileName() : fresh);
 }
 
 void MainWindow::exportFailed(const QString& text, const QString& fileName, const QString& reason)
@@ -874,8 +957,9 @@ bool MainWindow::askCloudFile(const QString& title, QString& fileName,
     for (const char* f : cloudFilters)
         filters << tr(f);
     QString filter = filters.first();
-    fileName = QFileDialog::getSaveFileName(this, title, exportStart("ply"), filters.join(";;"),
-                                            &filter, QFileDialog::Options());
+    fileName = QFileDialog::getSaveFileName(
+        this, title, exportStart(SettingsKeys::pathLast, QStringLiteral("cloud.ply")),
+        filters.join(";;"), &filter, QFileDialog::Options());
     if (fileName.isEmpty())
         return false;
     if (QFileInfo(fileName).suffix().isEmpty())
@@ -894,7 +978,13 @@ void MainWindow::exportCloud(ThreeDView* view)
 {
     using vxlindral::CloudWriter;
     // Taken now: the cloud the view holds when the command was given.
-    const std::vector<CloudWriter::Point> points = view->glWidget()->cloud();
+    std::vector<CloudWriter::Point> points = view->glWidget()->cloud();
+    const bool keep = SettingsKeys::keepNoEcho.read(settings);
+    if (!keep) {
+        points.erase(std::remove_if(points.begin(), points.end(),
+                                    [](const CloudWriter::Point& p) { return p.range == 0.0f; }),
+                     points.end());
+    }
     QString fileName;
     CloudWriter::Format format;
     if (!askCloudFile(tr("Save cloud to file"), fileName, format))
@@ -902,6 +992,7 @@ void MainWindow::exportCloud(ThreeDView* view)
     writeExport(fileName, tr("Could not open file for writing"),
                 [&](QIODevice& file, QString& reason) {
                     CloudWriter writer(file, format, points.size());
+                    writer.setNote(CloudWriter::echoNote(keep));
                     if (writer.writeHeader() && writer.writePoints(points.data(), points.size()) &&
                         writer.finish())
                         return true;
@@ -939,6 +1030,7 @@ void MainWindow::handleExportStretch()
         return;
     stretchExport =
         std::make_unique<StretchExport>(capturePath, port, stretch, fileName, format, this);
+    stretchExport->setKeepNoEcho(SettingsKeys::keepNoEcho.read(settings));
     QString error;
     bool targetFailed = false;
     if (!stretchExport->start(error, targetFailed)) {
@@ -961,20 +1053,27 @@ void MainWindow::handleExportStretch()
     stretchProgress->setMinimumDuration(1000);
     stretchProgress->setAutoReset(false);
     stretchProgress->setAutoClose(false);
+    // The dialog's own setValue() runs a nested event loop when the dialog is
+    // modal, inside the export's code, where a queued close or quit could
+    // delete what called it: the progress goes to a bar of its own instead,
+    // and the dialog only shows itself after its minimum duration.
+    auto* bar = new QProgressBar(stretchProgress);
+    bar->setRange(0, 1000);
+    stretchProgress->setBar(bar);
     stretchProgress->setValue(0);
     connect(stretchProgress, &QProgressDialog::canceled, stretchExport.get(),
             &StretchExport::cancel);
-    connect(stretchExport.get(), &StretchExport::progressed, stretchProgress,
-            &QProgressDialog::setValue);
-    connect(stretchExport.get(), &StretchExport::finished, this, &MainWindow::stretchExported);
+    connect(stretchExport.get(), &StretchExport::progressed, bar, &QProgressBar::setValue);
+    // Queued: the failure box opens from the event loop, not from the export.
+    connect(stretchExport.get(), &StretchExport::finished, this, &MainWindow::stretchExported,
+            Qt::QueuedConnection);
 }
 
 void MainWindow::stretchExported(bool ok, const QString& reason)
 {
     const QString fileName = stretchExport ? stretchExport->target() : QString();
-    // The export goes after this signal has been delivered.
-    if (stretchExport)
-        stretchExport.release()->deleteLater();
+    // Delivered queued: the export's own code has returned.
+    stretchExport.reset();
     if (stretchProgress) {
         stretchProgress->disconnect(this);
         stretchProgress->deleteLater();
@@ -996,9 +1095,10 @@ void MainWindow::handleSaveImage()
     }
     // Taken now, like an exported line.
     const QImage picture = view->picture();
-    QString fileName =
-        QFileDialog::getSaveFileName(this, tr("Save view image"), exportStart("png"),
-                                     tr("PNG image (*.png)"), nullptr, QFileDialog::Options());
+    QString fileName = QFileDialog::getSaveFileName(
+        this, tr("Save view image"),
+        exportStart(SettingsKeys::pathLast, QStringLiteral("view.png")), tr("PNG image (*.png)"),
+        nullptr, QFileDialog::Options());
     if (fileName.isEmpty())
         return;
     if (QFileInfo(fileName).suffix().isEmpty())
@@ -1067,6 +1167,18 @@ bool MainWindow::startCapture(int port, const QString& path)
     const std::shared_ptr<StreamDataController> c = recordable(port);
     if (!c)
         return false;
+    const QString target = QFileInfo(path).absoluteFilePath();
+    for (const Finishing& f : finishing) {
+        if (QFileInfo(QFile::decodeName(f.recorder->path().c_str())).absoluteFilePath() == target) {
+            ui->actionRecordCapture->setChecked(false);
+            QMessageBox::warning(this, windowTitle(),
+                                 tr("Could not record to %1: the recording before is still "
+                                    "being written to it.")
+                                     .arg(QDir::toNativeSeparators(path)),
+                                 QMessageBox::Ok);
+            return false;
+        }
+    }
     auto recorder = std::make_unique<vxrec::CaptureRecorder>(static_cast<uint16_t>(c->localPort()));
     if (!recorder->start(QFile::encodeName(path).toStdString())) {
         ui->actionRecordCapture->setChecked(false);
@@ -1090,30 +1202,42 @@ void MainWindow::stopCapture(bool warn)
 {
     if (!capture)
         return;
-    captureTimer->stop();
-    // The receive thread lets go of the recorder before it finishes.
+    // The receive thread lets go of the recorder before it stops; the writer
+    // thread then writes what is left and closes the file on its own, while
+    // the window goes on (a slow disk may take seconds for 256 MiB).
     if (const std::shared_ptr<StreamDataController> c = controller(capturingPort))
         c->setTap(nullptr);
-    capture->finish();
-    const vxrec::CaptureRecorder::Status status = capture->status();
-    const QString path = QFile::decodeName(capture->path().c_str());
-    capture.reset();
+    capture->stop();
+    finishing.push_back({std::move(capture), warn});
     capturingPort = 0;
-    if (ui) {
+    if (ui)
         ui->actionRecordCapture->setChecked(false);
-        labelCapture->clear();
-        labelCapture->hide();
-        reserveStatusRoom();
+    refreshCapture();
+}
+
+void MainWindow::finishCaptures(bool wait)
+{
+    QStringList failures;
+    for (auto it = finishing.begin(); it != finishing.end();) {
+        if (!wait && !it->recorder->finished()) {
+            ++it;
+            continue;
+        }
+        it->recorder->finish();
+        const vxrec::CaptureRecorder::Status status = it->recorder->status();
+        const QString path = QFile::decodeName(it->recorder->path().c_str());
+        if (it->warn && status.failed && ui) {
+            // The file keeps every block written before the failure.
+            failures << tr("Recording to %1 stopped: %2. The file holds what was recorded "
+                           "until then.")
+                            .arg(QDir::toNativeSeparators(path),
+                                 QString::fromLocal8Bit(status.error.c_str()));
+        }
+        it = finishing.erase(it);
     }
-    if (warn && status.failed) {
-        // The file keeps every block written before the failure.
-        QMessageBox::warning(
-            this, windowTitle(),
-            tr("Recording to %1 stopped: %2. The file holds what was recorded "
-               "until then.")
-                .arg(QDir::toNativeSeparators(path), QString::fromLocal8Bit(status.error.c_str())),
-            QMessageBox::Ok);
-    }
+    // After the list is settled: a box's loop may call this again.
+    for (const QString& text : failures)
+        QMessageBox::warning(this, windowTitle(), text, QMessageBox::Ok);
 }
 
 QString MainWindow::captureText() const
@@ -1146,14 +1270,35 @@ QString MainWindow::captureText() const
 
 void MainWindow::refreshCapture()
 {
-    if (!capture)
+    if (capture && capture->status().failed)
+        stopCapture(); // warns with the file and the reason once it is closed
+    finishCaptures(false);
+    if (!ui)
         return;
-    if (capture->status().failed) {
-        stopCapture(); // warns with the file and the reason
-        return;
+    QStringList texts;
+    if (capture)
+        texts << captureText();
+    for (const Finishing& f : finishing) {
+        const vxrec::CaptureRecorder::Status s = f.recorder->status();
+        const uint64_t left = s.bytes > s.written ? s.bytes - s.written : 0;
+        texts << tr("Finishing %1: %2 MB to write")
+                     .arg(QFileInfo(QFile::decodeName(f.recorder->path().c_str())).fileName(),
+                          vxlindral::StreamHealthLabel::grouped((left + 500000) / 1000000));
     }
-    labelCapture->setText(captureText());
-    labelCapture->show();
+    if (texts.isEmpty()) {
+        captureTimer->stop();
+        labelCapture->clear();
+        labelCapture->hide();
+        if (quitWhenFinished)
+            QTimer::singleShot(0, this, &MainWindow::close);
+    } else {
+        if (quitWhenFinished)
+            texts << tr("quitting when written");
+        labelCapture->setText(texts.join(QStringLiteral(", ")));
+        labelCapture->show();
+        if (!captureTimer->isActive())
+            captureTimer->start();
+    }
     reserveStatusRoom();
 }
 
@@ -1175,9 +1320,8 @@ void MainWindow::handleOpenCapture()
     if (folder.isEmpty())
         folder = QDir::homePath();
     const QString fileName = QFileDialog::getOpenFileName(
-        this, tr("Open capture"), folder,
-        tr("Captures (*.pcapng *.pcap *.cap *.pcapng.gz);;All files (*)"), nullptr,
-        QFileDialog::Options());
+        this, tr("Open capture"), folder, tr("Captures (*.pcapng *.pcap *.cap);;All files (*)"),
+        nullptr, QFileDialog::Options());
     if (fileName.isEmpty())
         return;
     SettingsKeys::pathCapture.write(settings, QFileInfo(fileName).absolutePath());
@@ -1236,6 +1380,14 @@ bool MainWindow::openCapture(const QString& path, int port)
         for (BasicView* view : viewsOf(captureKey))
             view->holdFrames(hold);
     };
+    hooks.deliverPosted = [this] {
+        for (BasicView* view : viewsOf(captureKey)) {
+            QCoreApplication::sendPostedEvents(view, QEvent::MetaCall);
+            // The numeric view's own models take the lines too.
+            for (QObject* child : view->findChildren<QObject*>())
+                QCoreApplication::sendPostedEvents(child, QEvent::MetaCall);
+        }
+    };
     playback = std::make_unique<CapturePlayback>(path, static_cast<uint16_t>(port), controller,
                                                  std::move(hooks));
     connect(playback.get(), &CapturePlayback::placeChanged, this, &MainWindow::refreshPlace);
@@ -1244,9 +1396,18 @@ bool MainWindow::openCapture(const QString& path, int port)
         if (BasicView* view = currentView(); view && view->getPort() == captureKey)
             ui->actionFreeze->setChecked(!playing);
     });
-    connect(playback.get(), &CapturePlayback::stopped, this, &MainWindow::captureStopped);
+    // Queued: its box must not open inside the playback's own timer, where
+    // closing the capture from the box's loop would delete the caller.
+    connect(playback.get(), &CapturePlayback::stopped, this, &MainWindow::captureStopped,
+            Qt::QueuedConnection);
 
     openDefaultViews(captureKey);
+    // Before the window is on the screen its views have not their final size
+    // yet, and a view that is resized starts its picture afresh: the first
+    // lines wait until the window is shown.
+    const bool waitForScreen = !windowHandle() || !windowHandle()->isExposed();
+    if (waitForScreen)
+        playback->setPlaying(false);
     QString error;
     if (!playback->start(error)) {
         closeCapture();
@@ -1254,6 +1415,13 @@ bool MainWindow::openCapture(const QString& path, int port)
     }
     transport->reset();
     transport->show();
+    if (waitForScreen) {
+        playWhenShown = true;
+        transport->setPlaying(false);
+        if (!isVisible())
+            return true; // shown later: the event filter sees its exposure
+        windowHandle()->installEventFilter(this);
+    }
     ui->actionCloseCapture->setEnabled(true);
     ui->actionExportStretch->setEnabled(!stretchExport);
     connect(playback.get(), &CapturePlayback::marksChanged, this, [this] {
@@ -1272,6 +1440,10 @@ void MainWindow::closeCapture()
     if (!playback)
         return;
     const int key = captureKey;
+    if (recordTimer && recordSource == key) {
+        stopRecording();
+        ui->actionExportLines->setChecked(false);
+    }
     playback->stop();
     playback.reset();
     captureKey = 0;
@@ -1326,6 +1498,7 @@ void MainWindow::refreshPlace()
     const vxlindral::CapturePlayback::Place p = playback->place();
     transport->setDuration(p.durationMs);
     transport->setPosition(p.ms, p.line, p.lines, p.linesFinal);
+    health->refreshPlaces();
     const vxrec::CaptureIndex& index = playback->index();
     const bool indexing = !index.ended();
     if (indexing)

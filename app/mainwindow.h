@@ -1,4 +1,5 @@
 #pragma once
+#include "dialogs/settingskeys.h"
 #include "export/cloudwriter.h"
 #include "stream/linetype.h"
 
@@ -9,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <vector>
 
 class QAction;
 class QDragEnterEvent;
@@ -100,8 +102,11 @@ public:
 
     // Port of the first view among the window's descendants; 6101 without views.
     int currentPort();
-    // `portLine` when positive, else the current port; warns when that is not
-    // usable.
+    // The source an action acts on: the capture when the active sub-window
+    // shows one, else the current port.
+    int actionPort();
+    // `portLine` when positive, else the active capture or the current port;
+    // warns when that is not usable.
     int resolvePort(int portLine);
     void stopRecording();
 
@@ -121,10 +126,14 @@ public:
     // "Record capture ..." does after its dialog. False, with a warning box,
     // when the port is not open or the file cannot be created.
     bool startCapture(int port, const QString& path);
-    // Ends the capture being recorded, writing what it has taken and closing
-    // the file; warns when the file failed (with `warn`).
+    // Ends the capture being recorded at once; its writer thread writes what
+    // it has taken and closes the file in the background, while the status
+    // line says so. Warns when the file failed (with `warn`) once it is
+    // closed.
     void stopCapture(bool warn = true);
     bool isCapturing() const { return capture != nullptr; }
+    // Stopped recordings whose files are still being written.
+    bool isFinishingCaptures() const { return !finishing.empty(); }
     // The port being recorded; 0 when none is.
     int capturePort() const { return capturingPort; }
     // The status line's text for the capture being recorded.
@@ -164,6 +173,7 @@ public slots:
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
     // A capture file dropped on the window is opened.
     void dragEnterEvent(QDragEnterEvent* event) override;
@@ -199,9 +209,11 @@ private:
     bool writeExport(const QString& fileName, const QString& openFailure,
                      const std::function<bool(QIODevice&, QString& reason)>& write);
     void exportFailed(const QString& text, const QString& fileName, const QString& reason);
-    // Where an export dialog opens: the folder of "Path/Last" with its base
-    // name and `suffix`, or "Path/Last" itself when it names a folder.
-    QString exportStart(const QString& suffix);
+    // Where an export dialog opens: the folder that `key` remembers (the path
+    // it holds, or the folder that path lies in; the home folder when
+    // nothing is stored or the folder is gone), with the name the key holds
+    // when it has the extension of `fresh`, else `fresh`.
+    QString exportStart(const SettingsKeys::Key<QString>& key, const QString& fresh) const;
     vxlindral::BasicView* currentView() const;
     void tileViews();
     // Puts the capture and health labels at the right end of the status
@@ -210,6 +222,9 @@ private:
     // Twice a second while recording: the capture's text, or the end of a
     // recording whose file failed.
     void refreshCapture();
+    // Ends the stopped recordings whose files are closed (all of them, waiting
+    // for their writer threads, with `wait`); warns of failed files.
+    void finishCaptures(bool wait);
     // The controller of `port` when its socket is open; else unchecks
     // "Record capture ...", warns and gives null.
     std::shared_ptr<vxlindral::StreamDataController> recordable(int port);
@@ -240,11 +255,20 @@ private:
     bool recordingStopped = false;
     int32_t recordPart = 0;
     QString recordFileName;
+    int recordSource = 0; // the capture "Export lines ..." records; 0: the current port
     vxlindral::StreamHealthLabel* health = nullptr;
     QWidget* statusRight = nullptr; // holds labelCapture and the health label
     QLabel* labelCapture = nullptr;
     std::unique_ptr<vxrec::CaptureRecorder> capture;
     int capturingPort = 0;
+    // Recordings stopped whose writer threads still write and close the file.
+    struct Finishing
+    {
+        std::unique_ptr<vxrec::CaptureRecorder> recorder;
+        bool warn = true; // a failed file is reported once it is closed
+    };
+    std::vector<Finishing> finishing;
+    bool quitWhenFinished = false;
     QTimer* captureTimer = nullptr;
 
     std::unique_ptr<vxlindral::CapturePlayback> playback;
@@ -252,6 +276,8 @@ private:
     int nextCaptureKey = firstCaptureKey;
     QString captureName;
     vxlindral::TransportBar* transport = nullptr;
+    // A capture opened before the window was on the screen plays once it is.
+    bool playWhenShown = false;
     QWidget* indexBox = nullptr; // the index's progress and its Cancel button
     QProgressBar* indexProgress = nullptr;
     // The capture's first line, the difference reference after a seek, and
@@ -261,4 +287,5 @@ private:
     // "Export lines as cloud ..." under way, and its progress dialog.
     std::unique_ptr<vxlindral::StretchExport> stretchExport;
     QProgressDialog* stretchProgress = nullptr;
+    QAction* keepNoEchoAction = nullptr; // Edit > "Export points without echo"
 };

@@ -97,23 +97,41 @@ void StreamHealthLabel::refresh()
     const steady_clock::time_point now = clock();
     const std::vector<Port> ports = source();
 
-    QStringList entries, tips;
+    QStringList tips;
     std::map<int, Previous> seen;
+    entries.clear();
     for (const Port& p : ports) {
-        if (p.place.isEmpty())
-            entries << QStringLiteral("%1: %2 lines/s, %3 dropped")
-                           .arg(p.port)
-                           .arg(grouped(rate(p, now)), grouped(dropped(p)));
-        else
-            entries << p.place;
+        entries[p.port] = p.place.isEmpty() ? QStringLiteral("%1: %2 lines/s, %3 dropped")
+                                                  .arg(p.port)
+                                                  .arg(grouped(rate(p, now)), grouped(dropped(p)))
+                                            : p.place;
         tips << details(p);
         seen.insert(*previous.find(p.port));
     }
     // Ports no longer open are forgotten: opened again, they start afresh.
     previous = std::move(seen);
-
-    const QString text = entries.join(QStringLiteral(" | "));
     setToolTip(tips.join(QStringLiteral("\n\n")));
+    showEntries(ports);
+}
+
+void StreamHealthLabel::refreshPlaces()
+{
+    const std::vector<Port> ports = source();
+    for (const Port& p : ports) {
+        if (!p.place.isEmpty())
+            entries[p.port] = p.place;
+        else if (entries.find(p.port) == entries.end())
+            return; // a port new since the last refresh: the next one shows it
+    }
+    showEntries(ports);
+}
+
+void StreamHealthLabel::showEntries(const std::vector<Port>& ports)
+{
+    QStringList shown;
+    for (const Port& p : ports)
+        shown << entries[p.port];
+    const QString text = shown.join(QStringLiteral(" | "));
     if (text != this->text()) {
         setText(text);
         emit textUpdated();

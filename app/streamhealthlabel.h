@@ -72,6 +72,11 @@ public:
 public slots:
     // Reads the counters now and updates text and tool tip.
     void refresh();
+    // Updates only the places of the captures being played, keeping the
+    // rates of the last refresh: the window calls it whenever a place
+    // changes, so that the status line and the transport bar show the same
+    // line at the same time.
+    void refreshPlaces();
 
 signals:
     // After each refresh that changed the text.
@@ -92,6 +97,9 @@ private:
     const Clock clock;
     QTimer* timer;
     std::map<int, Previous> previous; // by port, the ports of the last refresh
+    std::map<int, QString> entries;   // by port, each port's text of the last refresh
+    // The label's text from the ports' entries (place or rate), in order.
+    void showEntries(const std::vector<Port>& ports);
 };
 
 } // namespace vxlindral

@@ -99,7 +99,7 @@ void StretchExport::cancel()
 }
 
 void StretchExport::linePoints(const MyLine& line, uint64_t lineNumber,
-                               std::vector<CloudWriter::Point>& out)
+                               std::vector<CloudWriter::Point>& out, bool keepNoEcho)
 {
     const int n = std::max(line.pixel, 0);
     out.resize(static_cast<std::size_t>(n));
@@ -110,9 +110,12 @@ void StretchExport::linePoints(const MyLine& line, uint64_t lineNumber,
     const double r = (maxI - minI) / 210.0;
     const float x =
         MyOpenGLWidget::lineX(static_cast<int>(std::min<uint64_t>(lineNumber, INT_MAX)));
+    std::size_t kept = 0;
     for (int i = 0; i < n; ++i) {
         const vxs::VxPt& pt = line.points[static_cast<std::size_t>(i)];
-        CloudWriter::Point& p = out[static_cast<std::size_t>(i)];
+        if (!keepNoEcho && !hasEcho(pt))
+            continue;
+        CloudWriter::Point& p = out[kept++];
         p.x = x;
         p.y = -static_cast<float>(pt.z);
         p.z = static_cast<float>(pt.y);
@@ -122,6 +125,7 @@ void StretchExport::linePoints(const MyLine& line, uint64_t lineNumber,
         p.series = line.series;
         p.pixel = static_cast<uint32_t>(i);
     }
+    out.resize(kept);
 }
 
 void StretchExport::takeLine(const LineType& line)
@@ -132,9 +136,15 @@ void StretchExport::takeLine(const LineType& line)
     if (pass == Pass::Done || linesTaken >= expected)
         return;
     if (pass == Pass::Counting) {
-        total += static_cast<uint64_t>(std::max(line->pixel, 0));
+        if (keepNoEcho) {
+            total += static_cast<uint64_t>(std::max(line->pixel, 0));
+        } else {
+            const int n = std::max(line->pixel, 0);
+            for (int i = 0; i < n; ++i)
+                total += hasEcho(line->points[static_cast<std::size_t>(i)]) ? 1 : 0;
+        }
     } else {
-        linePoints(*line, stretch.first + linesTaken, points);
+        linePoints(*line, stretch.first + linesTaken, points, keepNoEcho);
         if (!writer->writePoints(points.data(), points.size())) {
             // Not from inside the hand-over's drain, which called us.
             QMetaObject::invokeMethod(
@@ -194,6 +204,7 @@ void StretchExport::endPass()
             return;
         }
         writer.emplace(file, format, total);
+        writer->setNote(CloudWriter::echoNote(keepNoEcho));
         QString error;
         if (!writer->writeHeader()) {
             fail(writer->errorString());

@@ -1,5 +1,6 @@
 #pragma once
 #include "export/cloudwriter.h"
+#include "scanner/vxpt.h"
 #include "stream/linetype.h"
 
 #include <QObject>
@@ -67,10 +68,16 @@ public:
     // Points written so far.
     uint64_t pointsWritten() const { return written; }
 
-    // The points of one line of the capture, every pixel, as the 3D view
-    // would place and colour them for the capture's `lineNumber`-th line.
+    // Whether the pixels without echo (range 0) are written too; they are
+    // left out unless set before start().
+    void setKeepNoEcho(bool keep) { keepNoEcho = keep; }
+    // The points of one line of the capture, every pixel (with `keepNoEcho`;
+    // else those with a range), as the 3D view would place and colour them
+    // for the capture's `lineNumber`-th line.
     static void linePoints(const MyLine& line, uint64_t lineNumber,
-                           std::vector<CloudWriter::Point>& out);
+                           std::vector<CloudWriter::Point>& out, bool keepNoEcho = true);
+    // A pixel that measured something: its range is not 0 (no echo).
+    static bool hasEcho(const vxs::VxPt& pt) { return pt.range != 0; }
 
 signals:
     // Done so far, 0 .. 1000, a few times a second.
@@ -98,6 +105,7 @@ private:
 
     const QString capturePath;
     const uint16_t port;
+    bool keepNoEcho = false;
     const Stretch stretch;
     const QString targetPath;
     const CloudWriter::Format format;

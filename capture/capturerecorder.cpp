@@ -72,23 +72,24 @@ bool CaptureRecorder::start(const std::string& path)
     return true;
 }
 
-bool CaptureRecorder::finish()
+void CaptureRecorder::stop()
 {
     if (!thread.joinable())
-        return !failed;
+        return;
     accepting = false;
     {
         std::lock_guard<std::mutex> guard(lock);
         stopping = true;
     }
     changed.notify_one();
+}
+
+bool CaptureRecorder::finish()
+{
+    if (!thread.joinable())
+        return !failed;
+    stop();
     thread.join();
-    if (!writer.close() && !failed) {
-        std::lock_guard<std::mutex> guard(lock);
-        message = writer.error();
-        failed = true;
-    }
-    written = writer.fileBytes();
     return !failed;
 }
 
@@ -164,8 +165,20 @@ void CaptureRecorder::writerLoop()
         if ((!woken || stopping) && current && current->used)
             full.push_back(std::move(current));
         if (full.empty()) {
-            if (stopping)
+            if (stopping) {
+                // Everything is written: the file is closed here, so that
+                // whoever stopped the recording need not wait for the disk.
+                guard.unlock();
+                const bool ok = writer.close();
+                written.store(writer.fileBytes(), std::memory_order_relaxed);
+                guard.lock();
+                if (!ok && !failed) {
+                    message = writer.error();
+                    failed = true;
+                }
+                closed.store(true, std::memory_order_release);
                 return;
+            }
             continue;
         }
         batch.swap(full);

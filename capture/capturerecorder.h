@@ -30,7 +30,7 @@ namespace vxrec {
 // fails the write (EFBIG) instead of ending the process.
 //
 // Ownership: owns the file, the buffer and the writer thread. Threads:
-// start(), finish() and destruction by one controlling thread; onDatagram()
+// start(), stop(), finish() and destruction by one controlling thread; onDatagram()
 // on one receive thread at a time; status() from any thread. Clear the tap
 // before the recorder goes (the destructor finishes it).
 class CaptureRecorder : public strmsocket::DatagramTap
@@ -63,8 +63,14 @@ public:
     // Creates (or replaces) the file, writes its header and starts the
     // writer thread. False with the reason in status().error.
     bool start(const std::string& path);
-    // Writes everything taken so far, closes the file and ends the writer
-    // thread; later datagrams are ignored. False when the file failed.
+    // Ends the recording without waiting: later datagrams are ignored, and
+    // the writer thread writes everything taken so far and closes the file
+    // on its own. finished() tells when it has.
+    void stop();
+    // The writer thread has written and closed the file (or failed), so
+    // finish() returns at once.
+    bool finished() const { return closed.load(std::memory_order_acquire); }
+    // stop(), then waits for the writer thread. False when the file failed.
     bool finish();
 
     void onDatagram(const char* data, const strmsocket::DatagramSource::Datagram& d) override;
@@ -105,6 +111,7 @@ private:
     std::string message;
 
     std::atomic<bool> accepting{false};
+    std::atomic<bool> closed{false}; // the writer thread closed the file
     std::atomic<bool> failed{false};
     std::atomic<uint64_t> datagrams{0}, lines{0}, bytes{0}, written{0}, notRecorded{0};
 };

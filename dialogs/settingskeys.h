@@ -1,4 +1,5 @@
 #pragma once
+#include <QByteArray>
 #include <QSettings>
 #include <QString>
 #include <QVariant>
@@ -57,4 +58,10 @@ public:
     static inline const Key<int> pointsPerLine{"ThreeD/pointsPerLine", 1000};
     static inline const Key<int> maxPoints{"ThreeD/maxPoints", 100000};
     static inline const Key<bool> follow{"ThreeD/follow", true};
+
+    // Cloud exports: whether points without echo (range 0) are written too.
+    static inline const Key<bool> keepNoEcho{"Export/keepNoEcho", false};
+    // The main window's size, place and state (QWidget::saveGeometry), as it
+    // was when it last closed; empty before the first close.
+    static inline const Key<QByteArray> windowGeometry{"Window/geometry", QByteArray()};
 };

@@ -19,6 +19,10 @@ constexpr std::size_t kMaxTextRow = 10 * 16;
 constexpr std::size_t kPlyRecord = 3 * 4 + 3 + 4 * 4;
 constexpr std::size_t kPcdRecord = 8 * 4;
 
+// Properties other than coordinates, colours and intensity are named
+// "scalar_...": that is how point-cloud editors (CloudCompare among them)
+// recognise further per-point values and keep them as scalar fields, under
+// the name without the prefix; other readers take the name as it stands.
 const char* const kPlyProperties = "property float x\n"
                                    "property float y\n"
                                    "property float z\n"
@@ -26,9 +30,9 @@ const char* const kPlyProperties = "property float x\n"
                                    "property uchar green\n"
                                    "property uchar blue\n"
                                    "property uint intensity\n"
-                                   "property float range\n"
-                                   "property uint series\n"
-                                   "property uint pixel\n"
+                                   "property float scalar_range\n"
+                                   "property uint scalar_series\n"
+                                   "property uint scalar_pixel\n"
                                    "end_header\n";
 
 const char* const kPcdFields = "FIELDS x y z rgb intensity range series pixel\n"
@@ -106,12 +110,18 @@ bool CloudWriter::writeHeader()
     case Format::PlyText:
         header = "ply\nformat ";
         header += format == Format::PlyBinary ? "binary_little_endian" : "ascii";
-        header += " 1.0\ncomment Vx Lindral 3D view cloud\nelement vertex " + count + "\n";
+        header += " 1.0\ncomment Vx Lindral 3D view cloud\n";
+        if (!note.isEmpty())
+            header += "comment " + note + "\n";
+        header += "element vertex " + count + "\n";
         header += kPlyProperties;
         break;
     case Format::PcdBinary:
     case Format::PcdText:
-        header = "# .PCD v0.7 - Point Cloud Data file format\nVERSION 0.7\n";
+        header = "# .PCD v0.7 - Point Cloud Data file format\n";
+        if (!note.isEmpty())
+            header += "# " + note + "\n";
+        header += "VERSION 0.7\n";
         header += kPcdFields;
         header +=
             "WIDTH " + count + "\nHEIGHT 1\nVIEWPOINT 0 0 0 1 0 0 0\nPOINTS " + count + "\nDATA ";
@@ -119,6 +129,8 @@ bool CloudWriter::writeHeader()
         break;
     case Format::Csv:
         header = "x,y,z,gray,intensity,range,series,pixel\n";
+        if (!note.isEmpty())
+            header += "# " + note + "\n";
         break;
     }
     return put(header.constData(), static_cast<std::size_t>(header.size()));

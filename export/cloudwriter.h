@@ -1,4 +1,5 @@
 #pragma once
+#include <QByteArray>
 #include <QString>
 #include <cstddef>
 #include <cstdint>
@@ -48,6 +49,17 @@ public:
 
     CloudWriter(QIODevice& out, Format format, std::uint64_t pointCount);
 
+    // A line of text that the header carries as a comment (PLY "comment",
+    // PCD "#"; CSV: a "#" line after the column names, which numpy's loadtxt
+    // and pandas' comment='#' pass over). Set before writeHeader().
+    void setNote(const QByteArray& text) { note = text; }
+    // The note that says whether the pixels without echo (range 0) are in.
+    static QByteArray echoNote(bool keptNoEcho)
+    {
+        return keptNoEcho ? "every pixel, those without echo (range 0) too"
+                          : "pixels without echo (range 0) left out";
+    }
+
     // Each returns false once a write failed or the count is wrong; the
     // reason is then in errorString().
     bool writeHeader();
@@ -68,6 +80,7 @@ private:
     const std::uint64_t announced;
     std::uint64_t written = 0;
     std::vector<char> buffer; // one chunk's bytes, reused
+    QByteArray note;
     QString error;
 };
 

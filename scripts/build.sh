@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Configures and builds one variant: scripts/build.sh <dir> [cmake options...]
+# With VX_TARGET set, only that target and what it needs are built.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 dir=$1; shift
@@ -8,4 +9,8 @@ if command -v ccache >/dev/null 2>&1; then
     launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 fi
 cmake -S . -B "$dir" -G Ninja "${launcher[@]}" "$@" >/dev/null
-cmake --build "$dir" -j "$(nproc)"
+targets=()
+if [ -n "${VX_TARGET:-}" ]; then
+    targets=(--target "$VX_TARGET")
+fi
+cmake --build "$dir" -j "$(nproc)" "${targets[@]}"

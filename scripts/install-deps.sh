@@ -12,7 +12,7 @@ packages=(
     imagemagick xdotool
     libpcap-dev tshark lua5.2
     # programs of other projects that the tests read the exported clouds with
-    pcl-tools python3-open3d python3-numpy
+    pcl-tools python3-open3d python3-numpy cloudcompare
 )
 
 missing=()

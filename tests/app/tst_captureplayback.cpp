@@ -12,11 +12,8 @@
 #include "app/stretchexport.h"
 #include "app/transportbar.h"
 #include "capture/capturerecorder.h"
-#include "capture/pcapwriter.h"
+#include "capturefile.h"
 #include "stream/streamdatacontroller.h"
-#include "tools/sim/linecomposer.h"
-#include "tools/sim/linedatagrams.h"
-#include "tools/sim/simoptions.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
 #include "views/framesync.h"
@@ -54,6 +51,8 @@ Points readCloud(const QString& path, QString& error)
             return {};
         }
         for (const QByteArray& row : rows) {
+            if (row.startsWith('#')) // the note on the points without echo
+                continue;
             const QList<QByteArray> f = row.split(',');
             if (f.size() != 8) {
                 error = "row " + row;
@@ -90,58 +89,6 @@ Points readCloud(const QString& path, QString& error)
         d += record;
     }
     return points;
-}
-
-// Lines of one simulator set-up.
-struct Stretch
-{
-    QStringList options;
-    int lines;
-};
-
-// Writes the stretches one after the other as the simulator would send them
-// to port 6101: a file header before every 100 lines, a line every 2 ms, each
-// message in datagrams of at most 9000 bytes; as a pcap file, or with
-// `recorded` as the window's Record capture writes them (pcapng). Returns the
-// file's size.
-qint64 writeCapture(const QString& path, const QList<Stretch>& stretches, bool recorded = false)
-{
-    const std::string file = QFile::encodeName(path).toStdString();
-    vxrec::PcapWriter out;
-    vxrec::CaptureRecorder recorder(6101);
-    if (!(recorded ? recorder.start(file) : out.open(file)))
-        return -1;
-    vxsim::LineDatagrams stream(
-        [&](int64_t t, const char* d, std::size_t n) {
-            if (!recorded) {
-                out.write(t, 0x7f000001, 40000, 0x7f000001, 6101,
-                          reinterpret_cast<const uint8_t*>(d), n);
-                return;
-            }
-            strmsocket::DatagramSource::Datagram g;
-            g.length = n;
-            g.sender = g.local = 0x7f000001;
-            g.senderPort = 40000;
-            g.receivedNs = t;
-            recorder.onDatagram(d, g);
-        },
-        1'700'000'000'000'000'000, 2'000'000, 9000);
-    for (const Stretch& s : stretches) {
-        std::vector<std::string> args{"sim"};
-        for (const QString& o : s.options)
-            args.push_back(o.toStdString());
-        std::vector<const char*> argv;
-        for (const std::string& a : args)
-            argv.push_back(a.c_str());
-        vxsim::SimOptions options;
-        std::string error;
-        vxsim::SimOptions::parse(int(argv.size()), argv.data(), options, error);
-        vxsim::LineComposer composer(options);
-        stream.lines(composer, uint64_t(s.lines));
-    }
-    if (recorded ? !recorder.finish() : !out.close())
-        return -1;
-    return QFileInfo(path).size();
 }
 
 // The lines the 3D view held at each frame it drew (the window also swaps
@@ -438,12 +385,14 @@ private slots:
         QTest::addColumn<QString>("name");
         QTest::addColumn<int>("first");
         QTest::addColumn<int>("last");
-        QTest::newRow("PLY, in the first layout") << 100 << 160 << "s.ply" << 100 << 160;
-        QTest::newRow("CSV, across the layout change") << 690 << 720 << "s.csv" << 690 << 720;
-        QTest::newRow("end marked before start") << 330 << 300 << "s.ply" << 300 << 330;
-        QTest::newRow("only the start marked") << 880 << -1 << "s.ply" << 880 << 899;
-        QTest::newRow("only the end marked") << -1 << 3 << "s.csv" << 0 << 3;
-        QTest::newRow("unmarked: the whole capture") << -1 << -1 << "s.ply" << 0 << 899;
+        QTest::addColumn<bool>("keepNoEcho"); // points without echo written too
+        QTest::newRow("PLY, in the first layout") << 100 << 160 << "s.ply" << 100 << 160 << false;
+        QTest::newRow("CSV, across the layout change")
+            << 690 << 720 << "s.csv" << 690 << 720 << false;
+        QTest::newRow("end marked before start") << 330 << 300 << "s.ply" << 300 << 330 << false;
+        QTest::newRow("only the start marked") << 880 << -1 << "s.ply" << 880 << 899 << false;
+        QTest::newRow("only the end marked") << -1 << 3 << "s.csv" << 0 << 3 << true;
+        QTest::newRow("unmarked: the whole capture") << -1 << -1 << "s.ply" << 0 << 899 << true;
     }
     void exportStretch()
     {
@@ -452,6 +401,7 @@ private slots:
         QFETCH(QString, name);
         QFETCH(int, first);
         QFETCH(int, last);
+        QFETCH(bool, keepNoEcho);
         QSettings settings;
         settings.setValue("ThreeD/pointsPerLine", 4096);
         settings.setValue("ThreeD/maxPoints", 4'000'000);
@@ -483,6 +433,15 @@ private slots:
         const int firstLayout = std::max(std::min(last, 699) - first + 1, 0);
         const int secondLayout = std::max(last - std::max(first, 700) + 1, 0);
         QCOMPARE(want.size(), std::size_t(firstLayout * 1024 + secondLayout * 2048));
+        // The pixels without echo sit at the scanner: left out unless asked for.
+        const std::size_t noEcho = std::size_t(std::count_if(
+            want.begin(), want.end(), [](const CloudWriter::Point& p) { return p.range == 0; }));
+        QVERIFY(noEcho > 0);
+        if (!keepNoEcho)
+            want.erase(std::remove_if(want.begin(), want.end(),
+                                      [](const CloudWriter::Point& p) { return p.range == 0; }),
+                       want.end());
+        window->findChild<QAction*>("actionKeepNoEcho")->setChecked(keepNoEcho);
 
         const QString target = dir.filePath(name);
         QFile::remove(target);
@@ -503,6 +462,7 @@ private slots:
                      qPrintable(QString("point %1").arg(i)));
         }
         QCOMPARE(QSettings().value("Path/Last").toString(), target);
+        QCOMPARE(QSettings().value("Export/keepNoEcho").toBool(), keepNoEcho);
         QCOMPARE(QDir(dir.path()).entryList({name + ".*"}, QDir::Files), QStringList());
     }
 

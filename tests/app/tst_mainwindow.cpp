@@ -428,7 +428,9 @@ private slots:
 
         if (end == "uncheck") {
             record->trigger();
-            QVERIFY(label->isHidden());
+            // The file is finished in the background; the label says so
+            // until it is complete.
+            QTRY_VERIFY(label->isHidden());
         } else if (end == "stop") {
             QVERIFY(QMetaObject::invokeMethod(window.get(), "handleStopStream"));
         } else {
@@ -436,6 +438,7 @@ private slots:
             window.reset();
         }
         QVERIFY(!window || (!window->isCapturing() && !record->isChecked()));
+        QTRY_VERIFY(!window || !window->isFinishingCaptures());
         const auto [got, clean] = readCapture(path);
         QVERIFY(clean);
         QCOMPARE(got, sent);

@@ -6,7 +6,8 @@ usage: checkcloud.py <expected.bin> <reader>:<file> [...]
 expected.bin holds the points as packed little-endian records (x, y, z
 float32, gray uint8, intensity uint32, range float32, series uint32, pixel
 uint32). Readers: "open3d" (open3d.io.read_point_cloud: count, coordinates to
-1e-6, colour = gray) and "numpy" (numpy.loadtxt of a CSV: every column).
+1e-6, colour = gray), "numpy" (numpy.loadtxt of a CSV: every column) and
+"cloudcompare" (CloudCompare's command line: every column, by name).
 Prints one line per file; exits 1 at the first mismatch, 2 when a module is
 missing.
 """
@@ -63,11 +64,53 @@ def check_numpy(path, want):
     return len(rows)
 
 
+def check_cloudcompare(path, want):
+    """CloudCompare's command line loads the file and writes it again as
+    text with a header: every column must come through, the gray as R, G, B
+    and the further values as scalar fields named as in the export."""
+    import os
+    import subprocess
+    import tempfile
+    with tempfile.TemporaryDirectory() as tmp:
+        out = os.path.join(tmp, "cc.asc")
+        env = dict(os.environ, QT_QPA_PLATFORM="offscreen")
+        try:
+            run = subprocess.run(
+                ["CloudCompare", "-SILENT", "-AUTO_SAVE", "OFF", "-O", path,
+                 "-C_EXPORT_FMT", "ASC", "-ADD_HEADER", "-SEP", "COMMA",
+                 "-SAVE_CLOUDS", "FILE", out],
+                env=env, capture_output=True, text=True, timeout=120)
+        except FileNotFoundError:
+            print("cloudcompare is missing (scripts/install-deps.sh installs it)")
+            sys.exit(2)
+        if run.returncode != 0 or not os.path.exists(out):
+            fail(f"{path}: CloudCompare failed: {run.stdout[-2000:]}")
+        with open(out) as f:
+            header = f.readline().lstrip("/").strip().split(",")
+        rows = np.loadtxt(out, delimiter=",", skiprows=1, ndmin=2)
+    wanted = ["X", "Y", "Z", "R", "G", "B", "intensity", "range", "series", "pixel"]
+    if header != wanted:
+        fail(f"{path}: CloudCompare kept {header}, want {wanted}")
+    if len(rows) != len(want):
+        fail(f"{path}: CloudCompare read {len(rows)} points, want {len(want)}")
+    columns = {"X": "x", "Y": "y", "Z": "z", "R": "gray", "intensity": "intensity",
+               "range": "range", "series": "series", "pixel": "pixel"}
+    for name, field in columns.items():
+        got = rows[:, header.index(name)]
+        worst = np.abs(got - want[field].astype(np.float64)).max() if len(rows) else 0.0
+        # Coordinates and ranges as float32, the rest exact.
+        limit = 1e-5 * max(1.0, np.abs(want[field]).max()) if field in ("x", "y", "z", "range") else 0
+        if worst > limit:
+            fail(f"{path}: CloudCompare's {name} differs by up to {worst}")
+    return len(rows)
+
+
 def main():
     want = np.fromfile(sys.argv[1], dtype=RECORD)
     for arg in sys.argv[2:]:
         reader, path = arg.split(":", 1)
-        n = {"open3d": check_open3d, "numpy": check_numpy}[reader](path, want)
+        n = {"open3d": check_open3d, "numpy": check_numpy,
+             "cloudcompare": check_cloudcompare}[reader](path, want)
         print(f"{reader} {path}: {n} points ok")
 
 

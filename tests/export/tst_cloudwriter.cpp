@@ -150,6 +150,8 @@ private slots:
             pclConvert(ply ? "pcl_ply2pcd" : "pcl_pcd2ply", path, there, n);
             pclConvert(ply ? "pcl_pcd2ply" : "pcl_ply2pcd", there, back, n);
             checks << "open3d:" + path << "open3d:" + there << "open3d:" + back;
+            if (ply)
+                checks << "cloudcompare:" + path;
         }
         QString out;
         const QString script = QFINDTESTDATA("checkcloud.py");
