@@ -47,6 +47,7 @@ void CaptureIndex::wait()
 void CaptureIndex::run(std::string path, uint16_t port)
 {
     DatagramExtractor extractor({port, -1});
+    extractor.setStop(&stopping);
     if (!extractor.open(path)) {
         std::lock_guard<std::mutex> guard(lock);
         problem = extractor.error();
@@ -55,8 +56,7 @@ void CaptureIndex::run(std::string path, uint16_t port)
         UdpDatagram d;
         DatagramExtractor::Status s;
         uint64_t seen = 0;
-        while (!stopping.load(std::memory_order_relaxed) &&
-               (s = extractor.next(d)) == DatagramExtractor::Status::Datagram) {
+        while ((s = extractor.next(d)) == DatagramExtractor::Status::Datagram) {
             using strmsocket::WireFormat;
             if (WireFormat::beginsRawLine(d.data, d.length)) {
                 add(Entry{d.offset, d.timeNs});
@@ -68,7 +68,7 @@ void CaptureIndex::run(std::string path, uint16_t port)
                 done.store(std::min(1.0, double(extractor.position()) / size),
                            std::memory_order_relaxed);
         }
-        if (!stopping.load(std::memory_order_relaxed)) {
+        if (s != DatagramExtractor::Status::Stopped) {
             if (s == DatagramExtractor::Status::Error) {
                 std::lock_guard<std::mutex> guard(lock);
                 problem = extractor.error();

@@ -7,12 +7,14 @@
 
 namespace vxrec {
 
-bool CapturePorts::scan(const std::string& path, uint64_t maxBytes)
+bool CapturePorts::scan(const std::string& path, uint64_t maxBytes,
+                        const std::atomic<bool>* stop)
 {
     found.clear();
     cut = false;
     message.clear();
     DatagramExtractor extractor({0, -1, maxBytes});
+    extractor.setStop(stop);
     if (!extractor.open(path)) {
         message = extractor.error();
         return false;
@@ -25,11 +27,13 @@ bool CapturePorts::scan(const std::string& path, uint64_t maxBytes)
             ++lines[d.destinationPort];
     if (s == DatagramExtractor::Status::Error)
         message = extractor.error();
-    cut = extractor.limitReached();
+    else if (s == DatagramExtractor::Status::Stopped)
+        message = "the scan was stopped";
+    cut = extractor.limitReached() || s == DatagramExtractor::Status::Stopped;
     found.reserve(lines.size());
     for (const auto& [port, n] : lines)
         found.push_back(Port{port, n});
-    return true;
+    return s != DatagramExtractor::Status::Stopped;
 }
 
 uint16_t CapturePorts::choose(const std::vector<Port>& ports)

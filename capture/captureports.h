@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -34,8 +35,11 @@ public:
     // False when the file cannot be read at all (missing, unreadable, not a
     // capture, a link type that is not read), with the reason in error().
     // A file damaged after its start gives true, the lines before the
-    // damage (all that would play) and the reason in error().
-    bool scan(const std::string& path, uint64_t maxBytes = kScanBytes);
+    // damage (all that would play) and the reason in error(). Once `stop`
+    // is set (from any thread), the scan ends within a frame, with the
+    // counts so far, partial() and false.
+    bool scan(const std::string& path, uint64_t maxBytes = kScanBytes,
+              const std::atomic<bool>* stop = nullptr);
 
     // By port, ascending.
     const std::vector<Port>& ports() const { return found; }

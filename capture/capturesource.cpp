@@ -39,6 +39,7 @@ CaptureSource::shared(std::shared_ptr<CaptureSource> source)
 bool CaptureSource::restart(std::string& problem)
 {
     extractor = std::make_unique<DatagramExtractor>(DatagramExtractor::Filter{port, -1});
+    extractor->setStop(&interrupted);
     if (extractor->open(path))
         return true;
     problem = extractor->error();
@@ -66,10 +67,8 @@ void CaptureSource::playLines(uint64_t n)
 {
     std::lock_guard<std::mutex> guard(lock);
     linesLeft = n;
-    if (!state.playing) {
-        state.playing = true;
-        anchored = false; // the schedule goes on from now
-    }
+    state.playing = true;
+    reanchor(); // the schedule goes on from now
     changed.notify_all();
 }
 
@@ -85,7 +84,8 @@ void CaptureSource::seek(uint64_t offset, uint64_t line, uint64_t prelude)
     state.nextLine = line;
     state.ended = false;
     state.problem.clear();
-    anchored = false;
+    reanchor();
+    interrupted.store(true, std::memory_order_relaxed);
     changed.notify_all();
 }
 
@@ -100,7 +100,7 @@ void CaptureSource::setSpeed(double factor)
 {
     std::lock_guard<std::mutex> guard(lock);
     scheduler.setSpeed(factor, factor <= 0);
-    anchored = false;
+    reanchor();
     changed.notify_all();
 }
 
@@ -121,11 +121,13 @@ void CaptureSource::wake()
 {
     std::lock_guard<std::mutex> guard(lock);
     woken = true;
+    interrupted.store(true, std::memory_order_relaxed);
     changed.notify_all();
 }
 
 bool CaptureSource::fetch()
 {
+    cutShort = false;
     {
         std::unique_lock<std::mutex> guard(lock);
         if (seeking) {
@@ -135,6 +137,7 @@ bool CaptureSource::fetch()
             state.nextLine = seekLine;
             guard.unlock();
             havePending = false;
+            freshNext = true;
             resumeAt = prelude == kNoPrelude ? kNoPrelude : offset;
             const bool moved =
                 extractor && extractor->seek(prelude == kNoPrelude ? offset : prelude);
@@ -157,7 +160,11 @@ bool CaptureSource::fetch()
             resumeAt = kNoPrelude;
             s = extractor->seek(target) ? extractor->next(d) : DatagramExtractor::Status::Error;
             std::lock_guard<std::mutex> guard(lock);
-            anchored = false;
+            reanchor();
+        }
+        if (s == DatagramExtractor::Status::Stopped) {
+            cutShort = true; // on from here at the next call
+            return false;
         }
         if (s == DatagramExtractor::Status::Datagram) {
             pendingBytes.assign(d.data, d.data + d.length);
@@ -181,6 +188,7 @@ bool CaptureSource::fetch()
             if (reopened) {
                 ++state.passes;
                 state.nextLine = 0;
+                freshNext = true;
                 resumeAt = kNoPrelude;
                 anchored = false;
                 continue;
@@ -191,6 +199,12 @@ bool CaptureSource::fetch()
         exhausted = true;
     }
     return false;
+}
+
+void CaptureSource::reanchor()
+{
+    scheduler.restart();
+    anchored = false;
 }
 
 int64_t CaptureSource::dueNs()
@@ -211,7 +225,13 @@ int CaptureSource::wait(int timeoutMs, bool forData)
         std::unique_lock<std::mutex> guard(lock);
         if (woken) {
             woken = false;
+            interrupted.store(false, std::memory_order_relaxed);
             return 2;
+        }
+        if (cutShort) {
+            // A control cut the reading short: read on, with it applied.
+            interrupted.store(false, std::memory_order_relaxed);
+            continue;
         }
         auto until = deadline;
         if (have && state.playing) {
@@ -256,6 +276,8 @@ int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
     out.senderPort = pending.sourcePort;
     out.local = pending.destination;
     out.receivedNs = pending.timeNs;
+    out.fresh = freshNext;
+    freshNext = false;
     havePending = false;
     return 1;
 }

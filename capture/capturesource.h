@@ -3,6 +3,7 @@
 #include "capture/replayscheduler.h"
 #include "scanner/datagramsource.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -91,8 +92,12 @@ private:
     // pass when looping); false at the end or on a damaged file.
     bool fetch();
     // With `lock` held: when the pending datagram is due, on the scheduler's
-    // clock; re-anchors the schedule after a pause or a change of speed.
+    // clock; anchors the schedule anew after reanchor() or a new pass.
     int64_t dueNs();
+    // With `lock` held: the user acted (play, seek, speed): the pending
+    // datagram is due now and the schedule goes on from it, however long
+    // the capture waited before it (a pause of minutes in the recording).
+    void reanchor();
 
     const uint16_t port;
     std::string path;
@@ -102,6 +107,12 @@ private:
     std::vector<uint8_t> pendingBytes;
     bool havePending = false;
     bool exhausted = false;         // receive thread: the file gave all it has
+    bool cutShort = false;          // receive thread: the last fetch() was interrupted
+    bool freshNext = true;          // receive thread: the next datagram starts a place anew
+    // Set by wake() and the controls: a fetch() skipping other traffic stops
+    // between two frames, so that a stop, a seek or a control is never held
+    // up by the bytes still to skip.
+    std::atomic<bool> interrupted{false};
     uint64_t resumeAt = kNoPrelude; // receive thread: where the file goes on after a prelude
 
     mutable std::mutex lock; // guards what follows

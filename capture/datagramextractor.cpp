@@ -31,6 +31,8 @@ DatagramExtractor::Status DatagramExtractor::next(UdpDatagram& out)
         return Status::End;
     PcapReader::Frame frame;
     for (;;) {
+        if (stop && stop->load(std::memory_order_relaxed))
+            return Status::Stopped;
         const PcapReader::Status s = reader.next(frame);
         if (s != PcapReader::Status::Frame) {
             // What is still in pieces at the end will never be complete.

@@ -5,6 +5,7 @@
 #include "capture/skipcounters.h"
 #include "capture/udpdatagram.h"
 
+#include <atomic>
 #include <string>
 
 namespace vxrec {
@@ -32,6 +33,7 @@ public:
         Datagram, // `out` holds the next matching datagram
         End,      // the file ended cleanly
         Error,    // open failed, unsupported link type, or a damaged file
+        Stopped,  // the stop flag was set: next() goes on from here when called again
     };
 
     explicit DatagramExtractor(Filter filter);
@@ -41,6 +43,11 @@ public:
     bool open(const std::string& path);
     // `out.data` stays valid until the next call.
     Status next(UdpDatagram& out);
+    // next() looks at `flag` before each frame it reads, also while it skips
+    // frames of other traffic (gigabytes of it in a capture taken on a
+    // mirror port), and returns Stopped once it is set. Null: never stops.
+    // The flag is read from the extractor's thread, set from any.
+    void setStop(const std::atomic<bool>* flag) { stop = flag; }
     // Goes on at `offset`, a datagram's offset that next() gave before;
     // pieces of datagrams read so far are forgotten. False with error().
     bool seek(uint64_t offset);
@@ -62,6 +69,7 @@ private:
     LinkDecoder link{-1};
     SkipCounters skips;
     Ipv4Reassembler reassembler{skips};
+    const std::atomic<bool>* stop = nullptr;
     int64_t firstNs = 0;
     uint64_t lastOffset = 0;
     bool finished = false;

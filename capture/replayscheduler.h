@@ -7,8 +7,10 @@ namespace vxrec {
 // the capture's intervals divided by the speed, anchored at the first
 // datagram of each pass. The schedule is absolute, so a datagram that is
 // late (slow sending) goes out at once and the replay catches up instead of
-// drifting. A new pass (--loop) starts where the previous one ended; so does
-// the schedule after a pause or a change of speed.
+// drifting. A new pass (--loop) starts where the previous one ended. After
+// restart() (the user sought, played or changed the speed) the next pass
+// starts now, whatever was due before: a datagram that was minutes away
+// behind a pause in the capture does not hold up what the user asked for.
 //
 // Ownership: uses, does not own, the clock. Threads: one thread at a time.
 class ReplayScheduler
@@ -29,6 +31,9 @@ public:
 
     // The next pass begins with a datagram captured at `captureNs`.
     void beginPass(int64_t captureNs);
+    // The next beginPass anchors the schedule at the clock's now, not at the
+    // end of what was scheduled before.
+    void restart() { started = false; }
     // Another speed (or as fast as possible); takes effect with the next
     // beginPass, which anchors the schedule anew.
     void setSpeed(double newSpeed, bool asFastAsPossible);

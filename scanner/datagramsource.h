@@ -29,6 +29,10 @@ public:
         int64_t receivedNs = 0; // when it arrived (CLOCK_REALTIME); 0 when not known
         bool dropsKnown = false;
         uint32_t kernelDrops = 0; // datagrams the socket dropped so far (SO_RXQ_OVFL)
+        // The source started over with this datagram (a capture opened,
+        // sought, or played again from its start): what the datagrams before
+        // it set up (file headers, pieces of messages) does not hold here.
+        bool fresh = false;
     };
 
     virtual ~DatagramSource() = default;

@@ -169,6 +169,13 @@ private:
             if (source->receive(buffer.data(), buffer.size() - MessageAssembler::kTail, d) <= 0)
                 return; // drained; on errors, poll again
             clockMs = holdsBack ? uint64_t(d.receivedNs / 1000000) : monotonicMs();
+            if (d.fresh) {
+                // Another place of the stream: nothing of the old one is
+                // joined to it, nor decoded with its headers. (A source that
+                // holds back is only read with nothing waiting in the backlog.)
+                assembler.clear();
+                guarded([&] { stream.OnSourceRestarted(); });
+            }
             if (d.dropsKnown)
                 st.kernelDrops.store(d.kernelDrops, std::memory_order_relaxed);
             UDPLinedataStream::Counters::inc(st.datagrams);
@@ -545,6 +552,12 @@ void UDPLinedataStream::OnRawLine(const VxStreamDeviceInfo&, const char*, const 
 }
 
 void UDPLinedataStream::OnMessagesLost(int) {}
+
+void UDPLinedataStream::OnSourceRestarted()
+{
+    headers.clear();
+    ++headerGeneration;
+}
 
 VxSHeader* UDPLinedataStream::StoredHeader(unsigned device)
 {

@@ -88,6 +88,12 @@ public:
                            const LineRawInfo& info, const char* data, int count);
     // Incomplete messages were given up (evicted or timed out).
     virtual void OnMessagesLost(int count);
+    // The source started over (DatagramSource::Datagram::fresh: a capture
+    // sought or played again from its start). The default forgets the
+    // stored file headers, so that the lines from there on are decoded with
+    // the description in force there, as when the stream is played from its
+    // start up to them; an override calls it.
+    virtual void OnSourceRestarted();
 
     // While set, raw lines are received and discarded (counted), not
     // delivered or queued; file headers are still applied.

@@ -74,6 +74,16 @@ void MyVxLinedataStream::stop()
 
 void MyVxLinedataStream::OnMessagesLost(int) {}
 
+void MyVxLinedataStream::OnSourceRestarted()
+{
+    QMutexLocker locker(&mutex);
+    VxLinedataStream::OnSourceRestarted();
+    std::lock_guard<std::mutex> tableGuard(DeviceTransform::tableLock());
+    for (unsigned d = 0; d < DeviceTransform::kDevices; ++d)
+        if (DeviceTransform::entry(d).receiver == this)
+            DeviceTransform::entry(d) = DeviceTransform();
+}
+
 void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
                                    const strmsocket::LineRawInfo& info, const char* data, int count)
 {

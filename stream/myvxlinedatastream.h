@@ -60,6 +60,9 @@ public:
     void OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
                    const strmsocket::LineRawInfo& info, const char* data, int count) override;
     void OnMessagesLost(int count) override;
+    // Forgets the file headers and puts the device transforms this receiver
+    // wrote back to their start state.
+    void OnSourceRestarted() override;
 
     // Raw lines seen (good or bad).
     uint32_t frames() const { return frame.load(std::memory_order_relaxed); }

@@ -3,9 +3,11 @@
 // the capture's pace, pause, loop, and files that are cut or no capture;
 // the index of its lines, and seeking and stepping by it.
 #include "tests/capture/capturebuilder.h"
+#include "tests/capture/seriestaker.h"
 #include "tests/check.h"
 
 #include "capture/captureindex.h"
+#include "capture/captureports.h"
 #include "capture/capturesource.h"
 #include "scanner/vxlinedatastream.h"
 #include "scanner/wireencoder.h"
@@ -14,6 +16,8 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -26,42 +30,7 @@ namespace {
 constexpr int kLines = 60;
 constexpr int64_t kStepNs = 5000000; // 5 ms between lines in the capture
 
-// Takes lines only while `ready`; remembers their series numbers.
-class Taker : public VxLinedataStream
-{
-public:
-    ~Taker() override { Disconnect(true); }
-    void OnRawLine(const strmsocket::VxStreamDeviceInfo&, const char* packet,
-                   const strmsocket::LineRawInfo&, const char*, int) override
-    {
-        uint32_t serie = 0;
-        std::memcpy(&serie, packet + 4, sizeof serie);
-        std::lock_guard<std::mutex> guard(lock);
-        series.push_back(serie);
-    }
-    bool ReadyForMessage() override { return ready.load(); }
-    void setReady(bool on)
-    {
-        ready = on;
-        if (on)
-            ResumeDelivery();
-    }
-    std::size_t count()
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        return series.size();
-    }
-    std::vector<uint32_t> taken()
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        return series;
-    }
-
-private:
-    std::atomic<bool> ready{true};
-    std::mutex lock;
-    std::vector<uint32_t> series;
-};
+using Taker = SeriesTaker;
 
 // kLines raw lines to port 6101 over Ethernet, every third one in several
 // datagrams, every fourth one's first datagram in IP fragments, with a
@@ -252,10 +221,333 @@ void playback()
     }
 }
 
+// 20 one-datagram lines to port 6101, 5 ms apart, with a pause of three
+// minutes after line 9 (the scanner stopped, the vehicle waited).
+std::string makePausedCapture(const std::string& name)
+{
+    B b(false, true, 1);
+    const int64_t t0 = 1700000000LL * 1000000000;
+    for (uint32_t n = 0; n < 20; ++n) {
+        const WireEncoder::RawLine h{n, 1, 2, 0, 2, 0, 0, 0, 8, 125};
+        const std::vector<char> body(1000, char(n));
+        const auto m = WireEncoder::rawLine(h, body.data(), body.size());
+        const auto piece = WireEncoder::fragment(n, m.data(), m.size(), 60000).front();
+        const int64_t at = t0 + n * kStepNs + (n >= 10 ? 180LL * 1000000000 : 0);
+        b.add(at, B::link(1, 0x0800, B::ipv4(B::udp(6101, B::Bytes(piece.begin(), piece.end())))));
+    }
+    const std::string path = vxtest::tempPath(name);
+    B::save(path, b.bytes());
+    return path;
+}
+
+// Milliseconds until `done`, at most `ms`.
+template <typename F> int64_t msUntil(F done, int ms = 2000)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    waitFor(done, ms);
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                                 begin)
+        .count();
+}
+
+// While the playback waits out a pause of minutes in the capture, what the
+// user does acts at once, and the playback goes on from there at its pace.
+void pauses()
+{
+    const std::string path = makePausedCapture("paused.pcap");
+    CaptureIndex index;
+    index.start(path, 6101);
+    index.wait();
+    if (!CHECK(index.lines() == 20))
+        return;
+    const auto atPause = [&](Player& p) {
+        return p.start(path, 1.0) && CHECK(waitFor([&] { return p.taker.count() == 10; })) &&
+               CHECK(p.taker.count() == 10);
+    };
+    struct Row
+    {
+        const char* name;
+        std::function<void(CaptureSource&)> act;
+        std::vector<uint32_t> then; // the lines that follow at once
+    };
+    const std::vector<Row> rows = {
+        {"a jump back plays its line at once",
+         [&](CaptureSource& s) {
+             s.seek(index.entry(3).offset, 3);
+             s.playLines(1);
+         },
+         {3}},
+        {"a jump over the pause plays its line at once",
+         [&](CaptureSource& s) {
+             s.seek(index.entry(15).offset, 15);
+             s.playLines(1);
+         },
+         {15}},
+        {"as fast as possible goes on at once", [](CaptureSource& s) { s.setSpeed(0); },
+         {10, 11, 12, 13, 14, 15, 16, 17, 18, 19}},
+        {"another speed goes on from the next line",
+         [](CaptureSource& s) { s.setSpeed(2.0); },
+         {10, 11, 12, 13, 14, 15, 16, 17, 18, 19}},
+        {"pause and play go on from the next line",
+         [](CaptureSource& s) {
+             s.pause();
+             s.play();
+         },
+         {10, 11, 12, 13, 14, 15, 16, 17, 18, 19}},
+        {"a step goes on with the next line", [](CaptureSource& s) { s.playLines(1); }, {10}},
+    };
+    for (const Row& row : rows) {
+        vxtest::row = row.name;
+        Player p;
+        if (!atPause(p))
+            continue;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // waiting in the pause
+        row.act(*p.source);
+        // The first line at once, not after minutes (bench_playback measures
+        // how soon on a quiet machine); the others then at the capture's pace.
+        CHECK(msUntil([&] { return p.taker.count() > 10; }) < 1000);
+        CHECK(waitFor([&] { return p.taker.count() == 10 + row.then.size(); }));
+        const auto taken = p.taker.taken();
+        CHECK(std::vector<uint32_t>(taken.begin() + 10, taken.end()) == row.then);
+    }
+
+    vxtest::row = "after a jump into the pause, play goes on at the capture's pace";
+    {
+        Player p;
+        if (atPause(p)) {
+            p.source->seek(index.entry(12).offset, 12);
+            const auto begin = std::chrono::steady_clock::now();
+            CHECK(waitFor([&] { return p.taker.count() == 18; }));
+            // Lines 12..19 are 7 steps apart: never sooner, and not minutes.
+            const auto took = std::chrono::steady_clock::now() - begin;
+            CHECK(took >= std::chrono::nanoseconds(7 * kStepNs));
+            CHECK(took < std::chrono::milliseconds(1000));
+        }
+    }
+}
+
+// A line to port 6101, `frames` small TCP frames of other traffic (a
+// capture taken on a mirror port), another line. Written frame by frame.
+std::string makeBusyCapture(const std::string& name, int frames)
+{
+    const int64_t t0 = 1700000000LL * 1000000000;
+    const auto line = [](uint32_t n) {
+        const WireEncoder::RawLine h{n, 1, 2, 0, 2, 0, 0, 0, 8, 125};
+        const std::vector<char> body(1000, char(n));
+        const auto m = WireEncoder::rawLine(h, body.data(), body.size());
+        const auto piece = WireEncoder::fragment(n, m.data(), m.size(), 60000).front();
+        return B::link(1, 0x0800, B::ipv4(B::udp(6101, B::Bytes(piece.begin(), piece.end()))));
+    };
+    B first(false, true, 1);
+    first.add(t0, line(0));
+    const std::string path = vxtest::tempPath(name);
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(first.bytes().data()),
+              std::streamsize(first.bytes().size()));
+    const B::Bytes tcp = B::link(1, 0x0800, B::ipv4(B::Bytes(20, 0), 6));
+    const B::Bytes record = B::fields(false, "4444", {1700000000, 1000, uint32_t(tcp.size()),
+                                                      uint32_t(tcp.size())}, tcp);
+    for (int i = 0; i < frames; ++i)
+        out.write(reinterpret_cast<const char*>(record.data()), std::streamsize(record.size()));
+    B last(false, true, 1);
+    last.add(t0 + kStepNs, line(1));
+    out.write(reinterpret_cast<const char*>(last.bytes().data()) + 24,
+              std::streamsize(last.bytes().size() - 24));
+    return path;
+}
+
+// Closing, cancelling and seeking answer at once while the reader skips
+// other traffic, however much of it there is.
+void otherTraffic()
+{
+    constexpr int kFrames = 3000000; // 180 MB
+    const std::string path = makeBusyCapture("busy.pcap", kFrames);
+    using Clock = std::chrono::steady_clock;
+    const auto ms = [](Clock::time_point since) {
+        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - since).count();
+    };
+
+    vxtest::row = "the reader itself takes long enough to skip the other traffic";
+    int64_t skipMs = 0;
+    {
+        CaptureIndex index;
+        const auto begin = Clock::now();
+        index.start(path, 6101);
+        index.wait();
+        skipMs = ms(begin);
+        CHECK(index.finished() && index.lines() == 2);
+    }
+    // A stop answers in a small part of the time the whole skip takes (the
+    // skip itself took 0.3 s on a quiet machine, 14 s on a loaded one).
+    const auto soon = [&](int64_t took) { return took < std::min<int64_t>(skipMs / 4, 1000); };
+
+    vxtest::row = "cancelling the index while it skips";
+    {
+        CaptureIndex index;
+        index.start(path, 6101);
+        waitFor([&] { return index.lines() == 1; });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        const auto begin = Clock::now();
+        index.cancel();
+        index.wait();
+        CHECK(soon(ms(begin)));
+        CHECK(index.lines() == 1 && !index.finished());
+    }
+
+    vxtest::row = "closing the playback while it skips";
+    {
+        Player p;
+        if (p.start(path, 0)) {
+            CHECK(waitFor([&] { return p.taker.count() == 1; }));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            const auto begin = Clock::now();
+            p.taker.Disconnect(true);
+            CHECK(soon(ms(begin)));
+        }
+    }
+
+    vxtest::row = "a seek while the playback skips plays its line at once";
+    {
+        CaptureIndex index;
+        index.start(path, 6101);
+        index.wait();
+        Player p;
+        if (index.lines() == 2 && p.start(path, 0)) {
+            CHECK(waitFor([&] { return p.taker.count() == 1; }));
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            const auto begin = Clock::now();
+            p.source->seek(index.entry(0).offset, 0);
+            p.source->playLines(1);
+            CHECK(waitFor([&] { return p.taker.count() == 2; }));
+            CHECK(soon(ms(begin)));
+            CHECK(p.taker.taken() == std::vector<uint32_t>({0, 0}));
+        }
+    }
+
+    vxtest::row = "the port count stops when asked";
+    {
+        std::atomic<bool> stop{false};
+        std::thread stopper([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            stop = true;
+        });
+        CapturePorts ports;
+        const auto begin = Clock::now();
+        const bool read = ports.scan(path, UINT64_MAX, &stop);
+        CHECK(soon(ms(begin)));
+        stopper.join();
+        CHECK(!read && ports.partial() && !ports.error().empty());
+    }
+    std::filesystem::remove(path);
+}
+
+// Notes, per line taken, the angle increment (key 101) of the device's file
+// header in force, or 0 without a header.
+class HeaderTaker : public Taker
+{
+public:
+    ~HeaderTaker() override { Disconnect(true); }
+    void OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
+                   const strmsocket::LineRawInfo& info, const char* data, int count) override
+    {
+        const VxSHeader* h = GetVxSHeader(device.device);
+        {
+            std::lock_guard<std::mutex> guard(lock);
+            increments.push_back(h ? h->GetDouble(101, 0.0) : 0.0);
+        }
+        Taker::OnRawLine(device, packet, info, data, count);
+    }
+    std::vector<double> seen()
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        return increments;
+    }
+
+private:
+    std::mutex lock;
+    std::vector<double> increments;
+};
+
+// After a jump, and on every pass of a loop, each line is decoded with the
+// file header that playing the capture from its start has in force there.
+void headersAfterJumps()
+{
+    // Lines 0..3 before any header, a header (increment 0.5) before line 4,
+    // another (0.25) before line 8; lines 0..11.
+    B b(false, true, 1);
+    const int64_t t0 = 1700000000LL * 1000000000;
+    const auto put = [&](int64_t at, const std::vector<char>& message, uint32_t number) {
+        const auto piece = WireEncoder::fragment(number, message.data(), message.size(), 60000);
+        b.add(at, B::link(1, 0x0800,
+                          B::ipv4(B::udp(6101, B::Bytes(piece[0].begin(), piece[0].end())))));
+    };
+    for (uint32_t n = 0; n < 12; ++n) {
+        if (n == 4 || n == 8)
+            put(t0 + n * kStepNs - 1, WireEncoder::fileHeader(0, "device", {{101, n == 4 ? 0.5 : 0.25}}),
+                1000 + n);
+        const WireEncoder::RawLine h{n, 1, 2, 0, 2, 0, 0, 0, 8, 125};
+        const std::vector<char> body(1000, char(n));
+        put(t0 + n * kStepNs, WireEncoder::rawLine(h, body.data(), body.size()), n);
+    }
+    const std::string path = vxtest::tempPath("headers.pcap");
+    B::save(path, b.bytes());
+    const auto expected = [](uint32_t line) { return line < 4 ? 0.0 : line < 8 ? 0.5 : 0.25; };
+    CaptureIndex index;
+    index.start(path, 6101);
+    index.wait();
+    if (!CHECK(index.lines() == 12))
+        return;
+
+    vxtest::row = "a jump back before the first header, one between, one on";
+    {
+        auto s = std::make_unique<CaptureSource>(6101);
+        CaptureSource* source = s.get();
+        HeaderTaker taker;
+        if (CHECK(source->open(path))) {
+            source->setSpeed(0);
+            CHECK(taker.Connect(std::move(s)));
+            CHECK(waitFor([&] { return taker.count() == 12; }));
+            std::vector<uint32_t> lines = upTo(12);
+            for (uint32_t k : {2u, 6u, 1u, 10u, 0u}) {
+                uint64_t prelude = CaptureSource::kNoPrelude;
+                index.headerBefore(k, prelude);
+                source->seek(index.entry(k).offset, k, prelude);
+                source->playLines(1);
+                lines.push_back(k);
+                CHECK(waitFor([&] { return taker.count() == lines.size(); }));
+            }
+            CHECK(taker.taken() == lines);
+            const std::vector<double> seen = taker.seen();
+            for (std::size_t i = 0; i < seen.size() && i < lines.size(); ++i)
+                CHECK(seen[i] == expected(lines[i]));
+        }
+    }
+
+    vxtest::row = "every pass of a loop";
+    {
+        auto s = std::make_unique<CaptureSource>(6101);
+        CaptureSource* source = s.get();
+        HeaderTaker taker;
+        if (CHECK(source->open(path))) {
+            source->setSpeed(0);
+            source->setLoop(true);
+            CHECK(taker.Connect(std::move(s)));
+            CHECK(waitFor([&] { return taker.count() >= 30; }));
+            source->pause();
+            const std::vector<double> seen = taker.seen();
+            for (std::size_t i = 0; i < 30; ++i)
+                CHECK(seen[i] == expected(uint32_t(i % 12)));
+        }
+    }
+}
+
 } // namespace
 
 int main()
 {
     playback();
+    pauses();
+    otherTraffic();
+    headersAfterJumps();
     return vxtest::result("tst_capturesource");
 }
