@@ -51,6 +51,22 @@ public:
         resolveXYZ0(device, x, y, z);
     }
 
+    // Calls point(i, range, x, y, z) for the pixels 0 .. pixel-1 of the line
+    // being delivered, in order: the range in metres as `px` decodes it,
+    // the coordinates from Set and XYZ0. The one way a line becomes points,
+    // for the viewer's receiver and the measuring tool alike, so that both
+    // give the same numbers for the same line.
+    template <class Point>
+    void ForEachPoint(unsigned device, const vxs::RawPixel& px, int pixel, Point&& point)
+    {
+        for (int i = 0; i < pixel; ++i) {
+            double x = 0.0, y = 0.0, z = 0.0;
+            Set(device, i);
+            XYZ0(device, x, y, z);
+            point(i, px.range(i) * 0.001, x, y, z);
+        }
+    }
+
     // Devices whose geometry is cached at once; beyond, the cache starts over.
     static constexpr std::size_t kMaxGeometries = 64;
 
