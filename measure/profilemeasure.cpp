@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace vxmeasure {
 
@@ -40,19 +43,20 @@ const ProfileMeasure::Result& ProfileMeasure::measure(const ProfilePoints& point
     }
     // One pass: the region's points, their extremes and the sums of the
     // fitted line, taken about the first point for accuracy.
+    std::size_t first = 0;
+    while (first < n && !(py[first] >= lo && py[first] <= hi))
+        ++first;
+    if (first == n)
+        return result;
     std::size_t m = 0;
     double zMin = HUGE_VAL, zMax = -HUGE_VAL;
-    double y0r = 0.0, z0r = 0.0;
+    const double y0r = py[first], z0r = pz[first];
     double sy = 0.0, sz = 0.0, syy = 0.0, syz = 0.0, szz = 0.0;
-    for (std::size_t i = 0; i < n; ++i) {
+    for (std::size_t i = first; i < n; ++i) {
         const double y = py[i];
         if (!(y >= lo && y <= hi))
             continue;
         const double z = pz[i];
-        if (m == 0) {
-            y0r = y;
-            z0r = z;
-        }
         ry[m] = y;
         ru[m] = up * z;
         ++m;
@@ -121,44 +125,77 @@ void ProfileMeasure::levels(std::size_t k, double window, double& low, double& h
 {
     const std::size_t m = result.count;
     // The k lowest and the k highest values, each kept sorted, found in one
-    // pass: most values pass by after one comparison each.
+    // pass: the first k sorted, then most values pass by after one
+    // comparison with each array's last.
     double lows[kLevelRankMax], highs[kLevelRankMax];
-    std::size_t nl = 0, nh = 0;
-    for (std::size_t i = 0; i < m; ++i) {
+    for (std::size_t i = 0; i < k; ++i)
+        lows[i] = highs[i] = ru[i];
+    std::sort(lows, lows + k);
+    std::sort(highs, highs + k, [](double a, double b) { return a > b; });
+    double lowK = lows[k - 1], highK = highs[k - 1];
+    for (std::size_t i = k; i < m; ++i) {
         const double v = ru[i];
-        if (nl < k || v < lows[nl - 1]) {
-            std::size_t j = nl < k ? nl++ : nl - 1;
+        if (v < lowK) {
+            std::size_t j = k - 1;
             for (; j > 0 && lows[j - 1] > v; --j)
                 lows[j] = lows[j - 1];
             lows[j] = v;
+            lowK = lows[k - 1];
         }
-        if (nh < k || v > highs[nh - 1]) {
-            std::size_t j = nh < k ? nh++ : nh - 1;
+        if (v > highK) {
+            std::size_t j = k - 1;
             for (; j > 0 && highs[j - 1] < v; --j)
                 highs[j] = highs[j - 1];
             highs[j] = v;
+            highK = highs[k - 1];
         }
     }
-    low = lows[nl - 1];
-    high = highs[nh - 1];
+    low = lowK;
+    high = highK;
     // Twice: each seed lies in the tail of its surface's noise, the first
     // mean near its middle, the second on it.
+    // Sums of the offsets from the seeds, compared in squares against the
+    // window: without branches (noise crosses the windows' edges at random),
+    // two points at a time where the processor allows.
+    const double w2 = window * window;
     for (int pass = 0; pass < 2; ++pass) {
-        double lowSum = 0.0, highSum = 0.0;
-        std::size_t lowCount = 0, highCount = 0;
-        for (std::size_t i = 0; i < m; ++i) {
-            const double v = ru[i];
-            // Without branches: noise crosses the windows' edges at random.
-            const bool inLow = std::fabs(v - low) <= window;
-            const bool inHigh = std::fabs(v - high) <= window;
-            lowSum += inLow ? v : 0.0;
-            lowCount += inLow;
-            highSum += inHigh ? v : 0.0;
-            highCount += inHigh;
+        double lowSum = 0.0, highSum = 0.0, lowCount = 0.0, highCount = 0.0;
+        std::size_t i = 0;
+#ifdef __SSE2__
+        const __m128d vl = _mm_set1_pd(low), vh = _mm_set1_pd(high), vw = _mm_set1_pd(w2);
+        const __m128d one = _mm_set1_pd(1.0);
+        __m128d sl = _mm_setzero_pd(), sh = sl, cl = sl, ch = sl;
+        for (; i + 2 <= m; i += 2) {
+            const __m128d v = _mm_loadu_pd(&ru[i]);
+            const __m128d dl = _mm_sub_pd(v, vl), dh = _mm_sub_pd(v, vh);
+            const __m128d inLow = _mm_cmple_pd(_mm_mul_pd(dl, dl), vw);
+            const __m128d inHigh = _mm_cmple_pd(_mm_mul_pd(dh, dh), vw);
+            sl = _mm_add_pd(sl, _mm_and_pd(inLow, dl));
+            cl = _mm_add_pd(cl, _mm_and_pd(inLow, one));
+            sh = _mm_add_pd(sh, _mm_and_pd(inHigh, dh));
+            ch = _mm_add_pd(ch, _mm_and_pd(inHigh, one));
+        }
+        double lanes[2];
+        _mm_storeu_pd(lanes, sl);
+        lowSum = lanes[0] + lanes[1];
+        _mm_storeu_pd(lanes, cl);
+        lowCount = lanes[0] + lanes[1];
+        _mm_storeu_pd(lanes, sh);
+        highSum = lanes[0] + lanes[1];
+        _mm_storeu_pd(lanes, ch);
+        highCount = lanes[0] + lanes[1];
+#endif
+        for (; i < m; ++i) {
+            const double dl = ru[i] - low, dh = ru[i] - high;
+            const bool inLow = dl * dl <= w2, inHigh = dh * dh <= w2;
+            lowSum += inLow ? dl : 0.0;
+            lowCount += inLow ? 1.0 : 0.0;
+            highSum += inHigh ? dh : 0.0;
+            highCount += inHigh ? 1.0 : 0.0;
         }
         // Never empty: a seed lies in its own window, and a mean within it.
-        low = lowCount ? lowSum / double(lowCount) : low;
-        high = highCount ? highSum / double(highCount) : high;
+        low += lowCount > 0 ? lowSum / lowCount : 0.0;
+        high += highCount > 0 ? highSum / highCount : 0.0;
     }
 }
 
@@ -204,13 +241,16 @@ double ProfileMeasure::areaAboveBase(double base) const
     // Across a gap the hidden stretch lies at the farther of its two ends
     // from the scanner (larger z): a shadow falls behind a raised edge, and
     // into a groove behind its rim.
-    const bool raised = settings.polarity == Polarity::Raised;
+    // In "up" terms the farther end is the lower one when raised, the
+    // higher one when sunk: |a - b| / 2 off their middle.
+    const double side = settings.polarity == Polarity::Raised ? -0.5 : 0.5;
+    const double gap2 = gap * gap;
     double sum = 0.0;
     for (std::size_t i = 1; i < m; ++i) {
         const double dy = ry[i] - ry[i - 1];
         const double a = ru[i - 1] - base, b = ru[i] - base;
-        const double across = raised ? std::min(a, b) : std::max(a, b);
-        sum += (std::fabs(dy) > gap ? across : (a + b) / 2) * dy;
+        const double middle = (a + b) / 2;
+        sum += (dy * dy > gap2 ? middle + side * std::fabs(a - b) : middle) * dy;
     }
     return ry[m - 1] >= ry[0] ? sum : -sum;
 }
