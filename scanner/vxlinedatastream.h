@@ -38,23 +38,53 @@ public:
     // every further call for that device is a table look-up.
     void XYZ0(unsigned device, double& x, double& y, double& z)
     {
-        const auto i = static_cast<unsigned>(selected);
-        if (preparedSin && device == preparedDevice && i < static_cast<unsigned>(currentCount)) {
-            const double r = current.range(selected) * 0.001;
-            x = 0.0;
-            y = r * preparedSin[i];
-            z = r * preparedCos[i];
-            if (preparedMatrix)
-                preparedMatrix->Apply(x, y, z);
-            return;
+        double r = 0.0;
+        if (!preparedXYZ(device, r, x, y, z))
+            resolveXYZ0(device, x, y, z);
+    }
+
+    // Calls point(i, range, x, y, z) for the pixels 0 .. pixel-1 of the line
+    // being delivered, in order: the range in metres as `px` decodes it,
+    // the coordinates from Set and XYZ0. The one way a line becomes points,
+    // for the viewer's receiver and the measuring tool alike, so that both
+    // give the same numbers for the same line. Once XYZ0 has prepared the
+    // line's table, the range it decodes is taken as the point's: `px`
+    // describes the same bytes of the line being delivered, so the two are
+    // equal, and each pixel is decoded once.
+    template <class Point>
+    void ForEachPoint(unsigned device, const vxs::RawPixel& px, int pixel, Point&& point)
+    {
+        for (int i = 0; i < pixel; ++i) {
+            double r = 0.0, x = 0.0, y = 0.0, z = 0.0;
+            Set(device, i);
+            if (!preparedXYZ(device, r, x, y, z)) {
+                resolveXYZ0(device, x, y, z);
+                r = px.range(i) * 0.001;
+            }
+            point(i, r, x, y, z);
         }
-        resolveXYZ0(device, x, y, z);
     }
 
     // Devices whose geometry is cached at once; beyond, the cache starts over.
     static constexpr std::size_t kMaxGeometries = 64;
 
 private:
+    // XYZ0 by the prepared table of the current line, with the range (in
+    // metres) it decoded; false when no table is prepared for `device` and
+    // the selected pixel.
+    bool preparedXYZ(unsigned device, double& r, double& x, double& y, double& z) const
+    {
+        const auto i = static_cast<unsigned>(selected);
+        if (!preparedSin || device != preparedDevice || i >= static_cast<unsigned>(currentCount))
+            return false;
+        r = current.range(selected) * 0.001;
+        x = 0.0;
+        y = r * preparedSin[i];
+        z = r * preparedCos[i];
+        if (preparedMatrix)
+            preparedMatrix->Apply(x, y, z);
+        return true;
+    }
     struct Geometry;
     Geometry& geometryOf(unsigned device);
     void refresh(Geometry& g, unsigned device);

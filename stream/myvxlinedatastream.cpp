@@ -176,20 +176,17 @@ LineType MyVxLinedataStream::buildLine(const strmsocket::VxStreamDeviceInfo& dev
     const vxs::RawPixel px = format.pixels();
     line.points.resize(static_cast<std::size_t>(pixel));
     vxs::VxPt* points = line.points.data();
-    for (int i = 0; i < pixel; ++i) {
+    ForEachPoint(device.device, px, pixel, [&](int i, double range, double x, double y, double z) {
         vxs::VxPt& pt = points[i];
         pt.raw.assign(px.pixel(i), static_cast<std::size_t>(bpp));
         pt.intensity = px.intensity(i);
-        pt.range = px.range(i) * 0.001;
-        double x = 0.0, y = 0.0, z = 0.0;
-        Set(device.device, i);
-        XYZ0(device.device, x, y, z);
+        pt.range = range;
         pt.x = x;
         pt.y = y;
         pt.z = z;
         pt.valid = 1;
         pt.reject = 0;
-    }
+    });
 
     // Statistics over the records actually copied (the announced pixel count
     // and the delivered count agree for every line the library hands out).

@@ -1,7 +1,7 @@
 #pragma once
 #include "scanner/rawlineparser.h"
 #include "scanner/vxlinedatastream.h"
-#include "stream/lineformat.h"
+#include "scanner/lineformat.h"
 #include "stream/linequeue.h"
 
 #include <QMutex>

@@ -8,7 +8,7 @@
 #include "scanner/wireencoder.h"
 #include "stream/devicetransform.h"
 #include "stream/globallineparser.h"
-#include "stream/lineformat.h"
+#include "scanner/lineformat.h"
 #include "stream/myvxlinedatastream.h"
 #include "stream/streamdatacontroller.h"
 

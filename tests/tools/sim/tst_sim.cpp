@@ -4,7 +4,7 @@
 #include "scanner/lineheader.h"
 #include "simargs.h"
 #include "stream/globallineparser.h"
-#include "stream/lineformat.h"
+#include "scanner/lineformat.h"
 #include "tools/sim/linecomposer.h"
 
 #include <QtTest>

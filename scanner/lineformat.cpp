@@ -1,4 +1,4 @@
-#include "stream/lineformat.h"
+#include "scanner/lineformat.h"
 
 namespace vxlindral {
 
