@@ -904,7 +904,7 @@ QString MainWindow::exportStart(const SettingsKeys::Key<QString>& key, const QSt
     // extension): the next export overwrites it only when asked; else a
     // fresh name, never another kind's.
     const QString suffix = QFileInfo(fresh).suffix();
-    const bool sameKind = !info.isDir() && !info.fileName().isEmpty() &&
+    const bool sameKind = !info.isDir() && !info.fileName().isEmpty() && info.dir().exists() &&
                           info.suffix().compare(suffix, Qt::CaseInsensitive) == 0;
     return folder.filePath(sameKind ? info.fileName() : fresh);
 }
