@@ -319,9 +319,14 @@ QString CapturePlayback::placeText() const
     QString total = StreamHealthLabel::grouped(p.lines);
     if (!p.linesFinal)
         total += QLatin1Char('+');
-    return tr("%1: %2 / %3, line %4 of %5")
-        .arg(fileName(), TransportBar::timeText(p.ms), TransportBar::timeText(p.durationMs),
-             StreamHealthLabel::grouped(p.line), total);
+    QString text = tr("%1: %2 / %3, line %4 of %5")
+                       .arg(fileName(), TransportBar::timeText(p.ms),
+                            TransportBar::timeText(p.durationMs),
+                            StreamHealthLabel::grouped(p.line), total);
+    // Lines with pieces missing are in no count: the text says how many.
+    if (const uint64_t incomplete = lineIndex.incomplete())
+        text += tr(" (%1 incomplete left out)").arg(StreamHealthLabel::grouped(incomplete));
+    return text;
 }
 
 } // namespace vxlindral

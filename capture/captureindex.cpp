@@ -1,7 +1,7 @@
 #include "capture/captureindex.h"
 
 #include "capture/datagramextractor.h"
-#include "scanner/wireformat.h"
+#include "capture/linecounter.h"
 
 #include <algorithm>
 #include <cstring>
@@ -26,6 +26,7 @@ void CaptureIndex::start(const std::string& path, uint16_t port)
         headers.clear();
     }
     count.store(0);
+    lost.store(0);
     done.store(0.0);
     stopping.store(false);
     complete.store(false);
@@ -56,14 +57,17 @@ void CaptureIndex::run(std::string path, uint16_t port)
         UdpDatagram d;
         DatagramExtractor::Status s;
         uint64_t seen = 0;
+        LineCounter counter;
         while ((s = extractor.next(d)) == DatagramExtractor::Status::Datagram) {
-            using strmsocket::WireFormat;
-            if (WireFormat::beginsRawLine(d.data, d.length)) {
-                add(Entry{d.offset, d.timeNs});
-            } else if (WireFormat::beginsMessage(d.data, d.length, WireFormat::kFileHeader)) {
+            const LineCounter::Result r = counter.feed(d);
+            if (r.completed == LineCounter::Completed::Line) {
+                add(Entry{r.firstOffset, r.firstNs});
+            } else if (r.completed == LineCounter::Completed::FileHeader) {
                 std::lock_guard<std::mutex> guard(lock);
-                headers.emplace_back(d.offset, count.load(std::memory_order_relaxed));
+                headers.emplace_back(r.firstOffset, count.load(std::memory_order_relaxed));
             }
+            if (counter.incompleteMessages() != lost.load(std::memory_order_relaxed))
+                lost.store(counter.incompleteMessages(), std::memory_order_relaxed);
             if ((++seen & 255) == 0)
                 done.store(std::min(1.0, double(extractor.position()) / size),
                            std::memory_order_relaxed);
@@ -73,6 +77,8 @@ void CaptureIndex::run(std::string path, uint16_t port)
                 std::lock_guard<std::mutex> guard(lock);
                 problem = extractor.error();
             } else {
+                // What still waits for pieces at the end never completes.
+                lost.store(counter.incompleteMessages(true), std::memory_order_relaxed);
                 done.store(1.0, std::memory_order_relaxed);
                 complete.store(true, std::memory_order_release);
             }

@@ -15,9 +15,12 @@ namespace vxrec {
 // was captured. Seeking to a line is then one file positioning away, and the
 // position of the playback can be shown as "line n of m".
 //
-// A line is a datagram that begins a message of the raw-line kind (fragment
-// offset 0); a line whose other pieces are missing is still counted here,
-// though the receiver will give it up. The file is read once, front to back,
+// A line is a raw-line message that arrives whole, reassembled as the
+// receiver does it when the capture is played (LineCounter): a line whose
+// pieces are missing is no line for the receiver, so it is none here either,
+// only counted as incomplete. Line n is thus the same line whether it is
+// played to or jumped to. An entry points at the line's first datagram in
+// the file. The file is read once, front to back,
 // never held in memory; an entry takes 16 bytes. The entries found so far
 // can be read while the worker runs.
 //
@@ -54,6 +57,8 @@ public:
     // device's description, which the lines after it are decoded with);
     // false when no header precedes that line.
     bool headerBefore(std::size_t line, uint64_t& offset) const;
+    // Messages found incomplete so far (lines with pieces missing, mostly).
+    uint64_t incomplete() const { return lost.load(std::memory_order_relaxed); }
     // The fraction of the file read, 0 .. 1.
     double progress() const { return done.load(std::memory_order_relaxed); }
     // The whole file is indexed.
@@ -74,6 +79,7 @@ private:
     mutable std::mutex lock; // guards `chunks` (its table, not the entries), `problem`, `headers`
     std::vector<std::unique_ptr<Entry[]>> chunks;
     std::atomic<std::size_t> count{0};
+    std::atomic<uint64_t> lost{0};
     std::atomic<double> done{0.0};
     std::atomic<bool> stopping{false};
     std::atomic<bool> complete{false};

@@ -256,11 +256,15 @@ int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
         std::lock_guard<std::mutex> guard(lock);
         if (!state.playing || dueNs() > ReplayScheduler::systemClock().nowNs())
             return 0;
-        if (strmsocket::WireFormat::beginsRawLine(pending.data, pending.length)) {
-            if (linesLeft == 0) {
-                state.playing = false; // the lines asked for are played
-                return 0;
-            }
+        if (linesLeft == 0 && strmsocket::WireFormat::beginsRawLine(pending.data, pending.length)) {
+            state.playing = false; // the lines asked for are played
+            return 0;
+        }
+        // A line counts when its last piece goes out, as the receiver
+        // completes it then; one with pieces missing never counts.
+        if (freshNext)
+            counter.clear();
+        if (counter.feed(pending).completed == LineCounter::Completed::Line) {
             if (linesLeft != UINT64_MAX)
                 --linesLeft;
             state.lines += 1;

@@ -1,5 +1,6 @@
 #pragma once
 #include "capture/datagramextractor.h"
+#include "capture/linecounter.h"
 #include "capture/replayscheduler.h"
 #include "scanner/datagramsource.h"
 
@@ -36,8 +37,8 @@ public:
     struct Status
     {
         uint64_t datagrams = 0; // handed out so far (over every pass)
-        uint64_t lines = 0;     // of them, those that begin a line
-        uint64_t nextLine = 0;  // number in the file of the next line to hand out (0 = first)
+        uint64_t lines = 0;     // lines completed by them (a line whose pieces are missing is none)
+        uint64_t nextLine = 0;  // number in the file of the next line to complete (0 = first)
         uint64_t passes = 0;    // times the file was started (loop)
         int64_t firstNs = 0;    // capture time of the file's first frame
         int64_t currentNs = 0;  // capture time of the newest datagram handed out
@@ -109,6 +110,7 @@ private:
     bool exhausted = false;         // receive thread: the file gave all it has
     bool cutShort = false;          // receive thread: the last fetch() was interrupted
     bool freshNext = true;          // receive thread: the next datagram starts a place anew
+    LineCounter counter;            // receive thread (under `lock`): completes lines as the receiver does
     // Set by wake() and the controls: a fetch() skipping other traffic stops
     // between two frames, so that a stop, a seek or a control is never held
     // up by the bytes still to skip.
