@@ -17,6 +17,13 @@
 //             has seen it). Shown: the window has composed and swapped a
 //             frame in which the 3D view painted line n, with no 2D view's
 //             frame clock still pending (each 2D view drew line n before)
+//   close     closing the capture after the seeks, and closing it again
+//             opened, while its index still reads the file: the time the
+//             window is held up by each
+//
+// With --mirror the capture is one a mirror port gives: 84 kB of other UDP
+// traffic after each line and a pause of a minute every 4,000 lines (20,000
+// lines make 2 GB).
 //
 // The index of a large capture beside a plain read of the same file is
 // bench_capture's part; this prints where to find it.
@@ -24,7 +31,7 @@
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_playback [--lines 20000]
 //       [--seeks 200] [--rate 20000] [--duration 4] [--views default,all]
-//       [--file /tmp/bench_playback.pcap]
+//       [--file /tmp/bench_playback.pcap] [--mirror]
 #include "app/applicationsetup.h"
 #include "app/captureplayback.h"
 #include "app/mainwindow.h"
@@ -63,6 +70,7 @@ struct Options
     double duration = 4.0;
     QStringList viewSets = {"default", "all"};
     QString file = "/tmp/bench_playback.pcap";
+    SimCapture::Mirror mirror;
 };
 
 double seconds(const QElapsedTimer& t)
@@ -342,7 +350,22 @@ bool runViews(const QString& set, const Options& opt, const QString& simPath)
                 "(p50 / p99 / max; %zu seeks, %d timed out, %d lines replayed per seek)\n",
                 quantile(taken, 0.5), quantile(taken, 0.99), maxTaken, quantile(shown, 0.5),
                 quantile(shown, 0.99), maxShown, shown.size(), timeouts, watch.reachBack);
+    QElapsedTimer closing;
+    closing.start();
     window.closeCapture();
+    const double closeMs = double(closing.nsecsElapsed()) / 1e6;
+    WindowBench::runEventLoop(200);
+    // Opened again and closed while the index reads (it has read about a
+    // tenth of a large file by then).
+    if (!window.openCapture(opt.file))
+        return false;
+    WindowBench::runEventLoop(300);
+    const double read = window.capturePlayback()->index().progress();
+    closing.restart();
+    window.closeCapture();
+    const double closeIndexingMs = double(closing.nsecsElapsed()) / 1e6;
+    std::printf("close  %6.1f ms paused after the seeks, %6.1f ms while indexing (%.0f %% read)\n",
+                closeMs, closeIndexingMs, read * 100);
     window.close();
     return true;
 }
@@ -374,6 +397,10 @@ int main(int argc, char* argv[])
             opt.viewSets = value.split(',', Qt::SkipEmptyParts);
         } else if (key == "--file") {
             opt.file = value;
+        } else if (key == "--mirror") {
+            opt.mirror.otherBytesPerLine = 84000;
+            opt.mirror.pauseEvery = 4000;
+            --i; // takes no value
         } else {
             std::fprintf(stderr, "bench_playback: unknown option %s\n", qPrintable(key));
             return 2;
@@ -392,14 +419,15 @@ int main(int argc, char* argv[])
     }
     QElapsedTimer writing;
     writing.start();
-    if (!SimCapture::write(opt.file, opt.lines)) {
+    if (!SimCapture::write(opt.file, opt.lines, 2048, opt.mirror)) {
         std::fprintf(stderr, "bench_playback: cannot write %s\n", qPrintable(opt.file));
         return 1;
     }
-    std::printf("capture: %llu street-scene lines of 2,048 pixels, %.0f MB, written in %.1f s "
+    std::printf("capture: %llu street-scene lines of 2,048 pixels%s, %.0f MB, written in %.1f s "
                 "to %s\n",
-                static_cast<unsigned long long>(opt.lines), double(QFile(opt.file).size()) / 1e6,
-                seconds(writing), qPrintable(opt.file));
+                static_cast<unsigned long long>(opt.lines),
+                opt.mirror.otherBytesPerLine ? " with other traffic and pauses" : "",
+                double(QFile(opt.file).size()) / 1e6, seconds(writing), qPrintable(opt.file));
     const QString simPath = QCoreApplication::applicationDirPath() + "/vxscanner-sim";
     int status = 0;
     for (const QString& set : opt.viewSets) {
