@@ -12,7 +12,9 @@
 #include "scanner/vxlinedatastream.h"
 #include "scanner/wireencoder.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -411,17 +413,23 @@ void otherTraffic()
         CaptureIndex index;
         index.start(path, 6101);
         index.wait();
-        Player p;
-        if (index.lines() == 2 && p.start(path, 0)) {
+        // A seek that waited for the skip is late every time; one that a
+        // busy machine delayed once is not: the best of three attempts.
+        int64_t best = INT64_MAX;
+        for (int attempt = 0; attempt < 3 && !soon(best); ++attempt) {
+            Player p;
+            if (index.lines() != 2 || !p.start(path, 0))
+                break;
             CHECK(waitFor([&] { return p.taker.count() == 1; }));
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             const auto begin = Clock::now();
             p.source->seek(index.entry(0).offset, 0);
             p.source->playLines(1);
             CHECK(waitFor([&] { return p.taker.count() == 2; }));
-            CHECK(soon(ms(begin)));
+            best = std::min<int64_t>(best, ms(begin));
             CHECK(p.taker.taken() == std::vector<uint32_t>({0, 0}));
         }
+        CHECK(soon(best));
     }
 
     vxtest::row = "the port count stops when asked";
