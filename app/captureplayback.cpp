@@ -313,9 +313,8 @@ CapturePlayback::Place CapturePlayback::place() const
     return p;
 }
 
-QString CapturePlayback::placeText() const
+QString CapturePlayback::placeText(const Place& p) const
 {
-    const Place p = place();
     QString total = StreamHealthLabel::grouped(p.lines);
     if (!p.linesFinal)
         total += QLatin1Char('+');

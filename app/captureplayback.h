@@ -119,8 +119,9 @@ public:
     qint64 lineMs(uint64_t n) const;
 
     Place place() const;
-    // "scan.pcapng: 00:12.345 / 01:40.000, line 2,345 of 20,000".
-    QString placeText() const;
+    // "scan.pcapng: 00:12.345 / 01:40.000, line 2,345 of 20,000", of `p`
+    // (a place taken once, so that the bar and the status line name the same).
+    QString placeText(const Place& p) const;
     const vxrec::CaptureIndex& index() const { return lineIndex; }
     // Cancels the index; the lines found so far stay usable.
     void cancelIndex() { lineIndex.cancel(); }

@@ -195,7 +195,9 @@ void MainWindow::addStreamHealth()
                 if (capture && entry.first == capturingPort)
                     ports.back().recording = capture->status();
                 if (playback && entry.first == captureKey) {
-                    ports.back().place = playback->placeText();
+                    ports.back().place = shownPlace.isEmpty()
+                                             ? playback->placeText(playback->place())
+                                             : shownPlace;
                     ports.back().name = captureName;
                 }
             }
@@ -1446,6 +1448,7 @@ void MainWindow::closeCapture()
     }
     playback->stop();
     playback.reset();
+    shownPlace.clear();
     captureKey = 0;
     captureFirst = LineType();
     // The views go now, before their model and controller.
@@ -1498,6 +1501,9 @@ void MainWindow::refreshPlace()
     const vxlindral::CapturePlayback::Place p = playback->place();
     transport->setDuration(p.durationMs);
     transport->setPosition(p.ms, p.line, p.lines, p.linesFinal);
+    // The status line names the place the bar shows, not a newer one read
+    // when the label refreshes on its own.
+    shownPlace = playback->placeText(p);
     health->refreshPlaces();
     const vxrec::CaptureIndex& index = playback->index();
     const bool indexing = !index.ended();

@@ -275,6 +275,7 @@ private:
     int captureKey = 0;
     int nextCaptureKey = firstCaptureKey;
     QString captureName;
+    QString shownPlace; // the capture's place as the transport bar last showed it
     vxlindral::TransportBar* transport = nullptr;
     // A capture opened before the window was on the screen plays once it is.
     bool playWhenShown = false;

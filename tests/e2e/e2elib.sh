@@ -32,19 +32,26 @@ keys() {
     sleep 0.4
 }
 # Types a file name into the file dialog $1 and presses Return until the
-# command $2 succeeds (polled for 3 s after each press, at most 3 presses):
-# the dialog's completer may open its list late and take a press.
+# command $2 succeeds (polled for 5 s after each press, at most 4 presses):
+# the dialog's completer may open its list late and take a press, and a slow
+# machine may lose keys typed before the dialog had the focus, so the name is
+# typed afresh for the third press.
 savefile() {
     local i j
-    focus "$1"
-    keys ctrl+a
-    xdotool type --delay 10 "$3"
-    for ((i = 0; i < 3; i++)); do
-        keys Return
-        for ((j = 0; j < 30; j++)); do
+    for ((i = 0; i < 4; i++)); do
+        if timeout 5 xdotool search --onlyvisible --name . 2>/dev/null | grep -qx "$1"; then
+            focus "$1"
+            if [ "$i" = 0 ] || [ "$i" = 2 ]; then
+                keys ctrl+a
+                xdotool type --delay 10 "$3"
+            fi
+            keys Return
+        fi
+        for ((j = 0; j < 50; j++)); do
             eval "$2" && return 0
             sleep 0.1
         done
     done
+    ls -la "$(dirname "$3")" >&2 || true
     fail "the file dialog did not take $3"
 }
