@@ -57,11 +57,6 @@ private slots:
     {
         QFETCH(QString, work);
         QFETCH(QString, posted);
-        // Known fault, open: closing the capture while its stretch export
-        // runs crashes the window; the recording rows, which come after it,
-        // have not been seen to pass yet.
-        if (work == QLatin1String("stretch export") || work == QLatin1String("recording"))
-            QSKIP("closing during a stretch export crashes: a known fault being fixed");
         for (int round = 0; round < 2; ++round) {
             window = std::make_unique<MainWindow>();
             window->show();
@@ -73,7 +68,9 @@ private slots:
                 QTRY_VERIFY(playback->index().lines() > 400);
             } else if (work == "stretch export") {
                 QTRY_VERIFY(playback->index().lines() > 400);
+                // An earlier export's file would make the dialog ask first.
                 const QString target = dir.filePath("stretch.ply");
+                QFile::remove(target);
                 windowtest::answer<QFileDialog>(
                     true, [&](QFileDialog* dialog) { windowtest::chooseFile(dialog, target); });
                 window->findChild<QAction*>("actionExportStretch")->trigger();
