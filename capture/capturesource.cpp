@@ -228,8 +228,10 @@ int CaptureSource::wait(int timeoutMs, bool forData)
             interrupted.store(false, std::memory_order_relaxed);
             return 2;
         }
-        if (cutShort) {
-            // A control cut the reading short: read on, with it applied.
+        if (cutShort || (forData && seeking)) {
+            // A control cut the reading short, or a seek came after the read:
+            // read on, with it applied. The datagram read before a seek is
+            // never timed, lest the seek's fresh anchor make it due at once.
             interrupted.store(false, std::memory_order_relaxed);
             continue;
         }
@@ -254,7 +256,9 @@ int CaptureSource::receive(char* buffer, std::size_t capacity, Datagram& out)
         return 0;
     {
         std::lock_guard<std::mutex> guard(lock);
-        if (!state.playing || dueNs() > ReplayScheduler::systemClock().nowNs())
+        // A seek that came after the read above makes the pending datagram
+        // stale: it is dropped at the next read, never sent.
+        if (seeking || !state.playing || dueNs() > ReplayScheduler::systemClock().nowNs())
             return 0;
         if (linesLeft == 0 && strmsocket::WireFormat::beginsRawLine(pending.data, pending.length)) {
             state.playing = false; // the lines asked for are played

@@ -324,6 +324,12 @@ void pauses()
             const auto took = std::chrono::steady_clock::now() - begin;
             CHECK(took >= std::chrono::nanoseconds(7 * kStepNs));
             CHECK(took < std::chrono::milliseconds(1000));
+            // Line 10, read before the seek and minutes away, never goes out.
+            std::vector<uint32_t> expected = upTo(10);
+            for (uint32_t n = 12; n < 20; ++n)
+                expected.push_back(n);
+            std::this_thread::sleep_for(std::chrono::milliseconds(30));
+            CHECK(p.taker.taken() == expected);
         }
     }
 }
