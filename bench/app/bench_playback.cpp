@@ -226,6 +226,30 @@ QString glContext(vxlindral::MyOpenGLWidget* gl)
 }
 
 // The live port fed by the simulator faster than the window takes in.
+// The machine's own stalls: one fixed piece of work (about a millisecond on
+// a quiet core) timed over and over for two seconds. A seek's p99 cannot be
+// better than this p99 (and max) on the same machine in the same run.
+void stallFloor()
+{
+    std::vector<double> ms;
+    QElapsedTimer total;
+    total.start();
+    volatile uint64_t sink = 0;
+    while (total.elapsed() < 2000) {
+        QElapsedTimer one;
+        one.start();
+        uint64_t x = 0x9e3779b97f4a7c15ULL;
+        for (int i = 0; i < 400000; ++i)
+            x = x * 6364136223846793005ULL + 1442695040888963407ULL;
+        sink = sink + x;
+        ms.push_back(double(one.nsecsElapsed()) / 1e6);
+    }
+    const double worst = *std::max_element(ms.begin(), ms.end());
+    std::printf("floor  the same fixed work took %6.1f / %6.1f / %6.1f ms (p50 / p99 / max; "
+                "%zu runs): the machine's own stalls\n",
+                quantile(ms, 0.5), quantile(ms, 0.99), worst, ms.size());
+}
+
 bool liveIntake(MainWindow& window, const Options& opt, const QString& simPath)
 {
     const auto controller = window.controller(kPort);
@@ -350,6 +374,7 @@ bool runViews(const QString& set, const Options& opt, const QString& simPath)
                 "(p50 / p99 / max; %zu seeks, %d timed out, %d lines replayed per seek)\n",
                 quantile(taken, 0.5), quantile(taken, 0.99), maxTaken, quantile(shown, 0.5),
                 quantile(shown, 0.99), maxShown, shown.size(), timeouts, watch.reachBack);
+    stallFloor();
     QElapsedTimer closing;
     closing.start();
     window.closeCapture();
