@@ -251,6 +251,8 @@ const std::vector<char>& LineComposer::compose(uint64_t line)
 
 std::vector<char> LineComposer::fileHeader() const
 {
+    if (!opt.fileHeader)
+        return {};
     return strmsocket::WireEncoder::fileHeader(opt.device, kSimulatorName,
                                                world.fileHeaderEntries());
 }

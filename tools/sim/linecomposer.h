@@ -43,7 +43,7 @@ public:
     // the next call. With `stampSendTime` it carries the time of this call's
     // end: send it at once.
     const std::vector<char>& compose(uint64_t line);
-    // The file-header message (name "vxscanner-sim").
+    // The file-header message (name "vxscanner-sim"); empty with --no-header.
     std::vector<char> fileHeader() const;
 
     const Scene& scene() const { return world; }

@@ -16,8 +16,11 @@ LineDatagrams::LineDatagrams(Sink s, int64_t startNs, int64_t periodNs, std::siz
 void LineDatagrams::lines(LineComposer& composer, uint64_t count)
 {
     for (uint64_t k = 0; k < count; ++k, ++line, timeNs += period) {
-        if (line % uint64_t(headerEvery) == 0)
-            send(composer.fileHeader());
+        if (line % uint64_t(headerEvery) == 0) {
+            const std::vector<char> header = composer.fileHeader();
+            if (!header.empty()) // --no-header
+                send(header);
+        }
         send(composer.compose(line));
     }
 }

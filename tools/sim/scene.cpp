@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <iterator>
+#include <string>
 
 namespace vxsim {
 
@@ -122,12 +123,61 @@ struct Scene::Shape
     Material material = None;
 };
 
+namespace {
+
+struct KindInfo
+{
+    const char* name;
+    double fanLow, fanHigh; // degrees from straight down, pixel 0 and the last
+    double height;          // scannerHeight()
+    double reference;       // distance at which the echo keeps its base strength
+    double rangeNoise;      // standard deviation, metres
+    Scene::Material surface; // wall, tunnel and bowl: what the beams meet
+};
+
+const KindInfo kKinds[] = {
+    {"street", Scene::kStreetFanLow, Scene::kStreetFanHigh, Scene::kStreetScannerHeight, 3.0,
+     Scene::kStreetRangeNoise, Scene::Asphalt},
+    {"conveyor", -Scene::kHalfFan, Scene::kHalfFan, Scene::kScannerHeight, Scene::kScannerHeight,
+     Scene::kRangeNoise, Scene::Belt},
+    {"belt", -Scene::kHalfFan, Scene::kHalfFan, Scene::kScannerHeight * Scene::kBeltScale,
+     Scene::kScannerHeight * Scene::kBeltScale, Scene::kRangeNoise * Scene::kBeltScale,
+     Scene::Belt},
+    {"wall", -45.0, 45.0, Scene::kWallDistance, Scene::kWallDistance, 0.002, Scene::Masonry},
+    {"tunnel", -135.0, 135.0, Scene::kTunnelUp, 50.0, 0.01, Scene::Masonry},
+    {"bowl", -60.0, 60.0, Scene::kBowlRadius, Scene::kBowlRadius, 0.0005, Scene::Plastic},
+};
+
+const KindInfo& info(Scene::Kind kind)
+{
+    return kKinds[static_cast<int>(kind)];
+}
+
+} // namespace
+
+const char* Scene::name(Kind kind)
+{
+    const int k = static_cast<int>(kind);
+    return k >= 0 && k < static_cast<int>(std::size(kKinds)) ? kKinds[k].name : nullptr;
+}
+
+bool Scene::fromName(const char* name, Kind& kind)
+{
+    for (std::size_t k = 0; k < std::size(kKinds); ++k) {
+        if (std::string(kKinds[k].name) == name) {
+            kind = static_cast<Kind>(k);
+            return true;
+        }
+    }
+    return false;
+}
+
 Scene::Scene(int pixels, Kind kind) : sceneKind(kind)
 {
     const int n = std::max(pixels, 1);
     if (n > 1) {
-        const double low = kind == Street ? kStreetFanLow : -kHalfFan;
-        const double high = kind == Street ? kStreetFanHigh : kHalfFan;
+        const double low = info(kind).fanLow;
+        const double high = info(kind).fanHigh;
         angle0 = low;
         step = (high - low) / (n - 1);
     }
@@ -145,7 +195,7 @@ Scene::Scene(int pixels, Kind kind) : sceneKind(kind)
 
 double Scene::scannerHeight() const
 {
-    return sceneKind == Street ? kStreetScannerHeight : kScannerHeight;
+    return info(sceneKind).height;
 }
 
 const double* Scene::transform() const
@@ -170,7 +220,29 @@ const double* Scene::transform() const
         0, 0, 1, 0.5 - kStreetScannerHeight, // z' = z - 1: road at 0.5
         0, 0, 0, 1,
     };
-    return sceneKind == Street ? street : belt;
+    // The close-range belt: the same shift by its own scanner height.
+    static const double closeBelt[16] = {
+        1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, -kScannerHeight * kBeltScale, 0, 0, 0, 1,
+    };
+    // The tunnel: its floor (straight down) at z = 0, the scanner at -40 m.
+    static const double tunnel[16] = {
+        1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, -kTunnelUp, 0, 0, 0, 1,
+    };
+    static const double identity[16] = {
+        1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1,
+    };
+    switch (sceneKind) {
+    case Street:
+        return street;
+    case Conveyor:
+        return belt;
+    case NearBelt:
+        return closeBelt;
+    case Tunnel:
+        return tunnel;
+    default:
+        return identity;
+    }
 }
 
 std::vector<std::pair<uint32_t, double>> Scene::fileHeaderEntries() const
@@ -179,8 +251,11 @@ std::vector<std::pair<uint32_t, double>> Scene::fileHeaderEntries() const
     e.reserve(18);
     e.emplace_back(100, angle0);
     e.emplace_back(101, step);
-    for (uint32_t k = 0; k < 16; ++k)
-        e.emplace_back(320 + k, transform()[k]);
+    // The wall's header gives only its angles: the viewer takes the
+    // identity transform.
+    if (sceneKind != Wall)
+        for (uint32_t k = 0; k < 16; ++k)
+            e.emplace_back(320 + k, transform()[k]);
     return e;
 }
 
@@ -257,10 +332,16 @@ void Scene::crossSection(double u, std::vector<Shape>& out) const
     const bool street = sceneKind == Street;
     const Object* begin = street ? std::begin(kStreet) : std::begin(kObjects);
     const Object* end = street ? std::end(kStreet) : std::end(kObjects);
+    // The close-range belt: the conveyor's cross-sections, scaled.
+    const double f = sceneKind == NearBelt ? kBeltScale : 1.0;
     Shape s;
-    for (const Object* o = begin; o != end; ++o)
-        if (cut(*o, u, s = Shape()))
-            out.push_back(s);
+    for (const Object* o = begin; o != end; ++o) {
+        if (!cut(*o, u, s = Shape()))
+            continue;
+        s.y0 *= f, s.y1 *= f, s.top *= f, s.bottom *= f;
+        s.yc *= f, s.hc *= f, s.r *= f;
+        out.push_back(s);
+    }
 }
 
 namespace {
@@ -345,8 +426,66 @@ void Scene::pixelSpan(const Shape& sh, int& first, int& last) const
         static_cast<int>(std::min(static_cast<double>(n - 1), std::ceil((hi - angle0) / step) + 1));
 }
 
+void Scene::traceSurface(uint64_t line, std::vector<Sample>& out) const
+{
+    const std::size_t n = sines.size();
+    const Material surface = info(sceneKind).surface;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double s = sines[i], c = cosines[i];
+        Sample& o = out[i];
+        o.material = surface;
+        switch (sceneKind) {
+        case Wall: {
+            // The wall faces the scanner kWallDistance ahead (its z axis);
+            // windows 1.2 m wide, 0.25 m deep, every 3 m along it and
+            // across it, on stretches of 1.5 m out of every 4 m.
+            const double u = static_cast<double>(line % 2000) * kWallStep;
+            double d = kWallDistance;
+            const double y = d * s / c;
+            const double across = std::fmod(y + 300.0, 3.0);
+            if (std::fmod(u, 4.0) < 1.5 && across > 0.9 && across < 2.1) {
+                d += 0.25;
+                o.material = Metal;
+            }
+            o.range = d / c;
+            o.incidence = static_cast<float>(c);
+            break;
+        }
+        case Tunnel: {
+            // An ellipse around the scanner, kTunnelAcross to the sides and
+            // kTunnelUp up and down; a rib 1 m long every 10 m narrows it
+            // by 4 %.
+            const double u = static_cast<double>(line % 2000) * kTunnelStep;
+            const double a = kTunnelAcross, b = kTunnelUp;
+            const double k = std::fmod(u, 10.0) < 1.0 ? 0.96 : 1.0;
+            const double t = k / std::sqrt((s / a) * (s / a) + (c / b) * (c / b));
+            // The ellipse's normal at the point met: (y / a^2, h / b^2).
+            const double ny = t * s / (a * a), nh = t * c / (b * b);
+            o.range = t;
+            o.incidence = static_cast<float>((s * ny + c * nh) / std::hypot(ny, nh));
+            break;
+        }
+        default: {
+            // Bowl: a half-pipe around the scanner, with grooves 5 cm deep
+            // across every tenth of its length and along it every 15 degrees.
+            const double u = static_cast<double>(line % 5000) * kBowlStep;
+            const double angle = std::atan2(s, c) * 180.0 / kPi;
+            const bool groove =
+                std::fmod(u, 1.0) < 0.1 || std::fmod(angle + 360.0, 15.0) < 1.5;
+            o.range = kBowlRadius + (groove ? 0.05 : 0.0);
+            o.incidence = 1.0f;
+            break;
+        }
+        }
+    }
+}
+
 void Scene::trace(uint64_t line, std::vector<Sample>& out) const
 {
+    if (sceneKind == Wall || sceneKind == Tunnel || sceneKind == Bowl) {
+        traceSurface(line, out);
+        return;
+    }
     const std::size_t n = sines.size();
     const double H = scannerHeight();
     const Material floor = sceneKind == Street ? Asphalt : Belt;
@@ -381,12 +520,11 @@ void Scene::scan(uint64_t line, std::vector<Sample>& out) const
 {
     const std::size_t n = sines.size();
     out.resize(n);
-    const bool street = sceneKind == Street;
     trace(line, out);
 
     // Echoes weaken with the square of the distance, relative to this one.
-    const double reference = street ? 3.0 : kScannerHeight;
-    const double rangeNoise = street ? kStreetRangeNoise : kRangeNoise;
+    const double reference = info(sceneKind).reference;
+    const double rangeNoise = info(sceneKind).rangeNoise;
     const auto& gauss = gaussTable();
     uint64_t rng = line * 0xD1B54A32D192ED03ull + 0x5DEECE66Dull;
     for (std::size_t i = 0; i < n; ++i) {

@@ -5,7 +5,7 @@
 
 namespace vxsim {
 
-// The simulated scene, one of two:
+// The simulated scene, one of six:
 //
 // Street (the default): a scanner on the back of a vehicle, 1.5 m above the
 // road, drives along a street; its beam fan spans -100..+120 degrees from
@@ -18,6 +18,19 @@ namespace vxsim {
 // beam fan spans -30..+30 degrees across the belt. The belt carries boxes,
 // cylinders and a ramp through the scan line, advancing kBeltStep per line;
 // the object pattern repeats every kPatternLength metres of belt.
+//
+// Belt: the conveyor at close range, every length scaled by kBeltScale: the
+// scanner 0.3 m above the belt.
+//
+// Wall: a flat wall kWallDistance ahead of the scanner, seen over 90
+// degrees, with window recesses; no transform in its file header.
+//
+// Tunnel: the scanner in the middle of a large tunnel whose elliptic wall
+// lies 40 m (up, down) to 60 m (to the sides) away, with ribs; its fan spans
+// 270 degrees.
+//
+// Bowl: the scanner at the centre of a half-pipe (a bowl-shaped profile) of
+// radius kBowlRadius, seen over 120 degrees, with grooves along it.
 //
 // Either way successive lines sample the objects' surfaces and build a 3D
 // picture of them.
@@ -37,7 +50,15 @@ public:
     {
         Street,
         Conveyor,
+        NearBelt, // the conveyor at close range ("belt")
+        Wall,   // a flat wall 6 m ahead
+        Tunnel, // a tunnel 40 to 60 m around the scanner
+        Bowl,   // a half-pipe 1.5 m around the scanner
     };
+    // The scene's name on the command line ("street", ...); null for none.
+    static const char* name(Kind kind);
+    // The kind named `name`; false when there is none.
+    static bool fromName(const char* name, Kind& kind);
 
     enum Material : uint8_t
     {
@@ -73,6 +94,15 @@ public:
     static constexpr double kStreetLength = 60.0;       // metres until the street repeats
     static constexpr double kStreetRangeNoise = 0.001;  // standard deviation, metres
 
+    static constexpr double kBeltScale = 0.3;     // the belt: the conveyor's lengths times this
+    static constexpr double kWallDistance = 6.0;  // metres ahead of the scanner
+    static constexpr double kWallStep = 0.01;     // scanner advance per line along the wall
+    static constexpr double kTunnelAcross = 60.0; // half axes of the tunnel's ellipse, metres
+    static constexpr double kTunnelUp = 40.0;
+    static constexpr double kTunnelStep = 0.05; // advance per line along the tunnel
+    static constexpr double kBowlRadius = 1.5;  // metres
+    static constexpr double kBowlStep = 0.002;  // advance per line along the half-pipe
+
     explicit Scene(int pixels, Kind kind = Street);
 
     Kind kind() const { return sceneKind; }
@@ -87,11 +117,12 @@ public:
     // higher up) and y across. Conveyor: by kScannerHeight along z, so that
     // the belt lies at z = 0 and an object of height h has z = -h. Street:
     // by -0.2 m along y and -1 m along z, so that the road lies at z = 0.5
-    // and the near houses at y = -1; that puts the 3D view's starting
-    // camera (y = 2, z = 0) 0.5 m above the road, looking at the near
-    // houses 3 m away.
+    // and the near houses at y = -1. Belt: by its own scanner height. Tunnel:
+    // by -40 m along z, its floor at z = 0. Wall: none (its file header
+    // leaves the transform out). Bowl: the identity.
     const double* transform() const;
-    // Scanner height above the floor (belt or road), metres.
+    // Scanner height above the floor (belt or road), metres; the wall's
+    // distance, the tunnel's and bowl's radius straight down.
     double scannerHeight() const;
     // Keys 100, 101 and 320..335 with their values, in key order.
     std::vector<std::pair<uint32_t, double>> fileHeaderEntries() const;
@@ -112,6 +143,8 @@ private:
     void trace(uint64_t line, std::vector<Sample>& out) const;
     // Pixels whose beams may meet `sh` (first > last: none).
     void pixelSpan(const Shape& sh, int& first, int& last) const;
+    // Wall, tunnel and bowl: each beam's surface from a formula.
+    void traceSurface(uint64_t line, std::vector<Sample>& out) const;
 
     Kind sceneKind = Street;
     double angle0 = 0.0;

@@ -17,7 +17,7 @@ namespace {
 const char* const kOptions[] = {
     "--host",    "--port", "--rate",   "--pixels", "--protocol", "--layout",          "--bpp",
     "--datatyp", "--mode", "--device", "--count",  "--duration", "--stamp-send-time", "--scene",
-    "--help"};
+    "--no-header", "--help"};
 
 // The smallest double above 0: a lower bound that admits every positive value.
 constexpr double kAboveZero = std::numeric_limits<double>::denorm_min();
@@ -64,10 +64,10 @@ bool SimOptions::read(CommandLine& cl, const std::string& name, std::set<std::st
         return cl.fail("--help takes no value");
     if (!given.insert(name).second)
         return cl.fail(name + " given twice");
-    if (name == "--stamp-send-time") {
+    if (name == "--stamp-send-time" || name == "--no-header") {
         if (cl.hasInlineValue())
-            return cl.fail("--stamp-send-time takes no value");
-        stampSendTime = true;
+            return cl.fail(name + " takes no value");
+        (name == "--no-header" ? fileHeader : stampSendTime) = name != "--no-header";
         return true;
     }
     std::string value;
@@ -108,9 +108,8 @@ bool SimOptions::read(CommandLine& cl, const std::string& name, std::set<std::st
         return true;
     }
     if (name == "--scene") {
-        if (value != "street" && value != "conveyor")
-            return bad("street or conveyor");
-        scene = value == "street" ? Scene::Street : Scene::Conveyor;
+        if (!Scene::fromName(value.c_str(), scene))
+            return bad("street, conveyor, belt, wall, tunnel or bowl");
         return true;
     }
     if (name == "--bpp")
@@ -189,8 +188,11 @@ std::string SimOptions::usage()
            "  --duration S       send for S seconds, then exit\n"
            "  --stamp-send-time  line header words 1/2: CLOCK_MONOTONIC microseconds\n"
            "                     of sending instead of the scanner timestamp\n"
-           "  --scene S          street (a vehicle driving along a street, the default)\n"
-           "                     or conveyor (objects on a belt under the scanner)\n"
+           "  --scene S          street (a vehicle driving along a street, the default),\n"
+           "                     conveyor (objects on a belt 1 m under the scanner),\n"
+           "                     belt (the same 0.3 m under it), wall (6 m ahead),\n"
+           "                     tunnel (40 to 60 m around it) or bowl (a half-pipe)\n"
+           "  --no-header        send no file header (the viewer's default geometry)\n"
            "  --help             show this text\n"
            "\n"
            "Without --count or --duration it runs until interrupted (Ctrl+C).\n"

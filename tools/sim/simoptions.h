@@ -37,6 +37,9 @@ public:
     // which the line is sent instead of the scanner timestamp, so that a
     // receiver on the same machine can measure each line's delay.
     bool stampSendTime = false;
+    // File headers are sent (at start, then once a second); --no-header
+    // sends none, so that the viewer uses its default geometry.
+    bool fileHeader = true;
 
     // Parses argv[1..argc-1] into `out` (left alone unless the outcome is
     // Run). On Error, `error` holds a one-line message.

@@ -83,7 +83,8 @@ void Simulator::run(const std::atomic<bool>& stop)
         if (t >= end)
             break;
         if (t >= nextHeader) {
-            messages.queue(header);
+            if (!header.empty()) // --no-header
+                messages.queue(header);
             nextHeader = std::max(nextHeader + kSecond, t);
         }
         // Lines whose deadline has passed.

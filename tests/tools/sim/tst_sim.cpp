@@ -23,12 +23,12 @@ QString fingerprint(const SimOptions& o)
 {
     const auto all = [](const SimOptions& s) {
         return QString::asprintf("host %s,port %d,rate %g,pixels %d,protocol 1.%d,%s,bpp %d,"
-                                 "datatyp %d,mode %u,device %u,count %llu,duration %g,%s,%s",
+                                 "datatyp %d,mode %u,device %u,count %llu,duration %g,%s,%s,%s",
                                  s.host.c_str(), s.port, s.rate, s.pixels, s.subProtocol,
                                  s.shortLayout ? "short" : "long", s.bpp, s.datatyp, s.mode,
                                  s.device, static_cast<unsigned long long>(s.count), s.duration,
                                  s.stampSendTime ? "send time" : "scanner time",
-                                 s.scene == Scene::Street ? "street" : "conveyor")
+                                 Scene::name(s.scene), s.fileHeader ? "header" : "no header")
             .split(',');
     };
     QStringList f = all(o);
@@ -49,6 +49,8 @@ private slots:
     void pixelsDecode();
     void street_data();
     void street();
+    void scenesAtScale_data();
+    void scenesAtScale();
     void headerWords_data();
     void headerWords();
 };
@@ -95,7 +97,10 @@ void TstSim::options_data()
         {"--stamp-send-time 1", false, "unexpected argument '1'"},
         {"--scene conveyor", true, "conveyor"},
         {"--scene=street", true, ""},
-        {"--scene tunnel", false, "for --scene"},
+        {"--scene tunnel", true, "tunnel"},
+        {"--scene belt --no-header", true, "belt no header"},
+        {"--no-header=1", false, "--no-header takes no value"},
+        {"--scene moon", false, "for --scene"},
     };
     for (const auto& [args, valid, expected] : rows)
         QTest::newRow(args) << args << valid << expected;
@@ -251,6 +256,57 @@ void TstSim::street()
     QCOMPARE(int(s.material), material);
     // Range noise is 1 mm.
     QVERIFY2(std::fabs(s.range - range) < 0.005, qPrintable(QString::number(s.range)));
+}
+
+// The scenes at other scales: every echo lies where the scene's surfaces
+// can be, the echoes span the scene's extent (not a part of it), and the
+// file header carries the scene's fan and transform, or nothing at all.
+void TstSim::scenesAtScale_data()
+{
+    QTest::addColumn<QString>("args");
+    QTest::addColumn<double>("nearest"); // metres
+    QTest::addColumn<double>("farthest");
+    QTest::addColumn<double>("fan"); // degrees from pixel 0 to the last
+    QTest::addColumn<int>("headerEntries");
+    QTest::newRow("belt, 0.3 m") << "--scene belt --pixels 1024" << 0.3 - 0.35 * 0.3
+                                 << 0.3 / std::cos(M_PI / 6) << 60.0 << 18;
+    QTest::newRow("belt, no header") << "--scene belt --no-header" << 0.195 << 0.347 << 60.0 << 0;
+    QTest::newRow("wall, 6 m, no transform")
+        << "--scene wall --pixels 300" << 6.0 << 6.0 / std::cos(M_PI / 4) << 90.0 << 2;
+    QTest::newRow("tunnel, 40 to 60 m, 1.1")
+        << "--scene tunnel --protocol 1.1" << 0.96 * 40 << 60.0 << 270.0 << 18;
+    QTest::newRow("bowl") << "--scene bowl --pixels 4096 --protocol 1.3" << 1.5 << 1.55 << 120.0
+                          << 18;
+}
+
+void TstSim::scenesAtScale()
+{
+    QFETCH(QString, args);
+    QFETCH(double, nearest);
+    QFETCH(double, farthest);
+    QFETCH(double, fan);
+    QFETCH(int, headerEntries);
+    const SimOptions o = SimArgs::options(args);
+    LineComposer composer(o);
+    QCOMPARE(composer.scene().angleStep() * (o.pixels - 1), fan);
+    const std::vector<char> header = composer.fileHeader();
+    // kind, reserved, device, name length, name, then 12 bytes an entry.
+    QCOMPARE(header.empty() ? 0 : int(header.size() - 16 - 13) / 12, headerEntries);
+    double lo = HUGE_VAL, hi = 0.0;
+    for (uint64_t line = 0; line < 5000; line += 97) {
+        composer.compose(line);
+        for (const Scene::Sample& sample : composer.samples()) {
+            if (sample.material == Scene::None)
+                continue;
+            // Noise: a few standard deviations beyond the surfaces.
+            QVERIFY2(sample.range > nearest * 0.99 && sample.range < farthest * 1.01,
+                     qPrintable(QString::number(sample.range)));
+            lo = std::min(lo, sample.range);
+            hi = std::max(hi, sample.range);
+        }
+    }
+    QVERIFY2(lo < nearest + 0.1 * (farthest - nearest), qPrintable(QString::number(lo)));
+    QVERIFY2(hi > farthest - 0.1 * (farthest - nearest), qPrintable(QString::number(hi)));
 }
 
 void TstSim::headerWords_data()
