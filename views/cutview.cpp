@@ -116,6 +116,7 @@ void CutView::updateNewLine(vxlindral::LineType newLine)
     // filter switch must not reach this line's picture.
     pendingLine = currentLine;
     pendingParams = cutParams;
+    pendingFraming = framing;
     frames->markPending();
     // The first picture of a new size (first line, first after a resize)
     // resizes the label: drawn at once, so that no paint finds the label at
@@ -134,6 +135,15 @@ void CutView::drawPending()
     // full copy of the picture (the label gets it back right after).
     if (label)
         label->clear();
+    // The view's own framing is decided here, once per frame, from the line
+    // drawn alone: the same as deciding it for every line.
+    if (cutFrame(pendingFraming, *line, pendingParams, pixmap.width(), pixmap.height(),
+                 kHomeScale, minScale, maxScale, pendingParams.scale, pendingParams.offsetX,
+                 pendingParams.offsetY) &&
+        framing != ViewFraming::User) {
+        cutParams.scale = pendingParams.scale;
+        pan = QPoint(pendingParams.offsetX, pendingParams.offsetY);
+    }
     drawCut(*line, pendingParams, pixmap);
     showPixmap();
 }
@@ -173,13 +183,29 @@ void CutView::applyClickPoint()
     clickPoint = QPoint(0, 0);
 }
 
+void CutView::takeOverFraming()
+{
+    if (framing == ViewFraming::User)
+        return;
+    if (currentLine && !pixmap.isNull()) {
+        int x = pan.x(), y = pan.y();
+        if (cutFrame(framing, *currentLine, cutParams, pixmap.width(), pixmap.height(),
+                     kHomeScale, minScale, maxScale, cutParams.scale, x, y))
+            pan = QPoint(x, y);
+    }
+    framing = ViewFraming::User;
+}
+
 void CutView::handleCenter()
 {
+    if (!clickPoint.isNull())
+        takeOverFraming();
     applyClickPoint();
 }
 
 void CutView::handleZoomIn()
 {
+    takeOverFraming();
     // The limit is tested before the step, so the scale may end one step
     // beyond it.
     if (cutParams.scale > minScale) {
@@ -192,6 +218,7 @@ void CutView::handleZoomIn()
 
 void CutView::handleZoomOut()
 {
+    takeOverFraming();
     if (maxScale > cutParams.scale) {
         cutParams.scale *= 1.25f;
         pan = QPoint(roundHalfAway(pan.x() * 0.8f), roundHalfAway(pan.y() * 0.8f));
@@ -202,6 +229,7 @@ void CutView::handleZoomOut()
 
 void CutView::handleZoomHome()
 {
+    framing = ViewFraming::Home;
     cutParams.scale = kHomeScale;
     pan = QPoint(0, 0);
     updateImage();
@@ -209,15 +237,7 @@ void CutView::handleZoomHome()
 
 void CutView::handleFit()
 {
-    if (!currentLine || pixmap.isNull())
-        return;
-    CutParams drawn = cutParams;
-    drawn.displayFiltered = isFilteredDisplayed();
-    int x = pan.x(), y = pan.y();
-    if (!cutFit(*currentLine, drawn, pixmap.width(), pixmap.height(), minScale, maxScale,
-                cutParams.scale, x, y))
-        return;
-    pan = QPoint(x, y);
+    framing = ViewFraming::Fit;
     updateImage();
 }
 
@@ -325,6 +345,8 @@ void CutView::mouseMoveEvent(QMouseEvent* event)
 {
     if (event->buttons() & Qt::LeftButton) {
         const QPoint q = event->localPos().toPoint();
+        if (q != dragAnchor)
+            takeOverFraming();
         pan += q - dragAnchor;
         dragAnchor = q;
     }
@@ -338,6 +360,7 @@ void CutView::mouseDoubleClickEvent(QMouseEvent* event)
     clickPoint = p;
     if (p.isNull())
         return;
+    takeOverFraming();
     pan += labelCentre() - p;
     clickPoint = QPoint(0, 0);
 }

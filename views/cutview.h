@@ -1,6 +1,7 @@
 #pragma once
 #include "views/basicview.h"
 #include "views/cutparams.h"
+#include "views/drawcut.h"
 #include "views/framesync.h"
 
 #include <QPixmap>
@@ -18,6 +19,11 @@ namespace vxlindral {
 // with the drawing parameters of its arrival, and the frame (or any paint of
 // the label before it) draws that line alone, which is exactly the picture
 // drawing every line at its arrival would leave.
+// Until the user zooms or pans, the view frames the profile itself (Home or
+// Fit framing, see cutFrame): the frame picks zoom and pan from the line it
+// draws, a pure function of that line, so that skipped lines change nothing.
+// Zooming or panning takes the framing over from what the view shows; Home
+// and Fit hand it back.
 // Ownership: keeps the newest line's handle and its own pixmap; actions and
 // the frame pacer are children of the view. Threads: GUI thread only.
 class CutView : public BasicView
@@ -43,7 +49,14 @@ public:
     QPoint panOffset() const { return pan; }
     float minimumScale() const { return minScale; }
     float maximumScale() const { return maxScale; }
-    void setScale(float scale) { cutParams.scale = scale; }
+    // Sets the zoom as the user's (the view no longer frames by itself).
+    void setScale(float scale)
+    {
+        framing = ViewFraming::User;
+        cutParams.scale = scale;
+    }
+    // Who frames the profile: the view (Home, Fit) or the user.
+    ViewFraming framingMode() const { return framing; }
 
 public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
@@ -51,7 +64,8 @@ public slots:
     void handleZoomIn();
     void handleZoomOut();
     void handleZoomHome();
-    // Zoom and pan so that the newest line's points fill the view.
+    // Frames the profile (cutFrame's Fit) from now on, until the user zooms
+    // or pans.
     void handleFit();
     void handlePointSize();
     void handleGrid();
@@ -71,6 +85,9 @@ protected:
 private:
     QPoint labelCentre() const;
     void applyClickPoint();
+    // The user zooms or pans from what the view shows: the frame the view
+    // chose for the newest line becomes the user's zoom and pan.
+    void takeOverFraming();
     QSize viewSize() const;
     // Draws the pending line into the pixmap and shows it in the label.
     void drawPending();
@@ -82,6 +99,8 @@ private:
     LineType currentLine;
     LineType pendingLine;    // drawn at the next frame
     CutParams pendingParams; // the parameters at the pending line's arrival
+    ViewFraming framing = ViewFraming::Home;
+    ViewFraming pendingFraming = ViewFraming::Home; // the framing at its arrival
     FrameSync* frames = nullptr;
     QPixmap pixmap;
     QPoint pan;

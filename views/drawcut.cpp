@@ -155,31 +155,73 @@ void cutGridStep(float scale, double& stepMetres, int& unit)
     unit = 100000;
 }
 
-bool cutFit(const MyLine& line, const CutParams& params, int w, int h, float minScale,
-            float maxScale, float& scale, int& panX, int& panY)
+namespace {
+
+// The lowest and highest multiple of a grid step that enclose [lo, hi]; the
+// step is the power of two metres at most an eighth of the extent.
+void snapOutward(double& lo, double& hi)
 {
+    const double extent = hi - lo;
+    if (!(extent > 0.0))
+        return;
+    const double g = std::exp2(std::floor(std::log2(extent / 8.0)));
+    lo = std::floor(lo / g) * g;
+    hi = std::ceil(hi / g) * g;
+}
+
+} // namespace
+
+bool cutFrame(ViewFraming framing, const MyLine& line, const CutParams& params, int w, int h,
+              float homeScale, float minScale, float maxScale, float& scale, int& panX,
+              int& panY)
+{
+    if (framing == ViewFraming::User || w < 1 || h < 1)
+        return false;
     double yMin = HUGE_VAL, yMax = -HUGE_VAL, zMin = HUGE_VAL, zMax = -HUGE_VAL;
     for (const vxs::VxPt& pt : line.points) {
         if (!params.displayFiltered && !(pt.valid != 0 && pt.reject == 0))
+            continue;
+        if (pt.range == 0.0)
             continue;
         yMin = std::min(yMin, pt.y);
         yMax = std::max(yMax, pt.y);
         zMin = std::min(zMin, pt.z);
         zMax = std::max(zMax, pt.z);
     }
-    if (yMin > yMax || w < 1 || h < 1)
+    if (yMin > yMax)
         return false;
-    // The points take up to 90 % of the width and of the height.
+    const int cx = w / 2, cy = h / 2;
+    // The drawing's own factors for a scale (drawCut: k = cx / scale in float).
+    const auto factors = [&](float s, double& fx, double& fy) {
+        const double k = static_cast<float>(cx) / s;
+        fx = params.orientX ? k : -k;
+        fy = params.orientY ? k : -k;
+    };
+    if (framing == ViewFraming::Home) {
+        double fx = 0, fy = 0;
+        factors(homeScale, fx, fy);
+        // Where the profile's corners land at home, no pan (drawCut's rounding).
+        const double x0 = std::lround(fx * yMin + cx), x1 = std::lround(fx * yMax + cx);
+        const double y0 = std::lround(cy - fy * zMin), y1 = std::lround(cy - fy * zMax);
+        const bool inside = std::min(x0, x1) >= 0 && std::max(x0, x1) < w &&
+                            std::min(y0, y1) >= 0 && std::max(y0, y1) < h;
+        const bool large = std::fabs(x1 - x0) >= 0.1 * w || std::fabs(y1 - y0) >= 0.1 * h;
+        if (inside && large) {
+            scale = homeScale;
+            panX = panY = 0;
+            return true;
+        }
+    }
+    snapOutward(yMin, yMax);
+    snapOutward(zMin, zMax);
+    // The snapped extent takes up to 90 % of the width and of the height.
     constexpr double kFill = 0.9;
-    const int cx = w / 2;
     const double k = std::min(yMax > yMin ? kFill * w / (yMax - yMin) : HUGE_VAL,
                               zMax > zMin ? kFill * h / (zMax - zMin) : HUGE_VAL);
-    if (k < HUGE_VAL && cx > 0)
-        scale = std::clamp(static_cast<float>(cx / k), minScale, maxScale);
-    // The drawing's own factors, from the scale as it will be used.
-    const double used = static_cast<float>(cx) / scale;
-    const double fx = params.orientX ? used : -used;
-    const double fy = params.orientY ? used : -used;
+    scale = k < HUGE_VAL && cx > 0 ? std::clamp(static_cast<float>(cx / k), minScale, maxScale)
+                                   : homeScale;
+    double fx = 0, fy = 0;
+    factors(scale, fx, fy);
     panX = static_cast<int>(std::lround(-fx * (yMin + yMax) / 2));
     panY = static_cast<int>(std::lround(fy * (zMin + zMax) / 2));
     return true;

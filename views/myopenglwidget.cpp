@@ -146,6 +146,7 @@ void MyOpenGLWidget::initializeGL()
 
 void MyOpenGLWidget::resizeGL(int w, int h)
 {
+    framingStale = true;
     projection.setToIdentity();
     projection.perspective(kFieldOfView, w / float(h), 0.01f, 100.0f);
     projection.translate(0.0f, 0.0f, -kEyeBehind);
@@ -156,6 +157,8 @@ void MyOpenGLWidget::paintGL()
     // Whatever asked for this frame is shown by it; later changes ask anew.
     framePending = false;
     frameClock.restart();
+    // The widget's own framing is decided here, once per frame.
+    applyFraming();
     glClear(GL_COLOR_BUFFER_BIT);
     program->bind();
     uploadChanges();
@@ -226,8 +229,9 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
             {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i)});
     }
     ++lineCount;
+    framingStale = true;
     if (follow)
-        camera.translate(QVector3D(xl - lineX(lineCount - 2), 0.0f, 0.0f));
+        camera.translate(QVector3D((xl - lineX(lineCount - 2)) * modelScale(), 0.0f, 0.0f));
     requestFrame();
 }
 
@@ -240,10 +244,11 @@ void MyOpenGLWidget::clearLines(uint64_t before)
         // the offset is exactly 0 and the camera lands where the whole
         // stream would have put it.
         QVector3D t = camera.translation();
-        t.setX(t.x() - followedX(lineCount) + followedX(taken));
+        t.setX(t.x() + (followedX(taken) - followedX(lineCount)) * modelScale());
         camera.setTranslation(t);
     }
     lineCount = taken;
+    framingStale = true;
     requestFrame();
 }
 
@@ -267,39 +272,137 @@ std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const
     return out;
 }
 
-QVector3D MyOpenGLWidget::fitTranslation() const
+namespace {
+
+// The lowest and highest multiple of a grid step that enclose [lo, hi]; the
+// step is the power of two at most an eighth of the extent.
+void snapOutward(float& lo, float& hi)
+{
+    const float extent = hi - lo;
+    if (!(extent > 0.0f))
+        return;
+    const float g = std::exp2(std::floor(std::log2(extent / 8.0f)));
+    lo = std::floor(lo / g) * g;
+    hi = std::ceil(hi / g) * g;
+}
+
+QMatrix4x4 projectionFor(int w, int h, float fieldOfView, float eyeBehind)
+{
+    QMatrix4x4 p;
+    p.perspective(fieldOfView, h > 0 ? w / float(h) : 1.0f, 0.01f, 100.0f);
+    p.translate(0.0f, 0.0f, -eyeBehind);
+    return p;
+}
+
+} // namespace
+
+void MyOpenGLWidget::setFraming(ViewFraming f)
+{
+    framing = f;
+    framingStale = true;
+    requestFrame();
+}
+
+bool MyOpenGLWidget::autoFrame(QVector3D& cameraAt, float& scale) const
 {
     const std::size_t n = vertices.size();
-    if (n == 0)
-        return camera.translation();
-    // The cloud's extent along the camera's right, up and backward axes.
+    if (framing == ViewFraming::User || n == 0)
+        return false;
+    // The cloud's extent along the camera's right, up and backward axes,
+    // measured from the newest line while following.
     const QQuaternion r = camera.rotation();
     const QVector3D axes[3] = {r.rotatedVector(QVector3D(1.0f, 0.0f, 0.0f)),
                                r.rotatedVector(QVector3D(0.0f, 1.0f, 0.0f)),
                                r.rotatedVector(QVector3D(0.0f, 0.0f, 1.0f))};
+    const QVector3D origin(follow && lineCount > 0 ? lineX(lineCount - 1) : 0.0f, 0.0f, 0.0f);
     float lo[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
     float hi[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
     for (std::size_t i = 0; i < n; ++i) {
+        // A point that measured nothing lies at the scanner's position.
+        if (vertices.source(i).range == 0.0f)
+            continue;
         const CloudVertex& v = vertices[i];
-        const QVector3D p(v.x, v.y, v.z);
+        const QVector3D p = QVector3D(v.x, v.y, v.z) - origin;
         for (int a = 0; a < 3; ++a) {
             const float d = QVector3D::dotProduct(p, axes[a]);
             lo[a] = std::min(lo[a], d);
             hi[a] = std::max(hi[a], d);
         }
     }
+    if (lo[0] > hi[0])
+        return false;
+    const float aspect = height() > 0 ? float(width()) / float(height()) : 1.0f;
+    if (framing == ViewFraming::Home) {
+        // The extent's corners as the home camera (no rotation: Home set
+        // none, and turning takes the framing over) sees them at scale 1.
+        const QVector3D home = homeTranslation();
+        QMatrix4x4 view;
+        view.translate(-home);
+        const QMatrix4x4 m = projectionFor(width(), height(), kFieldOfView, kEyeBehind) * view;
+        float x0 = FLT_MAX, x1 = -FLT_MAX, y0 = FLT_MAX, y1 = -FLT_MAX;
+        bool inside = true;
+        for (int c = 0; c < 8 && inside; ++c) {
+            const QVector3D corner = origin + axes[0] * (c & 1 ? hi[0] : lo[0]) +
+                                     axes[1] * (c & 2 ? hi[1] : lo[1]) +
+                                     axes[2] * (c & 4 ? hi[2] : lo[2]);
+            const QVector4D clip = m * QVector4D(corner, 1.0f);
+            if (!(clip.w() > 0.0f)) {
+                inside = false;
+                break;
+            }
+            const float x = clip.x() / clip.w(), y = clip.y() / clip.w(), z = clip.z() / clip.w();
+            inside = std::fabs(x) <= 1.0f && std::fabs(y) <= 1.0f && std::fabs(z) <= 1.0f;
+            x0 = std::min(x0, x), x1 = std::max(x1, x), y0 = std::min(y0, y), y1 = std::max(y1, y);
+        }
+        // Normalised device coordinates span 2: a tenth of the picture is 0.2.
+        if (inside && (x1 - x0 >= 0.2f || y1 - y0 >= 0.2f)) {
+            cameraAt = home;
+            scale = 1.0f;
+            return true;
+        }
+    }
+    for (int a = 0; a < 3; ++a)
+        snapOutward(lo[a], hi[a]);
+    // A few units across, so that the depth range and the flying speed suit
+    // every scene; powers of two keep the steps exact.
+    constexpr float kFrameSize = 4.0f;
+    const float largest = std::max({hi[0] - lo[0], hi[1] - lo[1], hi[2] - lo[2]});
+    scale = largest > 0.0f ? std::exp2(std::clamp(std::round(std::log2(kFrameSize / largest)),
+                                                  -20.0f, 20.0f))
+                           : 1.0f;
     // The eye looks along -backward; the near side of the extent must fit
     // the picture, the rest of the cloud lies behind it and appears smaller.
     constexpr float kMargin = 1.1f;
     const float tanHalf = std::tan(qDegreesToRadians(kFieldOfView / 2.0f));
-    const float aspect = height() > 0 ? float(width()) / float(height()) : 1.0f;
-    const float halfWidth = (hi[0] - lo[0]) / 2.0f;
-    const float halfHeight = (hi[1] - lo[1]) / 2.0f;
+    const float halfWidth = scale * (hi[0] - lo[0]) / 2.0f;
+    const float halfHeight = scale * (hi[1] - lo[1]) / 2.0f;
     const float distance =
         std::max(kMargin * std::max(halfHeight / tanHalf, halfWidth / (tanHalf * aspect)), 0.1f);
-    const QVector3D eye = axes[0] * ((lo[0] + hi[0]) / 2.0f) + axes[1] * ((lo[1] + hi[1]) / 2.0f) +
-                          axes[2] * (hi[2] + distance);
-    return eye - axes[2] * kEyeBehind;
+    const QVector3D eye = origin * scale + axes[0] * (scale * (lo[0] + hi[0]) / 2.0f) +
+                          axes[1] * (scale * (lo[1] + hi[1]) / 2.0f) +
+                          axes[2] * (scale * hi[2] + distance);
+    cameraAt = eye - axes[2] * kEyeBehind;
+    return true;
+}
+
+void MyOpenGLWidget::applyFraming()
+{
+    if (framing == ViewFraming::User || !framingStale)
+        return;
+    framingStale = false;
+    QVector3D at;
+    float scale = 1.0f;
+    if (!autoFrame(at, scale))
+        return;
+    camera.setTranslation(at);
+    transform.setScale(QVector3D(scale, scale, scale));
+}
+
+void MyOpenGLWidget::takeOverFraming()
+{
+    framingStale = true;
+    applyFraming();
+    framing = ViewFraming::User;
 }
 
 void MyOpenGLWidget::update()
@@ -356,6 +459,10 @@ void MyOpenGLWidget::keyReleaseEvent(QKeyEvent* event)
 
 void MyOpenGLWidget::mousePressEvent(QMouseEvent* event)
 {
+    // The left button turns and flies the camera: from here on the user
+    // frames, starting from what the widget shows.
+    if (event->button() == Qt::LeftButton)
+        takeOverFraming();
     Input::startMouseAt(event->globalPos());
     Input::registerMousePress(event->button());
     requestFrame();

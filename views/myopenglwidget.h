@@ -4,6 +4,7 @@
 #include "views/camera3d.h"
 #include "views/cloudring.h"
 #include "views/transform3d.h"
+#include "views/viewframing.h"
 
 #include <QElapsedTimer>
 #include <QMatrix4x4>
@@ -51,7 +52,11 @@ public:
     // it) and its source.
     std::vector<CloudWriter::Point> cloud() const;
     Camera3D& getCamera() { return camera; }
-    void setFollow(bool on) { follow = on; }
+    void setFollow(bool on)
+    {
+        follow = on;
+        framingStale = true;
+    }
     bool isFollowing() const { return follow; }
     // Where Home puts the camera: the origin, or while following the place
     // from which the newest line looks as the first line does from the origin.
@@ -60,11 +65,30 @@ public:
         return follow && lineCount > 0 ? QVector3D(lineX(lineCount - 1) - lineX(0), 0.0f, 0.0f)
                                        : QVector3D();
     }
-    // Where the camera, keeping its rotation, frames the whole cloud: centred
-    // on the cloud's extent across the view, backed off until that extent
-    // fits the picture with a margin. The present translation when the cloud
-    // is empty. Reads every vertex: for the user's command, not per line.
-    QVector3D fitTranslation() const;
+    // Who frames the cloud: the widget (Home, Fit: see ViewFraming) or the
+    // user, who takes it over by pressing the left button in the widget
+    // (the button that turns and flies the camera).
+    ViewFraming framingMode() const { return framing; }
+    void setFraming(ViewFraming f);
+    // The model transform's scale (the same on every axis).
+    float modelScale() const { return transform.scale().x(); }
+    // The camera translation and model scale with which the widget frames
+    // the cloud now, keeping the camera's rotation. Home: the home camera
+    // (homeTranslation) at scale 1 while the cloud's extent lies inside the
+    // picture there and spans at least a tenth of its width or height.
+    // Otherwise a fit: the cloud's extent along the camera's axes (while
+    // following, relative to the newest line), snapped outward per axis to
+    // a grid of at most an eighth of it (powers of two), is scaled by a
+    // power of two to a few units (so that any scene from centimetres to
+    // hundreds of metres lies well within the projection's depth range and
+    // the camera flies at a usable speed), centred, and backed off until its
+    // near side fits the field of view with a margin of 10 %. A pure function
+    // of the cloud, the rotation, the follow state and the widget's size:
+    // the picture is the one that deciding it for every line would give.
+    // Points that measured nothing (range 0, at the scanner) do not count.
+    // False when the user frames or no point measured anything. Reads every
+    // vertex.
+    bool autoFrame(QVector3D& cameraAt, float& scale) const;
     // Empties the cloud and counts `before` lines as taken in, so that the
     // next lines get the x positions they have in the whole stream. While
     // following, the camera keeps its offset from the newest line: moved as
@@ -127,6 +151,10 @@ protected:
 
 private:
     void teardownGL();
+    // Applies autoFrame() when the cloud, the size or the framing changed.
+    void applyFraming();
+    // The user turns or flies the camera from what the widget shows.
+    void takeOverFraming();
     // Brings the GL buffer up to the vertex ring: the changed slots, or
     // everything after the ring's storage grew.
     void uploadChanges();
@@ -157,6 +185,8 @@ private:
     int lineCount = 0;
     int newestPixels = 0; // pixel count of the newest line taken in
     bool follow = false;
+    ViewFraming framing = ViewFraming::Home;
+    bool framingStale = true; // autoFrame() may give another frame
     CloudRing vertices;
     int pointsPerLine = 1000;
     int maxPoints = 100000;

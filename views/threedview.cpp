@@ -124,13 +124,12 @@ void ThreeDView::handleHome()
     Camera3D& camera = widget->getCamera();
     camera.setTranslation(widget->homeTranslation());
     camera.setRotation(QQuaternion::fromAxisAndAngle(QVector3D(0.0f, 0.0f, 1.0f), 0.0f));
-    widget->requestFrame();
+    widget->setFraming(ViewFraming::Home);
 }
 
 void ThreeDView::handleFit()
 {
-    widget->getCamera().setTranslation(widget->fitTranslation());
-    widget->requestFrame();
+    widget->setFraming(ViewFraming::Fit);
 }
 
 void ThreeDView::handleFollow(bool on)

@@ -42,10 +42,11 @@ public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
     void handleConfigChanged() override;
     // Camera back home (MyOpenGLWidget::homeTranslation), no rotation; the
-    // cloud and the follow state stay.
+    // cloud and the follow state stay. The widget frames the cloud again
+    // (Home framing: it stays home while the cloud is framed from there).
     void handleHome();
-    // Moves the camera, keeping its rotation, so that it frames the whole
-    // cloud (MyOpenGLWidget::fitTranslation); following keeps that framing.
+    // The widget frames the whole cloud from now on, keeping the camera's
+    // rotation (MyOpenGLWidget::autoFrame), until the user turns or flies.
     void handleFit();
     // Follows the newest line or stops following, and stores the choice.
     void handleFollow(bool on);

@@ -21,6 +21,7 @@
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
+#include "simcapture.h"
 #include "windowtest.h"
 
 #include <QtTest>
@@ -148,10 +149,8 @@ private slots:
     }
     void init()
     {
-        QSettings().clear();
-        window = std::make_unique<MainWindow>();
-        window->show();
-        QVERIFY(QTest::qWaitForWindowExposed(window.get()));
+        window = windowtest::freshWindow();
+        QVERIFY(window);
     }
     void cleanup() { window.reset(); }
 
@@ -507,7 +506,7 @@ private slots:
 private:
     template <typename V> V* view(int key, int kind) const
     {
-        return window->findChild<V*>(MainWindow::viewNamePattern(kind).arg(key));
+        return windowtest::view<V>(*window, key, kind);
     }
     // Waits until `lines` lines of the capture were taken in and shown.
     void settle(int lines)

@@ -12,6 +12,7 @@
 #include <QDialog>
 #include <QFileDialog>
 #include <QLineEdit>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
@@ -32,6 +33,23 @@ template <typename Test> int runWindowTest(int argc, char* argv[])
 }
 
 namespace windowtest {
+
+// A main window on fresh settings, shown; null when it was never exposed.
+inline std::unique_ptr<MainWindow> freshWindow()
+{
+    QSettings().clear();
+    auto window = std::make_unique<MainWindow>();
+    window->show();
+    if (!QTest::qWaitForWindowExposed(window.get()))
+        window.reset();
+    return window;
+}
+
+// The view of `kind` (MainWindow's view kinds) of a port or capture key.
+template <typename V> V* view(const MainWindow& window, int key, int kind)
+{
+    return window.findChild<V*>(MainWindow::viewNamePattern(kind).arg(key));
+}
 
 // Answers the next dialog of type W as soon as it shows (a modal dialog
 // blocks the caller inside exec()): `f` reads or fills it, then it is

@@ -453,12 +453,16 @@ private slots:
             QCOMPARE(camera.translation(), start);
             return;
         }
-        // Normalised device coordinates of every vertex, the widget's way.
+        // Normalised device coordinates of every vertex, the widget's way,
+        // as its next frame shows them.
         const auto extent = [&] {
+            view->picture();
             QMatrix4x4 projection;
             projection.perspective(45.0f, gl()->width() / float(gl()->height()), 0.01f, 100.0f);
             projection.translate(0.0f, 0.0f, -2.0f);
-            const QMatrix4x4 m = projection * camera.toMatrix();
+            QMatrix4x4 model;
+            model.scale(gl()->modelScale());
+            const QMatrix4x4 m = projection * camera.toMatrix() * model;
             float largest = 0.0f;
             const CloudRing& ring = gl()->getVertices();
             for (std::size_t i = 0; i < ring.size(); ++i) {

@@ -10,17 +10,21 @@
 #include <QImage>
 #include <QPixmap>
 #include <QTest>
+#include <cmath>
 #include <memory>
 #include <vector>
 
 namespace viewtest {
 
-// One point at (y, z) in metres with its intensity, validity and reject mark.
+// One point at (y, z) in metres with its intensity, validity and reject mark,
+// measured by a scanner at the origin (its range is its distance from there;
+// a point at the origin measured nothing).
 inline vxs::VxPt pt(double y, double z, uint32_t intensity, bool valid = true, uint16_t reject = 0)
 {
     vxs::VxPt p;
     p.y = y;
     p.z = z;
+    p.range = std::hypot(y, z);
     p.intensity = intensity;
     p.valid = valid ? 1 : 0;
     p.reject = reject;
