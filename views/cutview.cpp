@@ -116,7 +116,6 @@ void CutView::updateNewLine(vxlindral::LineType newLine)
     // filter switch must not reach this line's picture.
     pendingLine = currentLine;
     pendingParams = cutParams;
-    pendingFraming = framing;
     frames->markPending();
     // The first picture of a new size (first line, first after a resize)
     // resizes the label: drawn at once, so that no paint finds the label at
@@ -135,14 +134,16 @@ void CutView::drawPending()
     // full copy of the picture (the label gets it back right after).
     if (label)
         label->clear();
-    // The view's own framing is decided here, once per frame, from the line
-    // drawn alone: the same as deciding it for every line.
-    if (cutFrame(pendingFraming, *line, pendingParams, pixmap.width(), pixmap.height(),
-                 kHomeScale, minScale, maxScale, pendingParams.scale, pendingParams.offsetX,
-                 pendingParams.offsetY) &&
-        framing != ViewFraming::User) {
-        cutParams.scale = pendingParams.scale;
-        pan = QPoint(pendingParams.offsetX, pendingParams.offsetY);
+    // The view's own framing is decided here, once per display frame, from
+    // the line drawn and the frame shown so far.
+    if (framing != ViewFraming::User) {
+        if (cutFrame(*line, pendingParams, pixmap.width(), pixmap.height(), visibleRect(),
+                     minScale, maxScale, fitPending, pendingParams.scale, pendingParams.offsetX,
+                     pendingParams.offsetY)) {
+            cutParams.scale = pendingParams.scale;
+            pan = QPoint(pendingParams.offsetX, pendingParams.offsetY);
+            fitPending = false;
+        }
     }
     drawCut(*line, pendingParams, pixmap);
     showPixmap();
@@ -169,6 +170,18 @@ const QPixmap& CutView::image()
     return pixmap;
 }
 
+QRect CutView::visibleRect() const
+{
+    const QRect whole(QPoint(0, 0), pixmap.size());
+    if (!label || !scrollArea || !scrollArea->isVisible())
+        return whole;
+    // The label holds the picture at its full size; the scroll area (no
+    // scroll bars) shows the part of it that fits its viewport.
+    const QWidget* port = scrollArea->viewport();
+    const QRect shown = QRect(-label->mapTo(port, QPoint(0, 0)), port->size()) & whole;
+    return shown.isEmpty() ? whole : shown;
+}
+
 QPoint CutView::labelCentre() const
 {
     const QRect g = label ? label->geometry() : QRect();
@@ -187,13 +200,20 @@ void CutView::takeOverFraming()
 {
     if (framing == ViewFraming::User)
         return;
+    // A frame still to come would frame the newest line: the user starts
+    // from that frame.
     if (currentLine && !pixmap.isNull()) {
+        CutParams shown = cutParams;
+        shown.offsetX = pan.x();
+        shown.offsetY = pan.y();
+        shown.displayFiltered = isFilteredDisplayed();
         int x = pan.x(), y = pan.y();
-        if (cutFrame(framing, *currentLine, cutParams, pixmap.width(), pixmap.height(),
-                     kHomeScale, minScale, maxScale, cutParams.scale, x, y))
+        if (cutFrame(*currentLine, shown, pixmap.width(), pixmap.height(), visibleRect(),
+                     minScale, maxScale, fitPending, cutParams.scale, x, y))
             pan = QPoint(x, y);
     }
     framing = ViewFraming::User;
+    fitPending = false;
 }
 
 void CutView::handleCenter()
@@ -230,6 +250,7 @@ void CutView::handleZoomOut()
 void CutView::handleZoomHome()
 {
     framing = ViewFraming::Home;
+    fitPending = false;
     cutParams.scale = kHomeScale;
     pan = QPoint(0, 0);
     updateImage();
@@ -238,6 +259,7 @@ void CutView::handleZoomHome()
 void CutView::handleFit()
 {
     framing = ViewFraming::Fit;
+    fitPending = true;
     updateImage();
 }
 

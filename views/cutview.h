@@ -1,11 +1,12 @@
 #pragma once
 #include "views/basicview.h"
 #include "views/cutparams.h"
-#include "views/drawcut.h"
 #include "views/framesync.h"
+#include "views/viewframing.h"
 
 #include <QPixmap>
 #include <QPoint>
+#include <QRect>
 
 class QAction;
 
@@ -19,11 +20,12 @@ namespace vxlindral {
 // with the drawing parameters of its arrival, and the frame (or any paint of
 // the label before it) draws that line alone, which is exactly the picture
 // drawing every line at its arrival would leave.
-// Until the user zooms or pans, the view frames the profile itself (Home or
-// Fit framing, see cutFrame): the frame picks zoom and pan from the line it
-// draws, a pure function of that line, so that skipped lines change nothing.
-// Zooming or panning takes the framing over from what the view shows; Home
-// and Fit hand it back.
+// Until the user zooms or pans, the view frames the profile itself (see
+// ViewFraming and cutFrame): once per display frame it checks the line it
+// draws against the zoom and pan shown so far and fits the profile when it
+// left the picture or spans less than a tenth of it. Zooming or panning
+// takes the framing over from what the view shows; Home and Fit hand it
+// back.
 // Ownership: keeps the newest line's handle and its own pixmap; actions and
 // the frame pacer are children of the view. Threads: GUI thread only.
 class CutView : public BasicView
@@ -40,13 +42,19 @@ public:
     // No current or pending line: the label shows nothing and the picture is
     // white, as before the first line. Zoom, pan, point size, draw mode and
     // grid stay, and the next line is not treated as a first line (which
-    // would go back Home): a seek keeps the user's framing.
+    // would go back Home): a seek keeps the framing, the user's or the
+    // view's own frame, against which the line sought is then checked.
     void clearLines(uint64_t before) override;
 
     const CutParams& params() const { return cutParams; }
     // The picture, with the newest line drawn.
     const QPixmap& image();
     QPoint panOffset() const { return pan; }
+    // The part of the picture the view shows: the scroll area shows the
+    // label's top left as far as its viewport reaches (the picture has the
+    // size of the whole view, tool bar included). The whole picture while
+    // the view is hidden.
+    QRect visibleRect() const;
     float minimumScale() const { return minScale; }
     float maximumScale() const { return maxScale; }
     // Sets the zoom as the user's (the view no longer frames by itself).
@@ -63,9 +71,11 @@ public slots:
     void handleCenter();
     void handleZoomIn();
     void handleZoomOut();
+    // Back to 35 m and no pan, and the view frames the profile again from
+    // there: it stays while it shows the profile.
     void handleZoomHome();
-    // Frames the profile (cutFrame's Fit) from now on, until the user zooms
-    // or pans.
+    // Fits the profile at the next frame and keeps it framed from then on,
+    // until the user zooms or pans.
     void handleFit();
     void handlePointSize();
     void handleGrid();
@@ -85,8 +95,9 @@ protected:
 private:
     QPoint labelCentre() const;
     void applyClickPoint();
-    // The user zooms or pans from what the view shows: the frame the view
-    // chose for the newest line becomes the user's zoom and pan.
+    // The user zooms or pans from what the view shows (or the frame still
+    // to come would show of the newest line): that becomes the user's zoom
+    // and pan.
     void takeOverFraming();
     QSize viewSize() const;
     // Draws the pending line into the pixmap and shows it in the label.
@@ -100,7 +111,7 @@ private:
     LineType pendingLine;    // drawn at the next frame
     CutParams pendingParams; // the parameters at the pending line's arrival
     ViewFraming framing = ViewFraming::Home;
-    ViewFraming pendingFraming = ViewFraming::Home; // the framing at its arrival
+    bool fitPending = false; // Fit: the next frame fits, whatever it shows
     FrameSync* frames = nullptr;
     QPixmap pixmap;
     QPoint pan;

@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QPoint>
+#include <QRect>
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -171,11 +172,10 @@ void snapOutward(double& lo, double& hi)
 
 } // namespace
 
-bool cutFrame(ViewFraming framing, const MyLine& line, const CutParams& params, int w, int h,
-              float homeScale, float minScale, float maxScale, float& scale, int& panX,
-              int& panY)
+bool cutFrame(const MyLine& line, const CutParams& params, int w, int h, const QRect& shown,
+              float minScale, float maxScale, bool fit, float& scale, int& panX, int& panY)
 {
-    if (framing == ViewFraming::User || w < 1 || h < 1)
+    if (w < 1 || h < 1 || shown.isEmpty())
         return false;
     double yMin = HUGE_VAL, yMax = -HUGE_VAL, zMin = HUGE_VAL, zMax = -HUGE_VAL;
     for (const vxs::VxPt& pt : line.points) {
@@ -197,33 +197,36 @@ bool cutFrame(ViewFraming framing, const MyLine& line, const CutParams& params, 
         fx = params.orientX ? k : -k;
         fy = params.orientY ? k : -k;
     };
-    if (framing == ViewFraming::Home) {
+    if (!fit) {
         double fx = 0, fy = 0;
-        factors(homeScale, fx, fy);
-        // Where the profile's corners land at home, no pan (drawCut's rounding).
-        const double x0 = std::lround(fx * yMin + cx), x1 = std::lround(fx * yMax + cx);
-        const double y0 = std::lround(cy - fy * zMin), y1 = std::lround(cy - fy * zMax);
-        const bool inside = std::min(x0, x1) >= 0 && std::max(x0, x1) < w &&
-                            std::min(y0, y1) >= 0 && std::max(y0, y1) < h;
-        const bool large = std::fabs(x1 - x0) >= 0.1 * w || std::fabs(y1 - y0) >= 0.1 * h;
-        if (inside && large) {
-            scale = homeScale;
-            panX = panY = 0;
-            return true;
-        }
+        factors(params.scale, fx, fy);
+        // Where the profile's corners land now (drawCut's rounding).
+        const double x0 = std::lround(fx * yMin + cx) + params.offsetX;
+        const double x1 = std::lround(fx * yMax + cx) + params.offsetX;
+        const double y0 = std::lround(cy - fy * zMin) + params.offsetY;
+        const double y1 = std::lround(cy - fy * zMax) + params.offsetY;
+        const bool inside = std::min(x0, x1) >= shown.left() && std::max(x0, x1) <= shown.right() &&
+                            std::min(y0, y1) >= shown.top() && std::max(y0, y1) <= shown.bottom();
+        const bool large = std::fabs(x1 - x0) >= 0.1 * shown.width() ||
+                           std::fabs(y1 - y0) >= 0.1 * shown.height();
+        if (inside && large)
+            return false;
     }
     snapOutward(yMin, yMax);
     snapOutward(zMin, zMax);
-    // The snapped extent takes up to 90 % of the width and of the height.
+    // The snapped extent takes up to 90 % of the width and of the height
+    // shown, centred there.
     constexpr double kFill = 0.9;
-    const double k = std::min(yMax > yMin ? kFill * w / (yMax - yMin) : HUGE_VAL,
-                              zMax > zMin ? kFill * h / (zMax - zMin) : HUGE_VAL);
+    const double k =
+        std::min(yMax > yMin ? kFill * shown.width() / (yMax - yMin) : HUGE_VAL,
+                 zMax > zMin ? kFill * shown.height() / (zMax - zMin) : HUGE_VAL);
     scale = k < HUGE_VAL && cx > 0 ? std::clamp(static_cast<float>(cx / k), minScale, maxScale)
-                                   : homeScale;
+                                   : params.scale;
     double fx = 0, fy = 0;
     factors(scale, fx, fy);
-    panX = static_cast<int>(std::lround(-fx * (yMin + yMax) / 2));
-    panY = static_cast<int>(std::lround(fy * (zMin + zMax) / 2));
+    const int centreX = shown.x() + shown.width() / 2, centreY = shown.y() + shown.height() / 2;
+    panX = centreX - cx + static_cast<int>(std::lround(-fx * (yMin + yMax) / 2));
+    panY = centreY - cy + static_cast<int>(std::lround(fy * (zMin + zMax) / 2));
     return true;
 }
 

@@ -299,6 +299,9 @@ QMatrix4x4 projectionFor(int w, int h, float fieldOfView, float eyeBehind)
 void MyOpenGLWidget::setFraming(ViewFraming f)
 {
     framing = f;
+    fitPending = f == ViewFraming::Fit;
+    if (f == ViewFraming::Home)
+        transform.setScale(QVector3D(1.0f, 1.0f, 1.0f));
     framingStale = true;
     requestFrame();
 }
@@ -332,34 +335,39 @@ bool MyOpenGLWidget::autoFrame(QVector3D& cameraAt, float& scale) const
     if (lo[0] > hi[0])
         return false;
     const float aspect = height() > 0 ? float(width()) / float(height()) : 1.0f;
-    if (framing == ViewFraming::Home) {
-        // The extent's corners as the home camera (no rotation: Home set
-        // none, and turning takes the framing over) sees them at scale 1.
-        const QVector3D home = homeTranslation();
+    if (!fitPending) {
+        // The points as the camera and the model scale of now show them (at
+        // most some 20,000 of them, evenly spread over the cloud). The frame
+        // stays while the picture shows at least a tenth of the points that
+        // measured something and they span a tenth of it: a camera
+        // standing inside the scene (the street seen from the scanner, the
+        // road running out under it) keeps its view.
+        const float shown = modelScale();
         QMatrix4x4 view;
-        view.translate(-home);
+        view.rotate(r.conjugated());
+        view.translate(-camera.translation());
+        view.scale(shown);
         const QMatrix4x4 m = projectionFor(width(), height(), kFieldOfView, kEyeBehind) * view;
+        const std::size_t stride = std::max<std::size_t>(1, n / 20000);
+        std::size_t measured = 0, seen = 0;
         float x0 = FLT_MAX, x1 = -FLT_MAX, y0 = FLT_MAX, y1 = -FLT_MAX;
-        bool inside = true;
-        for (int c = 0; c < 8 && inside; ++c) {
-            const QVector3D corner = origin + axes[0] * (c & 1 ? hi[0] : lo[0]) +
-                                     axes[1] * (c & 2 ? hi[1] : lo[1]) +
-                                     axes[2] * (c & 4 ? hi[2] : lo[2]);
-            const QVector4D clip = m * QVector4D(corner, 1.0f);
-            if (!(clip.w() > 0.0f)) {
-                inside = false;
-                break;
-            }
+        for (std::size_t i = 0; i < n; i += stride) {
+            if (vertices.source(i).range == 0.0f)
+                continue;
+            ++measured;
+            const CloudVertex& v = vertices[i];
+            const QVector4D clip = m * QVector4D(v.x, v.y, v.z, 1.0f);
+            if (!(clip.w() > 0.0f))
+                continue;
             const float x = clip.x() / clip.w(), y = clip.y() / clip.w(), z = clip.z() / clip.w();
-            inside = std::fabs(x) <= 1.0f && std::fabs(y) <= 1.0f && std::fabs(z) <= 1.0f;
+            if (std::fabs(x) > 1.0f || std::fabs(y) > 1.0f || std::fabs(z) > 1.0f)
+                continue;
+            ++seen;
             x0 = std::min(x0, x), x1 = std::max(x1, x), y0 = std::min(y0, y), y1 = std::max(y1, y);
         }
         // Normalised device coordinates span 2: a tenth of the picture is 0.2.
-        if (inside && (x1 - x0 >= 0.2f || y1 - y0 >= 0.2f)) {
-            cameraAt = home;
-            scale = 1.0f;
-            return true;
-        }
+        if (seen * 10 >= measured && (x1 - x0 >= 0.2f || y1 - y0 >= 0.2f))
+            return false;
     }
     for (int a = 0; a < 3; ++a)
         snapOutward(lo[a], hi[a]);
@@ -394,6 +402,7 @@ void MyOpenGLWidget::applyFraming()
     float scale = 1.0f;
     if (!autoFrame(at, scale))
         return;
+    fitPending = false;
     camera.setTranslation(at);
     transform.setScale(QVector3D(scale, scale, scale));
 }
@@ -403,6 +412,7 @@ void MyOpenGLWidget::takeOverFraming()
     framingStale = true;
     applyFraming();
     framing = ViewFraming::User;
+    fitPending = false;
 }
 
 void MyOpenGLWidget::update()

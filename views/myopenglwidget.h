@@ -67,27 +67,29 @@ public:
     }
     // Who frames the cloud: the widget (Home, Fit: see ViewFraming) or the
     // user, who takes it over by pressing the left button in the widget
-    // (the button that turns and flies the camera).
+    // (the button that turns and flies the camera). Home also sets the model
+    // scale back to 1 (the caller puts the camera home); Fit asks the next
+    // frame for a fit, whatever the camera shows.
     ViewFraming framingMode() const { return framing; }
     void setFraming(ViewFraming f);
     // The model transform's scale (the same on every axis).
     float modelScale() const { return transform.scale().x(); }
-    // The camera translation and model scale with which the widget frames
-    // the cloud now, keeping the camera's rotation. Home: the home camera
-    // (homeTranslation) at scale 1 while the cloud's extent lies inside the
-    // picture there and spans at least a tenth of its width or height.
-    // Otherwise a fit: the cloud's extent along the camera's axes (while
-    // following, relative to the newest line), snapped outward per axis to
-    // a grid of at most an eighth of it (powers of two), is scaled by a
-    // power of two to a few units (so that any scene from centimetres to
-    // hundreds of metres lies well within the projection's depth range and
-    // the camera flies at a usable speed), centred, and backed off until its
-    // near side fits the field of view with a margin of 10 %. A pure function
-    // of the cloud, the rotation, the follow state and the widget's size:
-    // the picture is the one that deciding it for every line would give.
-    // Points that measured nothing (range 0, at the scanner) do not count.
-    // False when the user frames or no point measured anything. Reads every
-    // vertex.
+    // Whether the widget, framing the cloud by itself, frames it anew now,
+    // and with which camera translation and model scale (keeping the
+    // camera's rotation). The present camera and scale stay while the
+    // picture (within the depth range) shows at least a tenth of the
+    // cloud's points and those span at least a tenth of its width or height,
+    // and unless Fit asked for a fit. A fit: the extent (while following,
+    // relative to the newest line), snapped outward per axis to a grid of at
+    // most an eighth of it (powers of two), is scaled by a power of two to a
+    // few units (so that any scene from centimetres to hundreds of metres
+    // lies well within the projection's depth range and the camera flies at
+    // a usable speed), centred, and backed off until its near side fits the
+    // field of view with a margin of 10 %. Points that measured nothing
+    // (range 0, at the scanner) do not count. False, with the arguments
+    // untouched, when the frame stays, the user frames or no point measured
+    // anything. Reads every vertex: paintGL calls it once per frame, only
+    // when the cloud, the follow state, the size or the framing changed.
     bool autoFrame(QVector3D& cameraAt, float& scale) const;
     // Empties the cloud and counts `before` lines as taken in, so that the
     // next lines get the x positions they have in the whole stream. While
@@ -186,6 +188,7 @@ private:
     int newestPixels = 0; // pixel count of the newest line taken in
     bool follow = false;
     ViewFraming framing = ViewFraming::Home;
+    bool fitPending = false;  // Fit: the next frame fits, whatever it shows
     bool framingStale = true; // autoFrame() may give another frame
     CloudRing vertices;
     int pointsPerLine = 1000;

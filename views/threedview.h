@@ -42,11 +42,12 @@ public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
     void handleConfigChanged() override;
     // Camera back home (MyOpenGLWidget::homeTranslation), no rotation; the
-    // cloud and the follow state stay. The widget frames the cloud again
-    // (Home framing: it stays home while the cloud is framed from there).
+    // cloud and the follow state stay. The widget frames the cloud again,
+    // from there: home stays while it shows the cloud (ViewFraming).
     void handleHome();
-    // The widget frames the whole cloud from now on, keeping the camera's
-    // rotation (MyOpenGLWidget::autoFrame), until the user turns or flies.
+    // The widget fits the whole cloud at its next frame, keeping the
+    // camera's rotation, and keeps it framed from then on
+    // (MyOpenGLWidget::autoFrame), until the user turns or flies.
     void handleFit();
     // Follows the newest line or stops following, and stores the choice.
     void handleFollow(bool on);

@@ -3,12 +3,14 @@
 namespace vxlindral {
 
 // Who frames what a cut or 3D view shows. Until the user zooms, pans or
-// turns the view, the view frames the data itself: Home keeps the home
-// framing (the cut view's home scale, the 3D view's home camera) while the
-// data lies inside the picture there and spans at least a tenth of it, and
-// fits the data otherwise; Fit always fits it. The user's navigation takes
-// the framing over; Home and Fit hand it back. (decisions/views.md,
-// "Automatic framing")
+// turns the view, the view frames the data itself: once per display frame
+// it checks the data against the frame it shows, keeps that frame while the
+// data lies inside the picture and spans at least a tenth of its width or
+// height, and fits the data (with a margin) otherwise. Home starts from the
+// home framing (the cut view's home scale, the 3D view's home camera), Fit
+// from a fit made at once; a new view starts as after Home. The user's
+// navigation takes the framing over; Home and Fit hand it back.
+// (decisions/views.md, "Automatic framing")
 enum class ViewFraming
 {
     User,

@@ -1,13 +1,15 @@
 // Seeking: port 6103 plays elsewhere in the stream, forgets its lines
 // (clearLines on every view and model, line 0 as the big average's
 // reference) and replays the tail; it must then show exactly what port 6101,
-// which played from line 0, shows: cut, gray and 3D pictures pixel for pixel,
-// numeric tables cell for cell, and the info text.
+// which played from line 0, shows (both with the user's zoom and camera):
+// cut, gray and 3D pictures pixel for pixel, numeric tables cell for cell,
+// and the info text.
 #include "app/mainwindow.h"
 #include "models/streamdiffaveragedatamodel.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
 #include "views/framesync.h"
+#include "views/myopenglwidget.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
@@ -63,6 +65,15 @@ private slots:
                 v->showNormal();
                 v->resize(260, 200);
             }
+        // Framing by themselves, the cut and 3D views keep a frame while it
+        // shows the data, so their frame depends on the frames drawn before.
+        // With the user's zoom and camera, both ports show the same.
+        for (int port : {kWhole, kSeek}) {
+            view<CutView>(port, MainWindow::Cut)->setScale(35.0f);
+            view<ThreeDView>(port, MainWindow::ThreeD)
+                ->glWidget()
+                ->setFraming(ViewFraming::User);
+        }
         QCoreApplication::processEvents();
     }
     void cleanup() { window.reset(); }

@@ -196,7 +196,8 @@ private slots:
     }
 
     // Fit zooms and pans so that the drawn points fill 70 to 90 % of the
-    // width or height, about centred, at one scale; rejected points count
+    // width or height of the part of the picture the view shows (not the
+    // part hidden below its tool bar), about centred, at one scale; rejected points count
     // only when shown. The scale stays within the limits; points on one spot
     // are only centred. Home goes back to 35 m. Ctrl+0 in the view is Fit.
     void fit_data()
@@ -235,7 +236,11 @@ private slots:
         view.setFocus();
         QTRY_VERIFY(view.hasFocus());
         QTest::keyClick(&view, Qt::Key_0, Qt::ControlModifier);
-        const QImage img = viewtest::rgb(view.image());
+        // What the view shows of its picture: the points lie there.
+        const QImage whole = viewtest::rgb(view.image());
+        const QImage img = whole.copy(view.visibleRect());
+        QVERIFY(img.height() < whole.height() - 20); // the tool bar hides part of it
+        QCOMPARE(countColour(img, kGood), countColour(whole, kGood));
         QRect drawn;
         for (int y = 0; y < img.height(); ++y)
             for (int x = 0; x < img.width(); ++x)
@@ -339,6 +344,58 @@ private slots:
         QCOMPARE(view.framingMode(), ViewFraming::Fit);
         view.image();
         QCOMPARE(view.params().scale, fitted);
+    }
+
+    // Framing the profile by itself, the view keeps its zoom and pan while
+    // the profile lies inside the picture and spans a tenth of its width or
+    // height, and fits again when the profile leaves the picture or shrinks
+    // below a tenth. It decides once per frame, on the line the frame draws:
+    // lines taken in between two frames decide nothing.
+    void keepsItsFrame_data()
+    {
+        QTest::addColumn<QVector3D>("between"); // y of the left end, z, width; width 0: none
+        QTest::addColumn<QVector3D>("next");
+        QTest::addColumn<bool>("refits");
+        const QVector3D none;
+        QTest::newRow("moved a little") << none << QVector3D(40.03f, -3.0f, 0.49f) << false;
+        QTest::newRow("narrower, above a tenth") << none << QVector3D(40.2f, -3.0f, 0.1f) << false;
+        QTest::newRow("wider, still inside") << none << QVector3D(39.995f, -3.0f, 0.51f) << false;
+        QTest::newRow("shrunk below a tenth") << none << QVector3D(40.2f, -3.0f, 0.02f) << true;
+        QTest::newRow("left at the side") << none << QVector3D(40.4f, -3.0f, 0.49f) << true;
+        QTest::newRow("risen out of the picture") << none << QVector3D(40.0f, -2.7f, 0.49f) << true;
+        QTest::newRow("away and back between two frames")
+            << QVector3D(-80.0f, 20.0f, 0.49f) << QVector3D(40.03f, -3.0f, 0.49f) << false;
+        QTest::newRow("back between two frames, then away")
+            << QVector3D(40.03f, -3.0f, 0.49f) << QVector3D(-80.0f, 20.0f, 0.49f) << true;
+    }
+    void keepsItsFrame()
+    {
+        QFETCH(QVector3D, between);
+        QFETCH(QVector3D, next);
+        QFETCH(bool, refits);
+        CutView view;
+        view.resize(301, 201);
+        view.show();
+        // 50 points from y over the width, at z (give or take 0.2 mm).
+        const auto belt = [](const QVector3D& b) {
+            std::vector<vxs::VxPt> pts;
+            for (int i = 0; i < 50; ++i)
+                pts.push_back(pt(b.x() + b.z() * i / 49.0, b.y() + 0.0001 * (i % 3), 1));
+            return makeLine(pts);
+        };
+        // Far from the scanner, a dot at home: fitted.
+        view.updateNewLine(belt(QVector3D(40.0f, -3.0f, 0.49f)));
+        view.image();
+        const float scale = view.params().scale;
+        const QPoint pan = view.panOffset();
+        QVERIFY(scale < 1.0f);
+        if (between.z() > 0.0f)
+            view.updateNewLine(belt(between));
+        view.updateNewLine(belt(next));
+        const QImage img = viewtest::rgb(view.image());
+        QCOMPARE(view.params().scale != scale || view.panOffset() != pan, refits);
+        QCOMPARE(view.framingMode(), ViewFraming::Home);
+        QVERIFY(countColour(img, kGood) > 20);
     }
 
     // The newest line is drawn once per frame with the parameters of its

@@ -301,13 +301,15 @@ private slots:
         QCOMPARE(gl()->getCamera().toMatrix() != before, moves);
     }
 
-    // Following, the camera keeps its rotation and its offset from the newest
+    // With the user's camera (the widget no longer frames by itself):
+    // following, the camera keeps its rotation and its offset from the newest
     // line (the cloud holds only the newest line here); not following, it
     // stays put and the cloud leaves the frame. Home turns the camera back
     // and puts it at the origin, or, following, where it shows the newest
-    // line as the origin shows the first; following goes on. F toggles
-    // following and stores it for new views; turning it off moves nothing,
-    // turning it on goes Home.
+    // line as the origin shows the first, and hands the framing back to the
+    // widget, which fits a cloud that home does not show; following goes on.
+    // F toggles following and stores it for new views; turning it off moves
+    // nothing, turning it on goes Home.
     void follow_data()
     {
         QTest::addColumn<bool>("follow");
@@ -342,6 +344,7 @@ private slots:
         camera.setTranslation(start);
         const QQuaternion turn = QQuaternion::fromAxisAndAngle(0, 1, 0, yaw);
         camera.setRotation(turn);
+        gl()->setFraming(ViewFraming::User); // as if the user had put the camera there
         const QRgb clear = gl()->grabFramebuffer().pixel(0, 0);
         // The camera's distance from (x, start's y and z), moved along by n
         // lines while following.
@@ -359,7 +362,14 @@ private slots:
         QCOMPARE(camera.rotation(), QQuaternion());
         start = QVector3D();
         QVERIFY(expectX(0, lines - 1) < 1e-5f);
-        QCOMPARE(pointsDrawn(clear) > 20, follow || lines < 100);
+        // Home hands the framing back: the cloud is in sight again, seen from
+        // home where home shows it, else fitted.
+        QCOMPARE(gl()->framingMode(), ViewFraming::Home);
+        QVERIFY(pointsDrawn(clear) > 20);
+        QCOMPARE(expectX(0, lines - 1) < 1e-5f, follow || lines < 100);
+        // From home, as the user's camera again.
+        view->handleHome();
+        gl()->setFraming(ViewFraming::User);
         view->updateNewLine(crowdedLine(100, 0));
         QVERIFY(expectX(0, lines) < 1e-5f);
         const QVector3D before = camera.translation();
@@ -390,6 +400,7 @@ private slots:
         QVERIFY(!gl()->isFollowing());
         Camera3D& camera = gl()->getCamera();
         camera.setRotation(QQuaternion::fromAxisAndAngle(0, 1, 0, 30));
+        gl()->setFraming(ViewFraming::User);
         const QRgb clear = gl()->grabFramebuffer().pixel(0, 0);
         for (int l = 0; l < 600; ++l)
             view->updateNewLine(crowdedLine(100, l));
@@ -412,6 +423,62 @@ private slots:
         for (int l = 0; l < 300; ++l)
             view->updateNewLine(crowdedLine(100, l));
         QVERIFY(pointsDrawn(clear) > 50);
+    }
+
+    // Framing the cloud by itself, the widget keeps its camera and model
+    // scale while a tenth of the cloud lies inside the picture and spans a
+    // tenth of it,
+    // and fits the cloud again when it leaves the picture or shrinks below a
+    // tenth. It decides once per frame, on the cloud the frame draws: lines
+    // taken in between two frames decide nothing. The cloud is the newest
+    // line here: a square of points across the view.
+    void keepsItsFrame_data()
+    {
+        QTest::addColumn<QVector3D>("between"); // y, z and size of a line before `next`; size 0: none
+        QTest::addColumn<QVector3D>("next");
+        QTest::addColumn<bool>("refits");
+        const QVector3D none;
+        QTest::newRow("moved a little") << none << QVector3D(0.05f, 5.0f, 1.0f) << false;
+        QTest::newRow("smaller, above a tenth") << none << QVector3D(0.0f, 5.0f, 0.5f) << false;
+        QTest::newRow("shrunk below a tenth") << none << QVector3D(0.0f, 5.0f, 0.02f) << true;
+        QTest::newRow("left the picture") << none << QVector3D(0.0f, 8.0f, 1.0f) << true;
+        // Half of it still shown: a camera inside the scene sees data run out
+        // of the picture (the road under the scanner) and keeps its view.
+        QTest::newRow("half past the border") << none << QVector3D(0.5f, 5.0f, 1.0f) << false;
+        QTest::newRow("away and back between two frames")
+            << QVector3D(0.0f, 40.0f, 1.0f) << QVector3D(0.05f, 5.0f, 1.0f) << false;
+        QTest::newRow("back between two frames, then away")
+            << QVector3D(0.05f, 5.0f, 1.0f) << QVector3D(0.0f, 40.0f, 1.0f) << true;
+    }
+    void keepsItsFrame()
+    {
+        QFETCH(QVector3D, between);
+        QFETCH(QVector3D, next);
+        QFETCH(bool, refits);
+        QSettings().setValue("ThreeD/maxPoints", 100);
+        QSettings().setValue("ThreeD/follow", false);
+        view->handleConfigChanged();
+        const auto square = [](const QVector3D& at) {
+            std::vector<vxs::VxPt> pts;
+            for (int i = 0; i < 100; ++i)
+                pts.push_back(viewtest::pt(at.x() + at.z() * ((i % 10) / 9.0 - 0.5),
+                                           at.y() + at.z() * ((i / 10) / 9.0 - 0.5), 500));
+            return viewtest::makeLine(std::move(pts));
+        };
+        const Camera3D& camera = gl()->getCamera();
+        const QRgb clear = gl()->grabFramebuffer().pixel(0, 0);
+        // 5 m below the home camera: a fit.
+        view->updateNewLine(square(QVector3D(0.0f, 5.0f, 1.0f)));
+        gl()->grabFramebuffer();
+        QCOMPARE(gl()->framingMode(), ViewFraming::Home);
+        QVERIFY(camera.translation() != gl()->homeTranslation());
+        const QVector3D fitted = camera.translation();
+        const float scale = gl()->modelScale();
+        if (between.z() > 0.0f)
+            view->updateNewLine(square(between));
+        view->updateNewLine(square(next));
+        QVERIFY(pointsDrawn(clear) > 20);
+        QCOMPARE(camera.translation() != fitted || gl()->modelScale() != scale, refits);
     }
 
     // Fit keeps the camera's rotation and frames the whole cloud: every
