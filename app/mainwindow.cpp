@@ -626,14 +626,16 @@ void MainWindow::connectView(int kind, BasicView* view, int port)
     StreamDataModel* model = dataModels[port].get();
     const auto queued = Qt::QueuedConnection;
 
+    // The cut view's cursor readout and the 3D view's picked point go to the
+    // status line.
+    if (kind == Cut || kind == ThreeD)
+        connect(view, &BasicView::updateStatusBar, this,
+                [this](const QString& message) { ui->labelStatus->setText(message); });
     switch (kind) {
     case Numeric:
         connectNumericView(static_cast<NumericView*>(view), model);
         break;
     case Cut:
-        // The cut view's cursor readout goes to the status line.
-        connect(view, &BasicView::updateStatusBar, this,
-                [this](const QString& message) { ui->labelStatus->setText(message); });
         if (model)
             connect(model, &StreamDataModel::newLine, view, &BasicView::updateNewLine, queued);
         break;

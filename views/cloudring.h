@@ -20,6 +20,7 @@ struct CloudSource
     float range;        // metres
     uint32_t series;    // the line's series number
     uint32_t pixel;     // index of the point in its line
+    uint32_t line;      // the line's number in the stream, from 0
 };
 
 // The 3D view's vertices as a ring: dropping the oldest vertices advances the

@@ -226,7 +226,8 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
         const float cf = pointColour(pt.intensity, minI, r);
         vertices.push(
             {xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf},
-            {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i)});
+            {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i),
+             static_cast<uint32_t>(lineCount)});
     }
     ++lineCount;
     framingStale = true;
@@ -467,8 +468,59 @@ void MyOpenGLWidget::keyReleaseEvent(QKeyEvent* event)
     requestFrame();
 }
 
+bool MyOpenGLWidget::pointAt(const QPoint& at, std::size_t& index) const
+{
+    // The camera and the model scale as the frame draws them.
+    QMatrix4x4 view;
+    view.rotate(camera.rotation().conjugated());
+    view.translate(-camera.translation());
+    view.scale(modelScale());
+    const QMatrix4x4 m = projectionFor(width(), height(), kFieldOfView, kEyeBehind) * view;
+    const float halfW = float(width()) / 2.0f, halfH = float(height()) / 2.0f;
+    float best = float(kPickRadius * kPickRadius) + 0.5f;
+    float bestDepth = FLT_MAX;
+    bool found = false;
+    for (std::size_t i = 0; i < vertices.size(); ++i) {
+        const CloudVertex& v = vertices[i];
+        const QVector4D clip = m * QVector4D(v.x, v.y, v.z, 1.0f);
+        if (!(clip.w() > 0.0f))
+            continue;
+        const float z = clip.z() / clip.w();
+        if (std::fabs(z) > 1.0f)
+            continue; // outside the depth range: not drawn
+        // Normalised device coordinates to widget pixels (y runs down).
+        const float dx = (clip.x() / clip.w() + 1.0f) * halfW - (float(at.x()) + 0.5f);
+        const float dy = (1.0f - clip.y() / clip.w()) * halfH - (float(at.y()) + 0.5f);
+        const float d = dx * dx + dy * dy;
+        // Among points equally near the click, the one in front.
+        if (d < best - 0.25f || (d <= best + 0.25f && z < bestDepth)) {
+            best = std::min(best, d);
+            bestDepth = z;
+            index = i;
+            found = true;
+        }
+    }
+    return found;
+}
+
+QString MyOpenGLWidget::pointText(std::size_t i) const
+{
+    const CloudVertex& v = vertices[i];
+    const CloudSource& from = vertices.source(i);
+    return QStringLiteral("x: %1 m y: %2 m z: %3 m range: %4 m intensity: %5 line: %6 pixel: %7")
+        .arg(double(v.x), 0, 'f', 3)
+        .arg(double(v.y), 0, 'f', 3)
+        .arg(double(v.z), 0, 'f', 3)
+        .arg(double(from.range), 0, 'f', 3)
+        .arg(from.intensity)
+        .arg(from.line)
+        .arg(from.pixel);
+}
+
 void MyOpenGLWidget::mousePressEvent(QMouseEvent* event)
 {
+    if (event->button() == Qt::LeftButton)
+        pressedAt = event->pos();
     // The left button turns and flies the camera: from here on the user
     // frames, starting from what the widget shows.
     if (event->button() == Qt::LeftButton)
@@ -481,6 +533,12 @@ void MyOpenGLWidget::mousePressEvent(QMouseEvent* event)
 void MyOpenGLWidget::mouseReleaseEvent(QMouseEvent* event)
 {
     Input::registerMouseRelease(event->button());
+    // A click (no drag) picks the point under the pointer.
+    std::size_t picked = 0;
+    if (event->button() == Qt::LeftButton &&
+        (event->pos() - pressedAt).manhattanLength() <= kClickSlop &&
+        pointAt(event->pos(), picked))
+        emit pointPicked(pointText(picked));
     requestFrame();
 }
 

@@ -91,6 +91,13 @@ public:
     // anything. Reads every vertex: paintGL calls it once per frame, only
     // when the cloud, the follow state, the size or the framing changed.
     bool autoFrame(QVector3D& cameraAt, float& scale) const;
+    // The vertex (logical index) drawn nearest to `at` in widget pixels,
+    // within kPickRadius pixels; among points equally near, the one in front.
+    // False when none is. Projects every vertex: for a click, not per frame.
+    bool pointAt(const QPoint& at, std::size_t& index) const;
+    // The values of the i-th vertex as the status line shows them: its
+    // position (as Export cloud writes it), range, intensity, line and pixel.
+    QString pointText(std::size_t i) const;
     // Empties the cloud and counts `before` lines as taken in, so that the
     // next lines get the x positions they have in the whole stream. While
     // following, the camera keeps its offset from the newest line: moved as
@@ -133,6 +140,11 @@ public:
     // released (see FrameSync::hold); other paints still happen.
     void holdFrames(bool on);
 
+signals:
+    // A click on the cloud (press and release of the left button without a
+    // drag) picked a point: its values (pointText).
+    void pointPicked(const QString& text);
+
 public slots:
     // The per-frame navigation step (run after every frame); asks for the
     // next frame while a key or button is in the input table.
@@ -167,6 +179,9 @@ private:
     static constexpr qint64 kFrameNs = 1000000000 / 60 + 1;
     // The projection: vertical field of view (degrees), and how far behind
     // the camera's position the eye is.
+    static constexpr int kPickRadius = 6; // pixels around a click
+    static constexpr int kClickSlop = 3;  // a press and release this near is a click
+    QPoint pressedAt;                     // where the left button went down
     static constexpr float kFieldOfView = 45.0f;
     static constexpr float kEyeBehind = 2.0f;
     QElapsedTimer frameClock; // since the last frame started painting

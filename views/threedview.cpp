@@ -24,6 +24,8 @@ ThreeDView::ThreeDView(QWidget* parent) : BasicView(parent)
     widget->setSizePolicy(QSizePolicy::MinimumExpanding, QSizePolicy::MinimumExpanding);
     layout()->addWidget(widget);
     widget->setFocusPolicy(Qt::StrongFocus);
+    // A point picked on the cloud goes to the status line.
+    connect(widget, &MyOpenGLWidget::pointPicked, this, &BasicView::updateStatusBar);
 }
 
 ThreeDView::~ThreeDView() = default;

@@ -481,6 +481,58 @@ private slots:
         QCOMPARE(camera.translation() != fitted || gl()->modelScale() != scale, refits);
     }
 
+    // A click on the cloud shows the point under it in the status line: its
+    // position, range, intensity, line and pixel. A click beside every
+    // point, or a drag, shows nothing.
+    void pickPoint_data()
+    {
+        QTest::addColumn<QPoint>("offset"); // of the press from the point's pixel
+        QTest::addColumn<QPoint>("drag");   // from press to release
+        QTest::addColumn<bool>("picks");
+        QTest::newRow("on the point") << QPoint(0, 0) << QPoint(0, 0) << true;
+        QTest::newRow("a few pixels beside") << QPoint(3, -2) << QPoint(1, 0) << true;
+        QTest::newRow("beside every point") << QPoint(15, 0) << QPoint(0, 0) << false;
+        QTest::newRow("a drag") << QPoint(0, 0) << QPoint(10, 0) << false;
+    }
+    void pickPoint()
+    {
+        QFETCH(QPoint, offset);
+        QFETCH(QPoint, drag);
+        QFETCH(bool, picks);
+        QSettings().setValue("ThreeD/follow", false);
+        view->handleConfigChanged();
+        // A column of points 2 m ahead of the scanner, 0.2 m apart; the
+        // fourth (pixel 3) at 0.1 m up, 0.1 m from the scanner's axis.
+        std::vector<vxs::VxPt> pts;
+        for (int k = 0; k < 7; ++k)
+            pts.push_back(viewtest::pt(0.0, -0.7 + 0.2 * k, uint32_t(100 + k)));
+        pts[3].range = 2.5; // as the scanner reported it
+        view->updateNewLine(viewtest::makeLine(std::move(pts)));
+        gl()->grabFramebuffer();
+        // Where the frame drew pixel 3, the widget's way.
+        QMatrix4x4 projection;
+        projection.perspective(45.0f, gl()->width() / float(gl()->height()), 0.01f, 100.0f);
+        projection.translate(0.0f, 0.0f, -2.0f);
+        QMatrix4x4 model;
+        model.scale(gl()->modelScale());
+        const CloudVertex& v = gl()->getVertices()[3];
+        const QVector3D ndc =
+            (projection * gl()->getCamera().toMatrix() * model).map(QVector3D(v.x, v.y, v.z));
+        const QPoint at(int((ndc.x() + 1.0f) / 2.0f * gl()->width()),
+                        int((1.0f - ndc.y()) / 2.0f * gl()->height()));
+        QVERIFY(gl()->rect().contains(at));
+
+        QSignalSpy status(view.get(), &BasicView::updateStatusBar);
+        QTest::mousePress(gl(), Qt::LeftButton, Qt::NoModifier, at + offset);
+        QTest::mouseRelease(gl(), Qt::LeftButton, Qt::NoModifier, at + offset + drag);
+        QCOMPARE(status.count(), picks ? 1 : 0);
+        if (picks)
+            QCOMPARE(status.at(0).at(0).toString(),
+                     QStringLiteral("x: %1 m y: 0.100 m z: 0.000 m range: 2.500 m "
+                                    "intensity: 103 line: 0 pixel: 3")
+                         .arg(double(v.x), 0, 'f', 3));
+    }
+
     // Fit keeps the camera's rotation and frames the whole cloud: every
     // vertex lands inside the picture, and the cloud spans a good part of
     // its width or height. Following keeps the framing; an empty cloud
