@@ -183,10 +183,12 @@ bool cutFrame(const MyLine& line, const CutParams& params, int w, int h, const Q
             continue;
         if (pt.range == 0.0)
             continue;
-        yMin = std::min(yMin, pt.y);
-        yMax = std::max(yMax, pt.y);
-        zMin = std::min(zMin, pt.z);
-        zMax = std::max(zMax, pt.z);
+        // Copies: the point is a packed record, and std::min takes references.
+        const double y = pt.y, z = pt.z;
+        yMin = std::min(yMin, y);
+        yMax = std::max(yMax, y);
+        zMin = std::min(zMin, z);
+        zMax = std::max(zMax, z);
     }
     if (yMin > yMax)
         return false;

@@ -226,28 +226,41 @@ QString glContext(vxlindral::MyOpenGLWidget* gl)
 }
 
 // The live port fed by the simulator faster than the window takes in.
-// The machine's own stalls: one fixed piece of work (about a millisecond on
-// a quiet core) timed over and over for two seconds. A seek's p99 cannot be
-// better than this p99 (and max) on the same machine in the same run.
-void stallFloor()
+// The machine's own stalls: one fixed piece of CPU work as long as a
+// typical seek (`typicalMs`, made of units of about a millisecond), timed
+// as many times as there were seeks. A seek's p99 cannot be better than
+// this p99 on the same machine in the same run: a shared machine that
+// stops the process now and then stops a seek as often.
+void stallFloor(double typicalMs, int runs)
 {
-    std::vector<double> ms;
-    QElapsedTimer total;
-    total.start();
     volatile uint64_t sink = 0;
-    while (total.elapsed() < 2000) {
-        QElapsedTimer one;
-        one.start();
+    const auto unit = [&sink] {
         uint64_t x = 0x9e3779b97f4a7c15ULL;
         for (int i = 0; i < 400000; ++i)
             x = x * 6364136223846793005ULL + 1442695040888963407ULL;
         sink = sink + x;
+    };
+    // The unit's own time: the quickest of a few.
+    double unitMs = 1e9;
+    for (int k = 0; k < 20; ++k) {
+        QElapsedTimer one;
+        one.start();
+        unit();
+        unitMs = std::min(unitMs, double(one.nsecsElapsed()) / 1e6);
+    }
+    const int units = std::max(1, int(std::lround(typicalMs / std::max(unitMs, 1e-3))));
+    std::vector<double> ms;
+    for (int k = 0; k < runs; ++k) {
+        QElapsedTimer one;
+        one.start();
+        for (int u = 0; u < units; ++u)
+            unit();
         ms.push_back(double(one.nsecsElapsed()) / 1e6);
     }
     const double worst = *std::max_element(ms.begin(), ms.end());
-    std::printf("floor  the same fixed work took %6.1f / %6.1f / %6.1f ms (p50 / p99 / max; "
-                "%zu runs): the machine's own stalls\n",
-                quantile(ms, 0.5), quantile(ms, 0.99), worst, ms.size());
+    std::printf("floor  fixed work of %6.1f ms took %6.1f / %6.1f / %6.1f ms (p50 / p99 / max; "
+                "%d runs): the machine's own stalls\n",
+                units * unitMs, quantile(ms, 0.5), quantile(ms, 0.99), worst, runs);
 }
 
 bool liveIntake(MainWindow& window, const Options& opt, const QString& simPath)
@@ -374,7 +387,7 @@ bool runViews(const QString& set, const Options& opt, const QString& simPath)
                 "(p50 / p99 / max; %zu seeks, %d timed out, %d lines replayed per seek)\n",
                 quantile(taken, 0.5), quantile(taken, 0.99), maxTaken, quantile(shown, 0.5),
                 quantile(shown, 0.99), maxShown, shown.size(), timeouts, watch.reachBack);
-    stallFloor();
+    stallFloor(quantile(taken, 0.5), std::max(opt.seeks, 1));
     QElapsedTimer closing;
     closing.start();
     window.closeCapture();
