@@ -19,6 +19,8 @@ constexpr int kTickMs = 25;
 // While a seek's views wait for its line: soon after it reached them, they
 // draw it.
 constexpr int kSeekTickMs = 5;
+// Seek ticks without progress after which a held seek lets its frames go.
+constexpr int kStillTicks = 20;
 
 } // namespace
 
@@ -176,6 +178,7 @@ void CapturePlayback::seekLine(uint64_t n)
         hooks.deliverPosted();
     // Held before the views forget, so that not even the emptied views are drawn.
     heldTicks = 0;
+    heldProgress = ~uint64_t(0);
     if (!framesHeld && hooks.holdFrames) {
         framesHeld = true;
         hooks.holdFrames(true);
@@ -218,14 +221,26 @@ void CapturePlayback::tick()
             source->playLines(0);
     }
     const LineQueue::Counters handover = controller->handoverCounters();
-    if (framesHeld && !catchingUp)
-        ++heldTicks;
+    if (framesHeld && !catchingUp) {
+        // Ticks without progress: a line still on its way between the
+        // socket and the model moves one of these counters.
+        const strmsocket::StreamCounters stream = controller->counters();
+        const uint64_t progress = handover.linesTaken + handover.linesWaiting +
+                                  stream.datagrams + stream.messages + stream.rawLines;
+        if (progress != heldProgress) {
+            heldProgress = progress;
+            heldTicks = 0;
+        } else {
+            ++heldTicks;
+        }
+    }
     if (framesHeld && (handover.linesTaken >= releaseAt ||
-                       (!catchingUp && (handover.linesWaiting == 0 || heldTicks > 10)))) {
+                       (!catchingUp && handover.linesWaiting == 0 && heldTicks > kStillTicks))) {
         // The line sought has reached the model, and the views' queued lines
         // were delivered before this timer: the views draw it. Should a line
         // of the tail not decode, the count is never reached: then once the
-        // tail has been handed out and taken in, or a little later.
+        // tail has been handed out and nothing moved for a while. Ticks, not
+        // time: a machine that stalls stalls this timer as well.
         framesHeld = false;
         heldTicks = 0;
         hooks.holdFrames(false);

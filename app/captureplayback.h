@@ -155,7 +155,8 @@ private:
     bool catchingUp = false;   // a seek's tail is being played fast
     bool framesHeld = false;   // the views' frames wait for the seek's line
     uint64_t releaseAt = 0;    // the model's count of lines taken once it took that line
-    int heldTicks = 0;         // ticks the frames stayed held after the tail was handed out
+    int heldTicks = 0;         // ticks without progress since the tail was handed out
+    uint64_t heldProgress = 0; // the counters' sum at the last progress
     qint64 waitingSeekMs = -1; // a seekTime() waiting for the seek under way
     uint64_t catchUpTo = 0;    // the line after the seek's target
     QString lastProblem;

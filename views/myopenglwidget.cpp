@@ -176,6 +176,7 @@ void MyOpenGLWidget::paintGL()
     }
     vertexArray.release();
     program->release();
+    emit frameDrawn(lineCount);
 }
 
 void MyOpenGLWidget::uploadChanges()

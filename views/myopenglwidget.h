@@ -144,6 +144,8 @@ signals:
     // A click on the cloud (press and release of the left button without a
     // drag) picked a point: its values (pointText).
     void pointPicked(const QString& text);
+    // A frame was drawn, showing this many lines.
+    void frameDrawn(int lines);
 
 public slots:
     // The per-frame navigation step (run after every frame); asks for the

@@ -91,33 +91,16 @@ Points readCloud(const QString& path, QString& error)
     return points;
 }
 
-// The lines the 3D view held at each frame it drew (the window also swaps
-// frames in which the view did not draw: those are not counted).
+// The lines the 3D view showed in each frame it drew (the window also
+// composes frames in which the view did not draw: those are not counted).
 class FrameWatch : public QObject
 {
 public:
-    explicit FrameWatch(MyOpenGLWidget* gl) : widget(gl)
+    explicit FrameWatch(MyOpenGLWidget* gl)
     {
-        gl->installEventFilter(this);
-        connect(gl, &QOpenGLWidget::frameSwapped, this, [this] {
-            if (painted >= 0)
-                drawn << painted;
-            painted = -1;
-        });
+        connect(gl, &MyOpenGLWidget::frameDrawn, this, [this](int lines) { drawn << lines; });
     }
     QList<int> drawn;
-
-protected:
-    bool eventFilter(QObject* target, QEvent* event) override
-    {
-        if (target == widget && event->type() == QEvent::Paint)
-            painted = widget->getLineCount();
-        return false;
-    }
-
-private:
-    MyOpenGLWidget* widget;
-    int painted = -1;
 };
 
 // What the capture's views show.
