@@ -4,8 +4,7 @@
 #include "models/streamdatamodel.h"
 #include "stream/myline.h"
 #include "stream/streamdatacontroller.h"
-#include "views/basicview.h"
-#include "views/myopenglwidget.h"
+#include "views/linepoints.h"
 
 #include <QFile>
 #include <QTimer>
@@ -103,23 +102,20 @@ void StretchExport::linePoints(const MyLine& line, uint64_t lineNumber,
 {
     const int n = std::max(line.pixel, 0);
     out.resize(static_cast<std::size_t>(n));
-    // As the 3D view colours a line: from its intensity range.
-    int minI = 65535;
-    int maxI = 0;
-    BasicView::calculateRanges(&line, minI, maxI);
-    const double r = (maxI - minI) / 210.0;
-    const float x =
-        MyOpenGLWidget::lineX(static_cast<int>(std::min<uint64_t>(lineNumber, INT_MAX)));
+    // As the 3D view draws a line.
+    const LinePoints::Range range = LinePoints::rangeOf(line);
+    const float x = LinePoints::lineX(static_cast<int64_t>(std::min<uint64_t>(lineNumber, INT_MAX)));
     std::size_t kept = 0;
     for (int i = 0; i < n; ++i) {
         const vxs::VxPt& pt = line.points[static_cast<std::size_t>(i)];
         if (!keepNoEcho && !hasEcho(pt))
             continue;
+        const LinePoints::Point drawn = LinePoints::point(pt, x, range);
         CloudWriter::Point& p = out[kept++];
-        p.x = x;
-        p.y = -static_cast<float>(pt.z);
-        p.z = static_cast<float>(pt.y);
-        p.gray = MyOpenGLWidget::gray8(MyOpenGLWidget::pointColour(pt.intensity, minI, r));
+        p.x = drawn.x;
+        p.y = drawn.y;
+        p.z = drawn.z;
+        p.gray = LinePoints::gray8(drawn.colour);
         p.intensity = pt.intensity;
         p.range = static_cast<float>(pt.range);
         p.series = line.series;

@@ -2,6 +2,7 @@
 
 #include "stream/myline.h"
 #include "views/framesync.h"
+#include "views/linepoints.h"
 #include "views/myscrollarea.h"
 
 #include <QCloseEvent>
@@ -81,38 +82,7 @@ void BasicView::updateStatistic(const QString&) {}
 
 void BasicView::calculateRanges(const MyLine* ln, int& minI, int& maxI)
 {
-    const int n = ln->pixel;
-    double lower = 0.0;
-    double upper = 0.0;
-    if (n > 0) {
-        double sum = 0.0;
-        double sumsq = 0.0;
-        for (int i = 0; i < n; ++i) {
-            const int v = static_cast<int>(ln->points.at(static_cast<std::size_t>(i)).intensity);
-            if (v < minI)
-                minI = v;
-            if (v > maxI)
-                maxI = v;
-            const double d = v;
-            sum += d;
-            sumsq += d * d;
-        }
-        if (n != 1) {
-            const double mean = sum / n;
-            const double variance = (sumsq - sum * sum / n) / (n - 1);
-            const double s = std::sqrt(variance);
-            lower = mean - 2.0 * s;
-            upper = mean + 3.0 * s;
-        }
-    }
-    if (lower > minI)
-        minI = static_cast<int>(lower);
-    if (maxI > upper)
-        maxI = static_cast<int>(upper);
-    if (minI == maxI) {
-        minI = 0;
-        maxI = 65535;
-    }
+    LinePoints::intensityRange(*ln, minI, maxI);
 }
 
 bool BasicView::isFilteredDisplayed()

@@ -1,4 +1,5 @@
 #include "views/flatview.h"
+#include "views/linepoints.h"
 
 #include "stream/myline.h"
 #include "views/myscrollarea.h"
@@ -40,10 +41,8 @@ struct PointColour
 // onto 210 gray levels) and the view's reject colour.
 PointColour coloursOf(BasicView& view, const MyLine& line)
 {
-    int minI = 65535;
-    int maxI = 0;
-    view.calculateRanges(&line, minI, maxI);
-    return {minI, (maxI - minI) / 210.0, view.isFilteredDisplayed() ? kRejectShown : kRejectHidden};
+    const LinePoints::Range range = LinePoints::rangeOf(line);
+    return {range.minI, range.step, view.isFilteredDisplayed() ? kRejectShown : kRejectHidden};
 }
 
 } // namespace

@@ -24,7 +24,7 @@ float followedX(int lines)
 {
     float x = 0.0f;
     for (int i = 0; i < lines; ++i)
-        x += MyOpenGLWidget::lineX(i) - MyOpenGLWidget::lineX(i - 1);
+        x += LinePoints::lineX(i) - LinePoints::lineX(i - 1);
     return x;
 }
 
@@ -213,27 +213,26 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
     if (count > 0 && count + static_cast<long long>(vertices.size()) > maxPoints)
         vertices.dropFront(static_cast<std::size_t>(count));
 
-    int minI = 65535;
-    int maxI = 0;
-    if (qobject_cast<BasicView*>(parentWidget()))
-        BasicView::calculateRanges(&line, minI, maxI);
-    const double r = (maxI - minI) / 210.0;
-    const float xl = lineX(lineCount);
+    // Outside a view the range is left as it starts (65535 .. 0).
+    const LinePoints::Range range = qobject_cast<BasicView*>(parentWidget())
+                                        ? LinePoints::rangeOf(line)
+                                        : LinePoints::Range{65535, -65535 / 210.0};
+    const float xl = LinePoints::lineX(lineCount);
 
     if (n > 0)
         vertices.reserveBack(static_cast<std::size_t>((n - 1) / step + 1));
     for (int i = 0; i < n; i += step) {
         const vxs::VxPt& pt = line.points.at(static_cast<std::size_t>(i));
-        const float cf = pointColour(pt.intensity, minI, r);
+        const LinePoints::Point p = LinePoints::point(pt, xl, range);
         vertices.push(
-            {xl, -static_cast<float>(pt.z), static_cast<float>(pt.y), cf, cf, cf},
+            {p.x, p.y, p.z, p.colour, p.colour, p.colour},
             {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i),
              static_cast<uint32_t>(lineCount)});
     }
     ++lineCount;
     framingStale = true;
     if (follow)
-        camera.translate(QVector3D((xl - lineX(lineCount - 2)) * modelScale(), 0.0f, 0.0f));
+        camera.translate(QVector3D((xl - LinePoints::lineX(lineCount - 2)) * modelScale(), 0.0f, 0.0f));
     requestFrame();
 }
 
@@ -269,7 +268,7 @@ std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const
     for (std::size_t i = 0; i < out.size(); ++i) {
         const CloudVertex& v = vertices[i];
         const CloudSource& from = vertices.source(i);
-        out[i] = {v.x, v.y, v.z, gray8(v.r), from.intensity, from.range, from.series, from.pixel};
+        out[i] = {v.x, v.y, v.z, LinePoints::gray8(v.r), from.intensity, from.range, from.series, from.pixel};
     }
     return out;
 }
@@ -319,7 +318,7 @@ bool MyOpenGLWidget::autoFrame(QVector3D& cameraAt, float& scale) const
     const QVector3D axes[3] = {r.rotatedVector(QVector3D(1.0f, 0.0f, 0.0f)),
                                r.rotatedVector(QVector3D(0.0f, 1.0f, 0.0f)),
                                r.rotatedVector(QVector3D(0.0f, 0.0f, 1.0f))};
-    const QVector3D origin(follow && lineCount > 0 ? lineX(lineCount - 1) : 0.0f, 0.0f, 0.0f);
+    const QVector3D origin(follow && lineCount > 0 ? LinePoints::lineX(lineCount - 1) : 0.0f, 0.0f, 0.0f);
     float lo[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
     float hi[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
     for (std::size_t i = 0; i < n; ++i) {

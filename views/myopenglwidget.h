@@ -3,6 +3,7 @@
 #include "stream/linetype.h"
 #include "views/camera3d.h"
 #include "views/cloudring.h"
+#include "views/linepoints.h"
 #include "views/transform3d.h"
 #include "views/viewframing.h"
 
@@ -62,7 +63,7 @@ public:
     // from which the newest line looks as the first line does from the origin.
     QVector3D homeTranslation() const
     {
-        return follow && lineCount > 0 ? QVector3D(lineX(lineCount - 1) - lineX(0), 0.0f, 0.0f)
+        return follow && lineCount > 0 ? QVector3D(LinePoints::lineX(lineCount - 1) - LinePoints::lineX(0), 0.0f, 0.0f)
                                        : QVector3D();
     }
     // Who frames the cloud: the widget (Home, Fit: see ViewFraming) or the
@@ -110,28 +111,6 @@ public:
     // any), rounded up, plus one for an oldest line partly dropped. Follows
     // the settings as they are when asked.
     int reachBack() const;
-    // The x position of line number index (0 = the first line taken in).
-    static float lineX(int index) { return static_cast<float>(index / 250.0 + 0.1); }
-    // The colour (r = g = b) a point of `intensity` is drawn with, in a line
-    // whose intensity range (BasicView::calculateRanges) starts at `minI` and
-    // spans 210 steps of `r`. Intensities below minI wrap and come out very
-    // bright; the colour buffer clamps them.
-    static float pointColour(uint32_t intensity, int minI, double r)
-    {
-        const uint32_t d = intensity - static_cast<uint32_t>(minI);
-        double c = (d / r + 45.0) / 255.0;
-        if (c > 255.0)
-            c = 255.0;
-        return static_cast<float>(c);
-    }
-    // The gray of a colour as the 8-bit colour buffer keeps it: clamped to
-    // 0..1 (a NaN counts as 0), times 255, rounded.
-    static uint8_t gray8(float colour)
-    {
-        const float c = colour > 0.0f ? std::min(colour, 1.0f) : 0.0f;
-        return static_cast<uint8_t>(std::lround(c * 255.0f));
-    }
-
     // Asks for a frame showing the current state: at once when the previous
     // frame is at least kFrameNs old, else when it will be. Call it after
     // changing what the widget shows from outside (the camera, for instance).

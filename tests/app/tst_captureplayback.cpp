@@ -17,6 +17,7 @@
 #include "views/cutview.h"
 #include "views/flatview.h"
 #include "views/framesync.h"
+#include "views/linepoints.h"
 #include "views/myopenglwidget.h"
 #include "views/numericview.h"
 #include "views/statisticview.h"
@@ -420,7 +421,7 @@ private slots:
             view<ThreeDView>(window->captureSource(), MainWindow::ThreeD)->glWidget()->cloud();
         Points want;
         for (const CloudWriter::Point& p : all)
-            if (p.x >= MyOpenGLWidget::lineX(first) && p.x <= MyOpenGLWidget::lineX(last))
+            if (p.x >= LinePoints::lineX(first) && p.x <= LinePoints::lineX(last))
                 want.push_back(p);
         const int firstLayout = std::max(std::min(last, 699) - first + 1, 0);
         const int secondLayout = std::max(last - std::max(first, 700) + 1, 0);

@@ -1,3 +1,4 @@
+#include "views/linepoints.h"
 #include "views/myopenglwidget.h"
 #include "views/threedview.h"
 #include "viewtestsupport.h"
@@ -349,7 +350,7 @@ private slots:
         // The camera's distance from (x, start's y and z), moved along by n
         // lines while following.
         const auto expectX = [&](float x, int n) {
-            const float step = follow ? MyOpenGLWidget::lineX(n) - MyOpenGLWidget::lineX(0) : 0;
+            const float step = follow ? LinePoints::lineX(n) - LinePoints::lineX(0) : 0;
             return (camera.translation() - QVector3D(x + step, start.y(), start.z())).length();
         };
         for (int l = 0; l < lines; ++l)
@@ -377,7 +378,7 @@ private slots:
         QCOMPARE(QSettings().value("ThreeD/follow", false).toBool(), !follow);
         QCOMPARE(camera.translation(),
                  follow ? before
-                        : QVector3D(MyOpenGLWidget::lineX(lines) - MyOpenGLWidget::lineX(0), 0, 0));
+                        : QVector3D(LinePoints::lineX(lines) - LinePoints::lineX(0), 0, 0));
     }
 
     // A view built without a stored choice follows. Turning Follow on, by the
