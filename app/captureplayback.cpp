@@ -225,8 +225,8 @@ void CapturePlayback::tick()
         // Ticks without progress: a line still on its way between the
         // socket and the model moves one of these counters.
         const strmsocket::StreamCounters stream = controller->counters();
-        const uint64_t progress = handover.linesTaken + handover.linesWaiting +
-                                  stream.datagrams + stream.messages + stream.rawLines;
+        const uint64_t progress = handover.linesTaken + handover.linesWaiting + stream.datagrams +
+                                  stream.messages + stream.rawLines;
         if (progress != heldProgress) {
             heldProgress = progress;
             heldTicks = 0;
@@ -333,10 +333,10 @@ QString CapturePlayback::placeText(const Place& p) const
     QString total = StreamHealthLabel::grouped(p.lines);
     if (!p.linesFinal)
         total += QLatin1Char('+');
-    QString text = tr("%1: %2 / %3, line %4 of %5")
-                       .arg(fileName(), TransportBar::timeText(p.ms),
-                            TransportBar::timeText(p.durationMs),
-                            StreamHealthLabel::grouped(p.line), total);
+    QString text =
+        tr("%1: %2 / %3, line %4 of %5")
+            .arg(fileName(), TransportBar::timeText(p.ms), TransportBar::timeText(p.durationMs),
+                 StreamHealthLabel::grouped(p.line), total);
     // Lines with pieces missing are in no count: the text says how many.
     if (const uint64_t incomplete = lineIndex.incomplete())
         text += tr(" (%1 incomplete left out)").arg(StreamHealthLabel::grouped(incomplete));

@@ -17,6 +17,9 @@ public:
     // The About dialog currently shown, or null.
     static AboutDialog* shown;
 
+    // Shows the About box of version `version` modally (Help > About).
+    static void showAbout(const QString& version);
+
 public slots:
     void closeDialog();
 };

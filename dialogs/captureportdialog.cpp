@@ -1,12 +1,14 @@
 #include "dialogs/captureportdialog.h"
 
 #include <QDialogButtonBox>
+#include <QFile>
 #include <QFileInfo>
 #include <QLabel>
 #include <QListWidget>
 #include <QLocale>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 CapturePortDialog::CapturePortDialog(QWidget* parent, const QString& fileName,
                                      const std::vector<vxrec::CapturePorts::Port>& ports,
@@ -60,4 +62,31 @@ int CapturePortDialog::ask(QWidget* parent, const QString& fileName,
         return 0;
     CapturePortDialog dialog(parent, fileName, ports, partial);
     return dialog.exec() == QDialog::Accepted ? dialog.port() : 0;
+}
+
+int CapturePortDialog::choose(QWidget* parent, const QString& path, int port, QString& refusal)
+{
+    const QString name = QFileInfo(path).fileName();
+    vxrec::CapturePorts scan;
+    if (!scan.scan(QFile::encodeName(path).toStdString())) {
+        refusal =
+            tr("Could not open %1: %2").arg(name, QString::fromLocal8Bit(scan.error().c_str()));
+        return -1;
+    }
+    const std::vector<vxrec::CapturePorts::Port>& ports = scan.ports();
+    if (port == 0) {
+        if (ports.empty()) {
+            refusal = tr("No scanner lines found in %1").arg(name);
+            return -1;
+        }
+        return ports.size() == 1 ? ports.front().port : ask(parent, name, ports, scan.partial());
+    }
+    // A file read only in part may hold the port's lines further on.
+    if (std::none_of(ports.begin(), ports.end(),
+                     [port](const vxrec::CapturePorts::Port& p) { return p.port == port; }) &&
+        !scan.partial()) {
+        refusal = tr("No scanner lines found in %1").arg(name);
+        return -1;
+    }
+    return port;
 }

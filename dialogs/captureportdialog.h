@@ -30,6 +30,13 @@ public:
     static int ask(QWidget* parent, const QString& fileName,
                    const std::vector<vxrec::CapturePorts::Port>& ports, bool partial = false);
 
+    // The line port of the capture at `path` to play: `port` when it holds
+    // lines for it (or the file could not be read to its end), for 0 the
+    // only port with lines or the one the user chooses. 0 when the user
+    // cancelled, -1 with the reason in `refusal` when the capture cannot be
+    // read or holds no scanner lines (for `port`).
+    static int choose(QWidget* parent, const QString& path, int port, QString& refusal);
+
 private:
     QListWidget* list;
 };

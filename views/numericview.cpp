@@ -1,5 +1,8 @@
 #include "views/numericview.h"
 
+#include "models/streamaveragedatamodel.h"
+#include "models/streamdiffaveragedatamodel.h"
+#include "models/streamheaderdatamodel.h"
 #include "views/fontscrolltableview.h"
 #include "views/framesync.h"
 #include "views/precisehinttableview.h"
@@ -226,5 +229,46 @@ void NumericView::syncTables()
 }
 
 void NumericView::handleConfigChanged() {}
+
+void NumericView::showModel(StreamDataModel* model)
+{
+    const auto queued = Qt::QueuedConnection;
+    if (model)
+        setDataModel(model);
+
+    auto* average = new StreamAverageDataModel(this);
+    if (model)
+        connect(model, &StreamDataModel::newLine, average, &StreamAverageDataModel::updateNewLine,
+                queued);
+    connect(this, &NumericView::changeDisplayMode, average, &StreamDataModel::setDisplayMode);
+    setAverageModel(average);
+
+    auto* bigAverage = new StreamDiffAverageDataModel(this);
+    if (model)
+        connect(model, &StreamDataModel::newLine, bigAverage,
+                &StreamDiffAverageDataModel::updateNewLine, queued);
+    connect(this, &NumericView::changeDisplayMode, bigAverage, &StreamDataModel::setDisplayMode);
+    // Every toggle, on or off, takes the current line as the new reference.
+    connect(this, &NumericView::changeDifferenceMode, bigAverage,
+            &StreamDiffAverageDataModel::setDiff);
+    setBigAverageModel(bigAverage);
+
+    auto* header = new StreamHeaderDataModel(this);
+    if (model)
+        connect(model, &StreamDataModel::newLine, header, &StreamHeaderDataModel::updateNewLine,
+                queued);
+    connect(this, &NumericView::changeHeaderMode, header, &StreamHeaderDataModel::setExpandHeader);
+    setHeaderModel(header);
+    header->setExpandHeader(false);
+
+    if (model) {
+        model->setDisplayMode(StreamDataModel::DISPLAY_DEC);
+        model->setDifferenceMode(false);
+        connect(this, &NumericView::changeDisplayMode, model, &StreamDataModel::setDisplayMode);
+        connect(this, &NumericView::changeDifferenceMode, model,
+                &StreamDataModel::setDifferenceMode);
+        connect(model, &StreamDataModel::newLine, this, &NumericView::updateNewLine, queued);
+    }
+}
 
 } // namespace vxlindral

@@ -20,9 +20,9 @@ class TableFrameProxy;
 // Each table shows its model through a TableFrameProxy: the models' per-line
 // announcements reach the tables once per display frame (and before any paint
 // of a table), with the shape and texts of the newest line.
-// Ownership: the tables, their proxies, the frame pacer and the actions are
-// children of the view; the models it is given are owned elsewhere (the view
-// management parents three of them to the view). Threads: GUI thread only.
+// Ownership: the tables, their proxies, the frame pacer, the actions and the
+// three models that showModel builds are children of the view; the source's
+// model is owned by its session. Threads: GUI thread only.
 class NumericView : public BasicView
 {
     Q_OBJECT
@@ -32,6 +32,14 @@ public:
 
     void createContent() override;
     QToolBar* toolBar() override;
+
+    // Shows the lines of `model` (a port's or a capture's; null: none): its
+    // raw value table, and three models of the view's own (average, big
+    // average, header), children of the view, fed by `model` through queued
+    // connections; the tool bar's switches reach all four. The model
+    // outlives the view and may have been left in hexadecimal or difference
+    // mode by an earlier view: it is set back to decimal without difference.
+    void showModel(StreamDataModel* model);
 
     // Keeps the header and average tables exactly as tall as their rows, plus
     // the horizontal scroll bar while their columns are wider than the table.
