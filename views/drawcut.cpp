@@ -1,6 +1,7 @@
 #include "views/drawcut.h"
 
 #include "stream/myline.h"
+#include "views/viewframing.h"
 
 #include <QMutex>
 #include <QMutexLocker>
@@ -156,22 +157,6 @@ void cutGridStep(float scale, double& stepMetres, int& unit)
     unit = 100000;
 }
 
-namespace {
-
-// The lowest and highest multiple of a grid step that enclose [lo, hi]; the
-// step is the power of two metres at most an eighth of the extent.
-void snapOutward(double& lo, double& hi)
-{
-    const double extent = hi - lo;
-    if (!(extent > 0.0))
-        return;
-    const double g = std::exp2(std::floor(std::log2(extent / 8.0)));
-    lo = std::floor(lo / g) * g;
-    hi = std::ceil(hi / g) * g;
-}
-
-} // namespace
-
 bool cutFrame(const MyLine& line, const CutParams& params, int w, int h, const QRect& shown,
               float minScale, float maxScale, bool fit, float& scale, int& panX, int& panY)
 {
@@ -209,8 +194,8 @@ bool cutFrame(const MyLine& line, const CutParams& params, int w, int h, const Q
         const double y1 = std::lround(cy - fy * zMax) + params.offsetY;
         const bool inside = std::min(x0, x1) >= shown.left() && std::max(x0, x1) <= shown.right() &&
                             std::min(y0, y1) >= shown.top() && std::max(y0, y1) <= shown.bottom();
-        const bool large = std::fabs(x1 - x0) >= 0.1 * shown.width() ||
-                           std::fabs(y1 - y0) >= 0.1 * shown.height();
+        const bool large =
+            std::fabs(x1 - x0) >= 0.1 * shown.width() || std::fabs(y1 - y0) >= 0.1 * shown.height();
         if (inside && large)
             return false;
     }
@@ -219,9 +204,8 @@ bool cutFrame(const MyLine& line, const CutParams& params, int w, int h, const Q
     // The snapped extent takes up to 90 % of the width and of the height
     // shown, centred there.
     constexpr double kFill = 0.9;
-    const double k =
-        std::min(yMax > yMin ? kFill * shown.width() / (yMax - yMin) : HUGE_VAL,
-                 zMax > zMin ? kFill * shown.height() / (zMax - zMin) : HUGE_VAL);
+    const double k = std::min(yMax > yMin ? kFill * shown.width() / (yMax - yMin) : HUGE_VAL,
+                              zMax > zMin ? kFill * shown.height() / (zMax - zMin) : HUGE_VAL);
     scale = k < HUGE_VAL && cx > 0 ? std::clamp(static_cast<float>(cx / k), minScale, maxScale)
                                    : params.scale;
     double fx = 0, fy = 0;

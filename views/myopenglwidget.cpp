@@ -224,15 +224,15 @@ void MyOpenGLWidget::addLine(vxlindral::LineType newLine)
     for (int i = 0; i < n; i += step) {
         const vxs::VxPt& pt = line.points.at(static_cast<std::size_t>(i));
         const LinePoints::Point p = LinePoints::point(pt, xl, range);
-        vertices.push(
-            {p.x, p.y, p.z, p.colour, p.colour, p.colour},
-            {pt.intensity, static_cast<float>(pt.range), line.series, static_cast<uint32_t>(i),
-             static_cast<uint32_t>(lineCount)});
+        vertices.push({p.x, p.y, p.z, p.colour, p.colour, p.colour},
+                      {pt.intensity, static_cast<float>(pt.range), line.series,
+                       static_cast<uint32_t>(i), static_cast<uint32_t>(lineCount)});
     }
     ++lineCount;
     framingStale = true;
     if (follow)
-        camera.translate(QVector3D((xl - LinePoints::lineX(lineCount - 2)) * modelScale(), 0.0f, 0.0f));
+        camera.translate(
+            QVector3D((xl - LinePoints::lineX(lineCount - 2)) * modelScale(), 0.0f, 0.0f));
     requestFrame();
 }
 
@@ -268,24 +268,13 @@ std::vector<CloudWriter::Point> MyOpenGLWidget::cloud() const
     for (std::size_t i = 0; i < out.size(); ++i) {
         const CloudVertex& v = vertices[i];
         const CloudSource& from = vertices.source(i);
-        out[i] = {v.x, v.y, v.z, LinePoints::gray8(v.r), from.intensity, from.range, from.series, from.pixel};
+        out[i] = {v.x,        v.y,         v.z,       LinePoints::gray8(v.r), from.intensity,
+                  from.range, from.series, from.pixel};
     }
     return out;
 }
 
 namespace {
-
-// The lowest and highest multiple of a grid step that enclose [lo, hi]; the
-// step is the power of two at most an eighth of the extent.
-void snapOutward(float& lo, float& hi)
-{
-    const float extent = hi - lo;
-    if (!(extent > 0.0f))
-        return;
-    const float g = std::exp2(std::floor(std::log2(extent / 8.0f)));
-    lo = std::floor(lo / g) * g;
-    hi = std::ceil(hi / g) * g;
-}
 
 QMatrix4x4 projectionFor(int w, int h, float fieldOfView, float eyeBehind)
 {
@@ -318,7 +307,8 @@ bool MyOpenGLWidget::autoFrame(QVector3D& cameraAt, float& scale) const
     const QVector3D axes[3] = {r.rotatedVector(QVector3D(1.0f, 0.0f, 0.0f)),
                                r.rotatedVector(QVector3D(0.0f, 1.0f, 0.0f)),
                                r.rotatedVector(QVector3D(0.0f, 0.0f, 1.0f))};
-    const QVector3D origin(follow && lineCount > 0 ? LinePoints::lineX(lineCount - 1) : 0.0f, 0.0f, 0.0f);
+    const QVector3D origin(follow && lineCount > 0 ? LinePoints::lineX(lineCount - 1) : 0.0f, 0.0f,
+                           0.0f);
     float lo[3] = {FLT_MAX, FLT_MAX, FLT_MAX};
     float hi[3] = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
     for (std::size_t i = 0; i < n; ++i) {
@@ -376,9 +366,9 @@ bool MyOpenGLWidget::autoFrame(QVector3D& cameraAt, float& scale) const
     // every scene; powers of two keep the steps exact.
     constexpr float kFrameSize = 4.0f;
     const float largest = std::max({hi[0] - lo[0], hi[1] - lo[1], hi[2] - lo[2]});
-    scale = largest > 0.0f ? std::exp2(std::clamp(std::round(std::log2(kFrameSize / largest)),
-                                                  -20.0f, 20.0f))
-                           : 1.0f;
+    scale = largest > 0.0f
+                ? std::exp2(std::clamp(std::round(std::log2(kFrameSize / largest)), -20.0f, 20.0f))
+                : 1.0f;
     // The eye looks along -backward; the near side of the extent must fit
     // the picture, the rest of the cloud lies behind it and appears smaller.
     constexpr float kMargin = 1.1f;
@@ -477,7 +467,8 @@ bool MyOpenGLWidget::pointAt(const QPoint& at, std::size_t& index) const
     view.scale(modelScale());
     const QMatrix4x4 m = projectionFor(width(), height(), kFieldOfView, kEyeBehind) * view;
     const float halfW = float(width()) / 2.0f, halfH = float(height()) / 2.0f;
-    float best = float(kPickRadius * kPickRadius) + 0.5f;
+    const float reach = float(kPickRadius * kPickRadius);
+    float best = FLT_MAX;
     float bestDepth = FLT_MAX;
     bool found = false;
     for (std::size_t i = 0; i < vertices.size(); ++i) {
@@ -492,7 +483,9 @@ bool MyOpenGLWidget::pointAt(const QPoint& at, std::size_t& index) const
         const float dx = (clip.x() / clip.w() + 1.0f) * halfW - (float(at.x()) + 0.5f);
         const float dy = (1.0f - clip.y() / clip.w()) * halfH - (float(at.y()) + 0.5f);
         const float d = dx * dx + dy * dy;
-        // Among points equally near the click, the one in front.
+        if (d > reach)
+            continue;
+        // The nearest; among points equally near the click, the one in front.
         if (d < best - 0.25f || (d <= best + 0.25f && z < bestDepth)) {
             best = std::min(best, d);
             bestDepth = z;
@@ -536,8 +529,7 @@ void MyOpenGLWidget::mouseReleaseEvent(QMouseEvent* event)
     // A click (no drag) picks the point under the pointer.
     std::size_t picked = 0;
     if (event->button() == Qt::LeftButton &&
-        (event->pos() - pressedAt).manhattanLength() <= kClickSlop &&
-        pointAt(event->pos(), picked))
+        (event->pos() - pressedAt).manhattanLength() <= kClickSlop && pointAt(event->pos(), picked))
         emit pointPicked(pointText(picked));
     requestFrame();
 }

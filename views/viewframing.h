@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cmath>
+
 namespace vxlindral {
 
 // Who frames what a cut or 3D view shows. Until the user zooms, pans or
@@ -17,5 +19,19 @@ enum class ViewFraming
     Home,
     Fit,
 };
+
+// The lowest and highest multiple of a grid step that enclose [lo, hi]; the
+// step is the power of two at most an eighth of the extent (T is float or
+// double). Views that frame by themselves snap their data's extent so, so
+// that a frame changes only in steps.
+template <typename T> void snapOutward(T& lo, T& hi)
+{
+    const T extent = hi - lo;
+    if (!(extent > T(0)))
+        return;
+    const T g = std::exp2(std::floor(std::log2(extent / T(8))));
+    lo = std::floor(lo / g) * g;
+    hi = std::ceil(hi / g) * g;
+}
 
 } // namespace vxlindral
