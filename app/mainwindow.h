@@ -46,8 +46,8 @@ class ViewArea;
 // the other exports go through ExportFiles.
 //
 // Ownership: the window owns its form, the sessions (the live ports' entries
-// are never erased: a stopped port keeps an empty session, so at most three
-// line ports can be opened in one run; the capture's goes when it closes),
+// are never erased: a stopped port keeps an empty session, and openStream
+// refuses a fourth port entry; the capture's goes when it closes),
 // the transport bar, the status row, the recordings and the exports; the
 // views belong to the MDI area (each deletes itself when closed). Threads:
 // GUI thread only; lines reach the models and views through queued

@@ -43,7 +43,8 @@ public:
     // Opens the live port's socket; false when it cannot be bound (the model
     // and controller stay, so the port counts as opened).
     bool openPort(int portLine, int portStatus);
-    // Closes the socket and lets go of the model and controller.
+    // Stops the stream and lets go of the model and controller; the socket
+    // closes with the controller once nothing else holds it.
     void stopStream();
 
     // Builds the view of `kind` (ViewFactory's kinds) for this source,
