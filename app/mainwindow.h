@@ -1,7 +1,7 @@
 #pragma once
-#include "dialogs/settingskeys.h"
 #include "export/cloudwriter.h"
-#include "stream/linetype.h"
+#include "line/linetype.h"
+#include "settings/settingskeys.h"
 
 #include <QMainWindow>
 #include <QSettings>

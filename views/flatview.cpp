@@ -1,6 +1,6 @@
 #include "views/flatview.h"
 
-#include "stream/myline.h"
+#include "line/myline.h"
 #include "views/myscrollarea.h"
 
 #include <QAction>
