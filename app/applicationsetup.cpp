@@ -1,7 +1,7 @@
 #include "app/applicationsetup.h"
 
+#include "line/linetype.h"
 #include "resources/iconresources.h"
-#include "stream/linetype.h"
 #include "views/glformat.h"
 
 #include <QCoreApplication>

@@ -1,7 +1,7 @@
 #include "app/capturerecording.h"
 
 #include "app/streamhealthlabel.h"
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 #include "stream/streamdatacontroller.h"
 
 #include <QAction>

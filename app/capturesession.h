@@ -1,6 +1,6 @@
 #pragma once
 #include "app/sourcesession.h"
-#include "stream/linetype.h"
+#include "line/linetype.h"
 
 #include <QWidget>
 #include <cstdint>

@@ -1,5 +1,5 @@
 #pragma once
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 #include "export/cloudwriter.h"
 
 #include <QObject>

@@ -1,6 +1,6 @@
 #include "app/linerecording.h"
 
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 
 #include <QAction>
 #include <QFile>

@@ -16,7 +16,7 @@
 #include "dialogs/captureportdialog.h"
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
 #include "views/threedview.h"

@@ -1,8 +1,8 @@
 #include "app/stretchexport.h"
 
 #include "capture/capturesource.h"
+#include "line/myline.h"
 #include "models/streamdatamodel.h"
-#include "stream/myline.h"
 #include "stream/streamdatacontroller.h"
 #include "views/linepoints.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 #include "export/cloudwriter.h"
+#include "line/linetype.h"
 #include "scanner/vxpt.h"
-#include "stream/linetype.h"
 
 #include <QObject>
 #include <QSaveFile>

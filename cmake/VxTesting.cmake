@@ -1,7 +1,8 @@
 # vx_add_test(NAME <name> SOURCES <files...> LIBS <targets...> [LABELS <labels...>] [TIMEOUT <s>])
 # Builds one test executable and registers it with CTest.
 # Labels in use: "gui" (needs a display: run under xvfb-run), "threads" (run
-# under TSan too), "loopback" (sends UDP over 127.0.0.1), "fuzz", "e2e".
+# under TSan too), "loopback" (sends UDP over 127.0.0.1), "fuzz", "e2e",
+# "layers" (the layer checks themselves, tests/layers).
 function(vx_add_test)
     cmake_parse_arguments(T "" "NAME;TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})

@@ -1,5 +1,5 @@
 #include "dialogs/dlgpropertiesimpl.h"
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 
 DlgPropertiesImpl::DlgPropertiesImpl(QWidget* parent) : QDialog(parent, Qt::WindowFlags())
 {

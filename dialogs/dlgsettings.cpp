@@ -1,5 +1,5 @@
 #include "dialogs/dlgsettings.h"
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 #include "ui_dlgsettings.h"
 
 #include <QSettings>

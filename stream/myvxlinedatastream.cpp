@@ -1,11 +1,11 @@
 #include "stream/myvxlinedatastream.h"
 
+#include "line/myline.h"
 #include "models/streamdatamodel.h"
 #include "scanner/tickcount.h"
 #include "stream/devicetransform.h"
 #include "stream/globallineparser.h"
 #include "stream/linepool.h"
-#include "stream/myline.h"
 
 #include <QMutexLocker>
 #include <QString>

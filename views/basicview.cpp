@@ -1,6 +1,6 @@
 #include "views/basicview.h"
 
-#include "stream/myline.h"
+#include "line/myline.h"
 #include "views/framesync.h"
 #include "views/linepoints.h"
 #include "views/myscrollarea.h"

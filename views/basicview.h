@@ -1,5 +1,5 @@
 #pragma once
-#include "stream/linetype.h"
+#include "line/linetype.h"
 
 #include <QImage>
 #include <QMdiSubWindow>

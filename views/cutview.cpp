@@ -1,6 +1,6 @@
 #include "views/cutview.h"
 
-#include "stream/myline.h"
+#include "line/myline.h"
 #include "views/drawcut.h"
 #include "views/myscrollarea.h"
 

@@ -1,6 +1,6 @@
 #include "views/drawcut.h"
 
-#include "stream/myline.h"
+#include "line/myline.h"
 #include "views/viewframing.h"
 
 #include <QMutex>

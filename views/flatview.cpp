@@ -1,7 +1,7 @@
 #include "views/flatview.h"
 #include "views/linepoints.h"
 
-#include "stream/myline.h"
+#include "line/myline.h"
 #include "views/myscrollarea.h"
 
 #include <QAction>

@@ -1,5 +1,5 @@
 #pragma once
-#include "stream/myline.h"
+#include "line/myline.h"
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 #include "views/myopenglwidget.h"
 
-#include "stream/myline.h"
+#include "line/myline.h"
 #include "views/basicview.h"
 #include "views/input.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 #include "export/cloudwriter.h"
-#include "stream/linetype.h"
+#include "line/linetype.h"
 #include "views/camera3d.h"
 #include "views/cloudring.h"
 #include "views/linepoints.h"

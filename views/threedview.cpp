@@ -1,6 +1,6 @@
 #include "views/threedview.h"
 
-#include "dialogs/settingskeys.h"
+#include "settings/settingskeys.h"
 #include "views/myopenglwidget.h"
 
 #include <QAction>

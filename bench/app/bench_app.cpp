@@ -38,8 +38,8 @@
 #include "app/mainwindow.h"
 #include "bench/app/windowbench.h"
 #include "capture/datagramextractor.h"
+#include "line/linetype.h"
 #include "models/streamdatamodel.h"
-#include "stream/linetype.h"
 #include "stream/streamdatacontroller.h"
 
 #include <QApplication>

@@ -9,12 +9,12 @@
 // view owns; "models" is that chain without the view.
 // The 3D view needs an X server:
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_views [lines/frame] [frames] [view]
+#include "line/myline.h"
 #include "models/streamaveragedatamodel.h"
 #include "models/streamdatamodel.h"
 #include "models/streamdiffaveragedatamodel.h"
 #include "models/streamheaderdatamodel.h"
 #include "resources/iconresources.h"
-#include "stream/myline.h"
 #include "views/cutview.h"
 #include "views/flatview.h"
 #include "views/framesync.h"

@@ -4,9 +4,9 @@
 // start opens only the 3D view); and the helpers the window tests share.
 #include "app/applicationsetup.h"
 #include "app/mainwindow.h"
+#include "line/linetype.h"
+#include "line/myline.h"
 #include "models/streamdatamodel.h"
-#include "stream/linetype.h"
-#include "stream/myline.h"
 
 #include <QApplication>
 #include <QDialog>

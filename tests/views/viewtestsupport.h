@@ -1,9 +1,9 @@
 #pragma once
 // Shared helpers of the view tests: line construction, pixel counting and
 // the test main.
+#include "line/linetype.h"
+#include "line/myline.h"
 #include "resources/iconresources.h"
-#include "stream/linetype.h"
-#include "stream/myline.h"
 #include "views/glformat.h"
 
 #include <QApplication>

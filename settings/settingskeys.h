@@ -5,9 +5,9 @@
 #include <QVariant>
 
 // Every key of the settings store, written once: its name, its type and the
-// default its readers use. The settings dialog edits most of them and owns
-// this table; the main window and the 3D view read and write through it.
-// A header only, so that the views (below the dialogs) may use it too.
+// default its readers use. The settings dialog edits most of them; the main
+// window and the 3D view read and write through it. A header only, in a layer
+// of its own below the views and the dialogs, which both use it.
 //
 // Two keys have two entries: a new stream opens the 3D view and no cut view
 // when nothing is stored, while the settings dialog offers the cut view and

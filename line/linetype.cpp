@@ -1,4 +1,4 @@
-#include "stream/linetype.h"
+#include "line/linetype.h"
 
 #include <atomic>
 

@@ -1,4 +1,4 @@
-#include "stream/myline.h"
+#include "line/myline.h"
 
 namespace vxlindral {
 

@@ -1,0 +1,1 @@
+int baseValue() { return 1; }

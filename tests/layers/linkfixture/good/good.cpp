@@ -1,0 +1,2 @@
+int baseValue();
+int goodValue() { return baseValue() + 1; }
