@@ -1,7 +1,5 @@
 #include "tools/capture/udpcapture.h"
 
-#include "tools/common/datagramsocket.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -11,7 +9,7 @@
 
 namespace vxrec {
 
-using vxcommon::DatagramSocket;
+using strmsocket::UdpSocket;
 
 namespace {
 
@@ -49,7 +47,7 @@ const char* UdpCapture::describe(StopReason reason)
 bool UdpCapture::open()
 {
     sockaddr_in local{};
-    if (!DatagramSocket::parse(options.bind, static_cast<uint16_t>(options.port), local)) {
+    if (!UdpSocket::parse(options.bind, static_cast<uint16_t>(options.port), local)) {
         message = "--bind: '" + options.bind + "' is not an IPv4 address";
         return false;
     }
@@ -57,7 +55,7 @@ bool UdpCapture::open()
     // a large receive buffer rides out bursts while the file is written.
     if (!socket.open(options.port, options.bind, 32u << 20, true)) {
         message =
-            DatagramSocket::systemError("cannot bind UDP port " + std::to_string(options.port));
+            UdpSocket::systemError("cannot bind UDP port " + std::to_string(options.port));
         return false;
     }
     boundPort = socket.localPort();
@@ -70,12 +68,12 @@ bool UdpCapture::open()
 
 UdpCapture::Got UdpCapture::receiveOne()
 {
-    strmsocket::UdpSocket::Datagram d;
+    UdpSocket::Datagram d;
     const int got = socket.receive(reinterpret_cast<char*>(buffer.data()), buffer.size(), d);
     if (got == 0)
         return Got::Nothing;
     if (got < 0) {
-        message = DatagramSocket::systemError("receive failed");
+        message = UdpSocket::systemError("receive failed");
         return Got::Error;
     }
     const int64_t timeNs = d.receivedNs ? d.receivedNs : clockNs(CLOCK_REALTIME);

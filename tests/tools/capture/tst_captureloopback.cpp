@@ -20,7 +20,7 @@ void commandLineErrors()
 {
     const std::string x = vxtest::tempPath("x.pcap");
     // A bound socket: its port is busy.
-    vxcommon::DatagramSocket busy;
+    strmsocket::UdpSocket busy;
     const std::string busyPort = ToolRun::bindFreePort(busy);
 
     ToolRun::check({
