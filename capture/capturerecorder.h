@@ -33,8 +33,9 @@ namespace vxrec {
 //
 // Ownership: owns the file, the buffer and the writer thread. Threads:
 // start(), stop(), finish() and destruction by one controlling thread;
-// onDatagram() and take() on one receive thread at a time; status() from any thread. Clear the tap
-// before the recorder goes (the destructor finishes it).
+// onDatagram() and take() on one receive thread at a time; status() from any
+// thread. Clear the tap before the recorder goes (the destructor finishes
+// it).
 class CaptureRecorder : public strmsocket::DatagramTap
 {
 public:
