@@ -1,10 +1,8 @@
 #include "capture/capturerecorder.h"
 
-#include "capture/pcapwriter.h"
 #include "scanner/wireformat.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 
@@ -51,21 +49,25 @@ CaptureRecorder::~CaptureRecorder()
     finish();
 }
 
-bool CaptureRecorder::start(const std::string& path)
+bool CaptureRecorder::start(const std::string& path, CaptureWriter::Format f)
 {
     if (thread.joinable())
         return false;
-    // A file-size limit then fails the write (EFBIG) instead of killing us.
-    std::signal(SIGXFSZ, SIG_IGN);
     file = path;
-    if (!writer.open(path)) {
+    // Opening ignores SIGXFSZ: a file-size limit fails the write (EFBIG).
+    writer = CaptureWriter::create(f);
+    if (!writer->open(path)) {
         std::lock_guard<std::mutex> guard(lock);
-        message = writer.error();
+        message = writer->error();
         failed = true;
         return false;
     }
-    bytes = writer.fileBytes();
-    written = writer.fileBytes();
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        format = f;
+    }
+    bytes = writer->fileBytes();
+    written = writer->fileBytes();
     started = std::chrono::steady_clock::now();
     accepting = true;
     thread = std::thread([this] { writerLoop(); });
@@ -120,11 +122,16 @@ CaptureRecorder::Chunk* CaptureRecorder::room(std::size_t need)
 
 void CaptureRecorder::onDatagram(const char* data, const strmsocket::DatagramSource::Datagram& d)
 {
+    take(data, d);
+}
+
+bool CaptureRecorder::take(const char* data, const strmsocket::DatagramSource::Datagram& d)
+{
     if (!accepting.load(std::memory_order_relaxed))
-        return;
-    if (d.length > PcapWriter::kMaxPayload) { // not one IPv4 packet; a socket never reads one
+        return false;
+    if (d.length > CaptureWriter::kMaxPayload) { // not one IPv4 packet; a socket never reads one
         notRecorded.fetch_add(1, std::memory_order_relaxed);
-        return;
+        return false;
     }
     Record r{d.receivedNs, d.sender, d.local, static_cast<uint32_t>(d.length), d.senderPort, 0};
     if (!r.timeNs) {
@@ -133,15 +140,17 @@ void CaptureRecorder::onDatagram(const char* data, const strmsocket::DatagramSou
         r.timeNs = int64_t(now.tv_sec) * 1000000000 + now.tv_nsec;
     }
     const std::size_t need = sizeof r + pad8(d.length);
+    uint64_t size = 0;
     {
         std::lock_guard<std::mutex> guard(lock);
         if (stopping)
-            return;
+            return false;
         Chunk* c = room(need);
         if (!c) {
             notRecorded.fetch_add(1, std::memory_order_relaxed);
-            return;
+            return false;
         }
+        size = CaptureWriter::recordSize(format, d.length);
         std::memcpy(c->bytes.get() + c->used, &r, sizeof r);
         if (d.length) // an empty datagram may come without bytes
             std::memcpy(c->bytes.get() + c->used + sizeof r, data, d.length);
@@ -150,7 +159,8 @@ void CaptureRecorder::onDatagram(const char* data, const strmsocket::DatagramSou
     datagrams.fetch_add(1, std::memory_order_relaxed);
     if (WireFormat::beginsRawLine(data, d.length))
         lines.fetch_add(1, std::memory_order_relaxed);
-    bytes.fetch_add(PcapngWriter::blockBytes(d.length), std::memory_order_relaxed);
+    bytes.fetch_add(size, std::memory_order_relaxed);
+    return true;
 }
 
 void CaptureRecorder::writerLoop()
@@ -169,11 +179,11 @@ void CaptureRecorder::writerLoop()
                 // Everything is written: the file is closed here, so that
                 // whoever stopped the recording need not wait for the disk.
                 guard.unlock();
-                const bool ok = writer.close();
-                written.store(writer.fileBytes(), std::memory_order_relaxed);
+                const bool ok = writer->close();
+                written.store(writer->fileBytes(), std::memory_order_relaxed);
                 guard.lock();
                 if (!ok && !failed) {
-                    message = writer.error();
+                    message = writer->error();
                     failed = true;
                 }
                 closed.store(true, std::memory_order_release);
@@ -186,12 +196,12 @@ void CaptureRecorder::writerLoop()
         bool ok = !failed.load();
         for (const auto& chunk : batch)
             ok = ok && writeChunk(*chunk);
-        ok = ok && writer.flush();
-        written.store(writer.fileBytes(), std::memory_order_relaxed);
+        ok = ok && writer->flush();
+        written.store(writer->fileBytes(), std::memory_order_relaxed);
         guard.lock();
         if (!ok && !failed) {
             // The rest of the recording is given up; the file keeps what it has.
-            message = writer.error();
+            message = writer->error();
             failed = true;
             accepting = false;
         }
@@ -213,7 +223,7 @@ bool CaptureRecorder::writeChunk(const Chunk& chunk)
         Record r;
         std::memcpy(&r, chunk.bytes.get() + at, sizeof r);
         const auto* payload = reinterpret_cast<const uint8_t*>(chunk.bytes.get() + at + sizeof r);
-        if (!writer.write(r.timeNs, r.sender, r.senderPort, r.local, port, payload, r.length))
+        if (!writer->write(r.timeNs, r.sender, r.senderPort, r.local, port, payload, r.length))
             return false;
         at += sizeof r + pad8(r.length);
     }

@@ -1,5 +1,5 @@
 #pragma once
-#include "capture/pcapngwriter.h"
+#include "capture/capturewriter.h"
 #include "scanner/datagramtap.h"
 
 #include <atomic>
@@ -15,24 +15,27 @@
 
 namespace vxrec {
 
-// Records what a receive thread reads into a pcapng file (PcapngWriter), as
-// its datagram tap: every datagram with the kernel's receive time, its
-// sender's address and port, the local address it arrived on and the
-// recorded port.
+// Records what a receive thread reads into a capture file (pcapng, or pcap,
+// through a CaptureWriter), as its datagram tap: every datagram with the
+// kernel's receive time, its sender's address and port, the local address it
+// arrived on and the recorded port. The window records a port's stream with
+// it, and vxscanner-capture calls it from its own receive loop.
 //
 // The receive thread never waits for the disk: onDatagram() copies the
 // datagram into a bounded buffer of chunks (256 MiB by default) and a writer
 // thread of its own writes them. A datagram that does not fit, because the
 // disk has not kept up, is counted (notRecorded) and left out. A write error
-// (a full disk, a file-size limit) ends the recording: the file is cut back
-// to its last complete block and stays a valid capture, failed and error
-// tell why. SIGXFSZ is ignored from start() on, so that a file-size limit
-// fails the write (EFBIG) instead of ending the process.
+// (a full disk, a file-size limit) ends the recording: by the writer's
+// failure rule the file is cut back to its last whole record and stays a
+// valid capture (CaptureWriter), failed and error tell why. SIGXFSZ is
+// ignored from start() on, so that a file-size limit fails the write (EFBIG)
+// instead of ending the process.
 //
 // Ownership: owns the file, the buffer and the writer thread. Threads:
-// start(), stop(), finish() and destruction by one controlling thread; onDatagram()
-// on one receive thread at a time; status() from any thread. Clear the tap
-// before the recorder goes (the destructor finishes it).
+// start(), stop(), finish() and destruction by one controlling thread;
+// onDatagram() and take() on one receive thread at a time; status() from any
+// thread. Clear the tap before the recorder goes (the destructor finishes
+// it).
 class CaptureRecorder : public strmsocket::DatagramTap
 {
 public:
@@ -60,9 +63,10 @@ public:
     CaptureRecorder(const CaptureRecorder&) = delete;
     CaptureRecorder& operator=(const CaptureRecorder&) = delete;
 
-    // Creates (or replaces) the file, writes its header and starts the
-    // writer thread. False with the reason in status().error.
-    bool start(const std::string& path);
+    // Creates (or replaces) the file in `format`, writes its header and
+    // starts the writer thread. False with the reason in status().error.
+    bool start(const std::string& path,
+               CaptureWriter::Format format = CaptureWriter::Format::Pcapng);
     // Ends the recording without waiting: later datagrams are ignored, and
     // the writer thread writes everything taken so far and closes the file
     // on its own. finished() tells when it has.
@@ -74,6 +78,10 @@ public:
     bool finish();
 
     void onDatagram(const char* data, const strmsocket::DatagramSource::Datagram& d) override;
+    // onDatagram(), telling whether the datagram was taken into the
+    // recording: false when it was left out (counted in notRecorded, or the
+    // recording is not running).
+    bool take(const char* data, const strmsocket::DatagramSource::Datagram& d);
 
     Status status() const;
     const std::string& path() const { return file; }
@@ -98,7 +106,7 @@ private:
     const std::size_t maxChunks;
     std::string file;
     std::chrono::steady_clock::time_point started;
-    PcapngWriter writer; // writer thread (start() and finish() around it)
+    std::unique_ptr<CaptureWriter> writer; // writer thread (start() and finish() around it)
     std::thread thread;
 
     mutable std::mutex lock; // guards what follows, up to the counters
@@ -108,6 +116,7 @@ private:
     std::vector<std::unique_ptr<Chunk>> spare;
     std::size_t chunks = 0; // allocated: current, full, spare and being written
     bool stopping = false;
+    CaptureWriter::Format format = CaptureWriter::Format::Pcapng;
     std::string message;
 
     std::atomic<bool> accepting{false};

@@ -1,61 +1,37 @@
 #pragma once
+#include "capture/capturewriter.h"
+
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <string>
 
 namespace vxrec {
 
-// Writes received UDP datagrams into a classic pcap file (nanosecond
-// timestamps, link type raw IPv4) with synthesised IPv4 and UDP headers, so
-// that Wireshark, tcpdump and vxscanner-replay read it like a capture taken
-// on the wire. One unfragmented IPv4 packet per datagram.
+// A CaptureWriter of classic pcap files: nanosecond timestamps (magic
+// a1b23c4d) in host byte order, snap length 65535, link type raw IPv4, a
+// 16-byte record header before each packet. The failure rule and the
+// threads are CaptureWriter's.
 //
 // Ownership: owns the file. Threads: one thread at a time.
-class PcapWriter
+class PcapWriter : public CaptureWriter
 {
 public:
     static constexpr std::size_t kFileHeader = 24;
     static constexpr std::size_t kRecordHeader = 16;
-    static constexpr std::size_t kIpUdpHeaders = 28;
-    static constexpr std::size_t kMaxPayload = 65535 - kIpUdpHeaders;
 
     PcapWriter() = default;
-    ~PcapWriter();
-    PcapWriter(const PcapWriter&) = delete;
-    PcapWriter& operator=(const PcapWriter&) = delete;
+    ~PcapWriter() override = default;
 
-    // Creates (or truncates) the file and writes the file header.
-    bool open(const std::string& path);
-    // Appends one datagram; addresses in host byte order. False on a write
-    // error or a payload above kMaxPayload.
-    bool write(int64_t timeNs, uint32_t source, uint16_t sourcePort, uint32_t destination,
-               uint16_t destinationPort, const uint8_t* data, std::size_t n);
-    bool flush();
-    // Flushes and closes; false when a buffered write failed.
-    bool close();
-
-    // Bytes the file holds (file header included).
-    uint64_t fileBytes() const { return bytes; }
+    Format format() const override { return Format::Pcap; }
+    // The bytes one datagram of `payload` bytes takes in the file.
     static uint64_t recordBytes(std::size_t payload)
     {
         return kRecordHeader + kIpUdpHeaders + payload;
     }
-    const std::string& error() const { return message; }
 
-    // Fills the 28 bytes of IPv4 and UDP header for a datagram (checksums
-    // included). Public for tests and for anyone synthesising packets.
-    static void buildHeaders(uint8_t* out, uint16_t ipId, uint32_t source, uint16_t sourcePort,
-                             uint32_t destination, uint16_t destinationPort, const uint8_t* data,
-                             std::size_t n);
-
-private:
-    bool fail(const std::string& what, int err);
-
-    std::FILE* file = nullptr;
-    uint64_t bytes = 0;
-    uint16_t nextId = 1;
-    std::string message;
+protected:
+    void putHeader() override;
+    void putRecord(int64_t timeNs, const uint8_t* headers, const uint8_t* data,
+                   std::size_t n) override;
 };
 
 } // namespace vxrec

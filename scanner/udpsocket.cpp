@@ -1,10 +1,12 @@
 #include "scanner/udpsocket.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -18,34 +20,67 @@ UdpSocket::~UdpSocket()
     close();
 }
 
+bool UdpSocket::resolve(const std::string& host, uint16_t port, sockaddr_in& out, std::string& why)
+{
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_DGRAM;
+    addrinfo* found = nullptr;
+    const int rc = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
+    if (rc != 0 || !found) {
+        why = ::gai_strerror(rc);
+        return false;
+    }
+    out = sockaddr_in{};
+    std::memcpy(&out, found->ai_addr, std::min<std::size_t>(sizeof out, found->ai_addrlen));
+    ::freeaddrinfo(found);
+    out.sin_port = htons(port);
+    return true;
+}
+
+bool UdpSocket::parse(const std::string& text, uint16_t port, sockaddr_in& out)
+{
+    out = sockaddr_in{};
+    out.sin_family = AF_INET;
+    out.sin_port = htons(port);
+    out.sin_addr.s_addr = htonl(INADDR_ANY);
+    return text.empty() || ::inet_pton(AF_INET, text.c_str(), &out.sin_addr) == 1;
+}
+
+std::string UdpSocket::text(const sockaddr_in& address)
+{
+    char dotted[INET_ADDRSTRLEN] = {};
+    ::inet_ntop(AF_INET, &address.sin_addr, dotted, sizeof dotted);
+    return std::string(dotted) + ':' + std::to_string(ntohs(address.sin_port));
+}
+
+std::string UdpSocket::systemError(const std::string& what)
+{
+    return what + ": " + std::strerror(errno);
+}
+
+bool UdpSocket::open()
+{
+    close();
+    sock = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return sock >= 0;
+}
+
 bool UdpSocket::open(int p, const std::string& address, std::size_t receiveBuffer, bool ancillary)
 {
     close();
-    if (p < 0 || p > 65535)
+    sockaddr_in local{};
+    if (p < 0 || p > 65535 || !parse(address, static_cast<uint16_t>(p), local))
         return false;
-    sockaddr_in sa{};
-    sa.sin_family = AF_INET;
-    sa.sin_port = htons(static_cast<uint16_t>(p));
-    if (address.empty())
-        sa.sin_addr.s_addr = htonl(INADDR_ANY);
-    else if (inet_pton(AF_INET, address.c_str(), &sa.sin_addr) != 1)
+    if (!open())
         return false;
-
-    sock = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (sock < 0)
-        return false;
-    const int want = receiveBuffer > 0x7fffffff ? 0x7fffffff : static_cast<int>(receiveBuffer);
-    // The forced variant passes the system limit but needs CAP_NET_ADMIN;
-    // without it the plain request is capped by net.core.rmem_max.
-    if (::setsockopt(sock, SOL_SOCKET, SO_RCVBUFFORCE, &want, sizeof want) != 0)
-        ::setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &want, sizeof want);
+    requestReceiveBuffer(receiveBuffer > 0x7fffffff ? 0x7fffffff : static_cast<int>(receiveBuffer));
     if (ancillary) {
-        const int on = 1;
-        ::setsockopt(sock, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on);
-        ::setsockopt(sock, SOL_SOCKET, SO_TIMESTAMPNS, &on, sizeof on);
-        ::setsockopt(sock, IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
+        set(SOL_SOCKET, SO_RXQ_OVFL, 1);
+        set(SOL_SOCKET, SO_TIMESTAMPNS, 1);
+        set(IPPROTO_IP, IP_PKTINFO, 1);
     }
-    if (::bind(sock, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) {
+    if (!bind(local)) {
         const int why = errno;
         close();
         errno = why;
@@ -54,11 +89,6 @@ bool UdpSocket::open(int p, const std::string& address, std::size_t receiveBuffe
     socklen_t len = sizeof rcvbuf;
     if (::getsockopt(sock, SOL_SOCKET, SO_RCVBUF, &rcvbuf, &len) != 0)
         rcvbuf = 0;
-    sockaddr_in bound{};
-    len = sizeof bound;
-    port = ::getsockname(sock, reinterpret_cast<sockaddr*>(&bound), &len) == 0
-               ? ntohs(bound.sin_port)
-               : p;
     wakeFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (wakeFd < 0) {
         close();
@@ -74,8 +104,52 @@ void UdpSocket::close()
     if (wakeFd >= 0)
         ::close(wakeFd);
     sock = wakeFd = -1;
-    port = 0;
     rcvbuf = 0;
+}
+
+bool UdpSocket::set(int level, int option, int value)
+{
+    return ::setsockopt(sock, level, option, &value, sizeof value) == 0;
+}
+
+int UdpSocket::requestSendBuffer(int bytes)
+{
+    return requestBuffer(SO_SNDBUFFORCE, SO_SNDBUF, bytes);
+}
+
+int UdpSocket::requestReceiveBuffer(int bytes)
+{
+    return requestBuffer(SO_RCVBUFFORCE, SO_RCVBUF, bytes);
+}
+
+int UdpSocket::requestBuffer(int forced, int plain, int bytes)
+{
+    if (!set(SOL_SOCKET, forced, bytes))
+        set(SOL_SOCKET, plain, bytes);
+    int granted = 0;
+    socklen_t len = sizeof granted;
+    if (::getsockopt(sock, SOL_SOCKET, plain, &granted, &len) != 0)
+        granted = 0;
+    return granted;
+}
+
+bool UdpSocket::bind(const sockaddr_in& local)
+{
+    return ::bind(sock, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+}
+
+bool UdpSocket::connect(const sockaddr_in& remote)
+{
+    return ::connect(sock, reinterpret_cast<const sockaddr*>(&remote), sizeof remote) == 0;
+}
+
+int UdpSocket::localPort() const
+{
+    sockaddr_in bound{};
+    socklen_t len = sizeof bound;
+    if (sock < 0 || ::getsockname(sock, reinterpret_cast<sockaddr*>(&bound), &len) != 0)
+        return 0;
+    return ntohs(bound.sin_port);
 }
 
 int UdpSocket::wait(int timeoutMs, bool forData)

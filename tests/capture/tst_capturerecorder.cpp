@@ -1,5 +1,5 @@
-// Recording datagrams into a pcapng file from a "receive thread": the file
-// read back through libpcap holds every datagram byte for byte with its
+// Recording datagrams into a pcapng or pcap file from a "receive thread": the
+// file read back through libpcap holds every datagram byte for byte with its
 // time, addresses and ports; a disk that does not keep up costs counted
 // datagrams, never a wait; a file-size limit ends the recording with a file
 // that still reads cleanly to its end.
@@ -109,30 +109,36 @@ bool same(const std::vector<Sent>& sent, const std::vector<Sent>& got, std::size
     return true;
 }
 
-// Everything fed is in the file, however the buffer is cut into chunks
-// (the smallest chunk holds one largest datagram), and the counters match
-// the file.
+const char* name(CaptureWriter::Format format)
+{
+    return format == CaptureWriter::Format::Pcap ? "pcap" : "pcapng";
+}
+
+// Everything fed is in the file, in either format, however the buffer is
+// cut into chunks (the smallest chunk holds one largest datagram), and the
+// counters match the file.
 void roundTrip()
 {
     const std::size_t chunkRows[] = {0, std::size_t(1) << 20};
-    for (std::size_t chunk : chunkRows) {
-        vxtest::row = "chunks of " + std::to_string(chunk);
-        const std::vector<Sent> sent = traffic(400);
-        const std::string path = vxtest::tempPath("round.pcapng");
-        CaptureRecorder recorder(kPort, {std::size_t(64) << 20, chunk});
-        if (!CHECK(recorder.start(path)))
-            continue;
-        feed(recorder, sent);
-        CHECK(recorder.finish());
-        const CaptureRecorder::Status s = recorder.status();
-        CHECK_EQ(s.datagrams, uint64_t(sent.size()));
-        CHECK_EQ(s.notRecorded, uint64_t(0));
-        CHECK_EQ(s.written, s.bytes);
-        CHECK_EQ(uint64_t(std::filesystem::file_size(path)), s.bytes);
-        const ReadBack r = readBack(path);
-        same(sent, r.datagrams, sent.size());
-        CHECK(r.end == DatagramExtractor::Status::End);
-    }
+    for (const auto format : {CaptureWriter::Format::Pcapng, CaptureWriter::Format::Pcap})
+        for (std::size_t chunk : chunkRows) {
+            vxtest::row = "chunks of " + std::to_string(chunk) + " " + name(format);
+            const std::vector<Sent> sent = traffic(400);
+            const std::string path = vxtest::tempPath("round.cap");
+            CaptureRecorder recorder(kPort, {std::size_t(64) << 20, chunk});
+            if (!CHECK(recorder.start(path, format)))
+                continue;
+            feed(recorder, sent);
+            CHECK(recorder.finish());
+            const CaptureRecorder::Status s = recorder.status();
+            CHECK_EQ(s.datagrams, uint64_t(sent.size()));
+            CHECK_EQ(s.notRecorded, uint64_t(0));
+            CHECK_EQ(s.written, s.bytes);
+            CHECK_EQ(uint64_t(std::filesystem::file_size(path)), s.bytes);
+            const ReadBack r = readBack(path);
+            same(sent, r.datagrams, sent.size());
+            CHECK(r.end == DatagramExtractor::Status::End);
+        }
 }
 
 // A writer that cannot write (a pipe that nobody reads yet) with a buffer of
@@ -177,20 +183,20 @@ void overflowIsCounted()
 }
 
 // A file-size limit below what is fed: the recording fails with the
-// system's reason, the file is cut back to its last whole block, and it
-// reads cleanly to its end.
-void fileSizeLimit()
+// system's reason, the file is cut back to its last whole record, and it
+// reads cleanly to its end, in either format.
+void fileSizeLimit(CaptureWriter::Format format)
 {
-    vxtest::row = "file-size limit";
+    vxtest::row = std::string("file-size limit ") + name(format);
     rlimit before{};
     ::getrlimit(RLIMIT_FSIZE, &before);
     rlimit limited = before;
     limited.rlim_cur = 3u << 20;
     if (!CHECK(::setrlimit(RLIMIT_FSIZE, &limited) == 0))
         return;
-    const std::string path = vxtest::tempPath("limited.pcapng");
+    const std::string path = vxtest::tempPath("limited.cap");
     CaptureRecorder recorder(kPort);
-    const bool started = recorder.start(path);
+    const bool started = recorder.start(path, format);
     const std::vector<Sent> sent = traffic(1000); // some 10 MB
     if (started)
         feed(recorder, sent);
@@ -202,10 +208,10 @@ void fileSizeLimit()
     const CaptureRecorder::Status s = recorder.status();
     CHECK(s.failed);
     CHECK_EQ(s.error, std::string("File too large"));
-    // Within the limit, and short of it by less than the largest block: the
-    // blocks of a buffer that reached the file whole stay.
+    // Within the limit, and short of it by less than the largest record: the
+    // records of a buffer that reached the file whole stay.
     CHECK(s.written <= limited.rlim_cur);
-    CHECK(s.written + PcapngWriter::blockBytes(65507) > limited.rlim_cur);
+    CHECK(s.written + CaptureWriter::recordSize(format, 65507) > limited.rlim_cur);
     CHECK_EQ(uint64_t(std::filesystem::file_size(path)), s.written);
     const ReadBack r = readBack(path);
     CHECK(r.end == DatagramExtractor::Status::End);
@@ -219,6 +225,7 @@ int main()
 {
     roundTrip();
     overflowIsCounted();
-    fileSizeLimit();
+    fileSizeLimit(CaptureWriter::Format::Pcapng);
+    fileSizeLimit(CaptureWriter::Format::Pcap);
     return vxtest::result("tst_capturerecorder");
 }

@@ -1,6 +1,6 @@
 #pragma once
 #include "tests/check.h"
-#include "tools/common/datagramsocket.h"
+#include "scanner/udpsocket.h"
 
 #include <cstdio>
 #include <string>
@@ -39,10 +39,10 @@ struct ToolRun
 
     // Binds `socket` to a free port of every local address (a port in use,
     // or where a tool's datagrams land); the port as text.
-    static std::string bindFreePort(vxcommon::DatagramSocket& socket)
+    static std::string bindFreePort(strmsocket::UdpSocket& socket)
     {
         sockaddr_in any{};
-        vxcommon::DatagramSocket::parse("", 0, any);
+        strmsocket::UdpSocket::parse("", 0, any);
         CHECK(socket.open() && socket.bind(any));
         return std::to_string(socket.localPort());
     }

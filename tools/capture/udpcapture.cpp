@@ -1,7 +1,5 @@
 #include "tools/capture/udpcapture.h"
 
-#include "tools/common/datagramsocket.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -11,7 +9,7 @@
 
 namespace vxrec {
 
-using vxcommon::DatagramSocket;
+using strmsocket::UdpSocket;
 
 namespace {
 
@@ -49,20 +47,20 @@ const char* UdpCapture::describe(StopReason reason)
 bool UdpCapture::open()
 {
     sockaddr_in local{};
-    if (!DatagramSocket::parse(options.bind, static_cast<uint16_t>(options.port), local)) {
+    if (!UdpSocket::parse(options.bind, static_cast<uint16_t>(options.port), local)) {
         message = "--bind: '" + options.bind + "' is not an IPv4 address";
         return false;
     }
     // With the kernel's receive time and the local address of each datagram;
-    // a large receive buffer rides out bursts while the file is written.
+    // a large receive buffer rides out bursts.
     if (!socket.open(options.port, options.bind, 32u << 20, true)) {
-        message =
-            DatagramSocket::systemError("cannot bind UDP port " + std::to_string(options.port));
+        message = UdpSocket::systemError("cannot bind UDP port " + std::to_string(options.port));
         return false;
     }
     boundPort = socket.localPort();
-    if (!writer.open(options.out)) {
-        message = writer.error();
+    recorder = std::make_unique<CaptureRecorder>(static_cast<uint16_t>(boundPort));
+    if (!recorder->start(options.out, CaptureWriter::Format::Pcap)) {
+        message = "cannot create " + options.out + ": " + recorder->status().error;
         return false;
     }
     return true;
@@ -70,31 +68,40 @@ bool UdpCapture::open()
 
 UdpCapture::Got UdpCapture::receiveOne()
 {
-    strmsocket::UdpSocket::Datagram d;
+    UdpSocket::Datagram d;
     const int got = socket.receive(reinterpret_cast<char*>(buffer.data()), buffer.size(), d);
     if (got == 0)
         return Got::Nothing;
     if (got < 0) {
-        message = DatagramSocket::systemError("receive failed");
+        message = UdpSocket::systemError("receive failed");
         return Got::Error;
     }
-    const int64_t timeNs = d.receivedNs ? d.receivedNs : clockNs(CLOCK_REALTIME);
-    if (options.maxBytes &&
-        writer.fileBytes() + PcapWriter::recordBytes(d.length) > options.maxBytes) {
+    if (options.maxBytes && recorder->status().bytes + CaptureWriter::recordSize(
+                                                           CaptureWriter::Format::Pcap, d.length) >
+                                options.maxBytes) {
         // The datagram does not fit: the capture ends here, the file stays
         // within its limit.
         sizeLimitHit = true;
         return Got::Nothing;
     }
-    if (!writer.write(timeNs, d.sender, d.senderPort, d.local, static_cast<uint16_t>(boundPort),
-                      buffer.data(), d.length)) {
-        message = writer.error();
-        return Got::Error;
-    }
+    // The recorder takes the receive time from the wall clock when the
+    // kernel gave none.
+    if (!recorder->take(reinterpret_cast<const char*>(buffer.data()), d))
+        return writeFailed() ? Got::Error : Got::Datagram;
     ++count;
     bytes += d.length;
     senderSet.insert(uint64_t(d.sender) << 16 | d.senderPort);
     return Got::Datagram;
+}
+
+bool UdpCapture::writeFailed()
+{
+    const CaptureRecorder::Status s = recorder->status();
+    if (!s.failed)
+        return false;
+    if (message.empty())
+        message = "write failed: " + s.error;
+    return true;
 }
 
 bool UdpCapture::limitReached(StopReason& reason) const
@@ -123,6 +130,10 @@ UdpCapture::StopReason UdpCapture::run(const std::atomic<bool>& stop)
     for (;;) {
         if (limitReached(reason))
             break;
+        if (writeFailed()) {
+            error = true;
+            break;
+        }
         if (stop.load(std::memory_order_relaxed)) {
             // Ctrl+C: what the socket already holds was received; keep it.
             reason = StopReason::Stopped;
@@ -140,21 +151,20 @@ UdpCapture::StopReason UdpCapture::run(const std::atomic<bool>& stop)
             timeout = static_cast<int>(std::max<int64_t>(0, std::min<int64_t>(timeout, left)));
         }
         if (socket.wait(timeout) != 1)
-            continue; // timeout or a signal: check the limits and the flag
-        // Read everything queued, then flush once: few writes under load,
-        // and nothing lingers in the buffer while the stream is idle.
+            continue; // timeout or a signal: check the limits, the file and the flag
+        // Take everything queued; the recorder's writer thread writes it.
         Got got = Got::Nothing;
         while (!limitReached(reason) && (got = receiveOne()) == Got::Datagram) {
         }
-        if (got == Got::Error || !writer.flush()) {
-            if (message.empty())
-                message = writer.error();
+        if (got == Got::Error) {
             error = true;
             break;
         }
     }
-    if (!writer.close() && !error) {
-        message = writer.error();
+    // Everything taken is written and the file closed; a write that failed
+    // on the way is reported once.
+    if (!recorder->finish() && !error) {
+        writeFailed();
         error = true;
     }
     return error ? StopReason::Error : reason;

@@ -6,18 +6,18 @@
 
 namespace vxrec {
 
-using vxcommon::DatagramSocket;
+using strmsocket::UdpSocket;
 
 bool DatagramSender::open(const std::string& host, uint16_t port)
 {
     std::string why;
-    if (!DatagramSocket::resolve(host, port, address, why)) {
+    if (!UdpSocket::resolve(host, port, address, why)) {
         message = "cannot resolve " + host + " to an IPv4 address: " + why;
         return false;
     }
-    target = DatagramSocket::text(address);
+    target = UdpSocket::text(address);
     if (!socket.open()) {
-        message = DatagramSocket::systemError("cannot open a UDP socket");
+        message = UdpSocket::systemError("cannot open a UDP socket");
         return false;
     }
     // A large send buffer absorbs bursts (--fast, catching up).
@@ -44,7 +44,7 @@ bool DatagramSender::send(const uint8_t* data, std::size_t n)
         const timespec pause{0, 200000};
         nanosleep(&pause, nullptr);
     }
-    message = DatagramSocket::systemError("send to " + target + " failed");
+    message = UdpSocket::systemError("send to " + target + " failed");
     return false;
 }
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "tools/common/datagramsocket.h"
+#include "scanner/udpsocket.h"
 #include "tools/replay/datagramsink.h"
 
 #include <cstdint>
@@ -23,7 +23,7 @@ public:
     const std::string& destination() const { return target; }
 
 private:
-    vxcommon::DatagramSocket socket;
+    strmsocket::UdpSocket socket;
     sockaddr_in address{};
     std::string target;
     std::string message;

@@ -8,7 +8,7 @@
 
 namespace vxsim {
 
-using vxcommon::DatagramSocket;
+using strmsocket::UdpSocket;
 
 namespace {
 
@@ -21,18 +21,18 @@ bool MessageSender::open(const std::string& host, int port, std::string& error)
 {
     sockaddr_in to{};
     std::string why;
-    if (!DatagramSocket::resolve(host, static_cast<uint16_t>(port), to, why)) {
+    if (!UdpSocket::resolve(host, static_cast<uint16_t>(port), to, why)) {
         error = "cannot resolve host '" + host + "': " + why;
         return false;
     }
     if (!socket.open()) {
-        error = DatagramSocket::systemError("cannot create a UDP socket");
+        error = UdpSocket::systemError("cannot create a UDP socket");
         return false;
     }
     // A large buffer so that a burst of fragments or a batch of lines fits.
     socket.requestSendBuffer(kSendBuffer);
     if (!socket.connect(to)) {
-        error = DatagramSocket::systemError("cannot send to " + host + ":" + std::to_string(port));
+        error = UdpSocket::systemError("cannot send to " + host + ":" + std::to_string(port));
         socket.close();
         return false;
     }

@@ -1,5 +1,5 @@
 #pragma once
-#include "tools/common/datagramsocket.h"
+#include "scanner/udpsocket.h"
 
 #include <cstdint>
 #include <string>
@@ -40,7 +40,7 @@ public:
     int lastError() const { return lastErrno; }
 
 private:
-    vxcommon::DatagramSocket socket;
+    strmsocket::UdpSocket socket;
     uint32_t nextNumber = 1;
     std::vector<std::vector<char>> pending;
     // sendmmsg's vectors, reused from flush to flush.

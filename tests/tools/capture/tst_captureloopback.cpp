@@ -1,14 +1,15 @@
 // vxscanner-capture as a program over loopback UDP: its errors and exit
-// codes, and the round trip simulator -> vxscanner-capture ->
-// vxscanner-replay -> the viewer's receiver, which delivers every line
-// intact.
+// codes, the file it leaves when a limit ends the capture, and the round trip
+// simulator -> vxscanner-capture -> vxscanner-replay -> the viewer's
+// receiver, which delivers every line intact.
+#include "capture/datagramextractor.h"
 #include "tests/check.h"
 #include "tests/tools/linereceiver.h"
 #include "tests/tools/toolrun.h"
-#include "capture/datagramextractor.h"
 
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <unistd.h>
 
 namespace {
@@ -20,7 +21,7 @@ void commandLineErrors()
 {
     const std::string x = vxtest::tempPath("x.pcap");
     // A bound socket: its port is busy.
-    vxcommon::DatagramSocket busy;
+    strmsocket::UdpSocket busy;
     const std::string busyPort = ToolRun::bindFreePort(busy);
 
     ToolRun::check({
@@ -58,6 +59,76 @@ std::vector<Message> rawLinesIn(const std::string& path, uint16_t port, int& fil
     return out;
 }
 
+// Starts vxscanner-capture on a free port writing `out` (the file name and
+// any further arguments), behind `prefix`; its output, its process id and
+// port, or null when it does not listen.
+std::FILE* startCapture(const std::string& prefix, const std::string& out, int& pid, int& port)
+{
+    // The shell gives the capture's process id (timeout passes SIGINT on).
+    // --foreground: otherwise timeout follows the signal with a SIGCONT,
+    // which can cancel the stop that the address sanitizer's leak check
+    // waits for at exit, and the capture never ends.
+    std::FILE* capture = popen(
+        ("echo $$; exec " + prefix + "timeout --foreground 30 " + C + " --port 0 --out " + out)
+            .c_str(),
+        "r");
+    std::fscanf(capture, "%d vxscanner-capture: listening on UDP port %d", &pid, &port);
+    if (!CHECK(port > 0)) {
+        pclose(capture);
+        return nullptr;
+    }
+    return capture;
+}
+
+// A limit on the file ends the capture with a file that reads cleanly to its
+// end and holds no more than the limit: --max-bytes, the tool's own (exit 0),
+// and a file-size limit of the process, a write error (exit 1, the file
+// keeps the datagrams written before it).
+void fileLimits()
+{
+    const struct
+    {
+        const char* name;
+        std::string prefix, options;
+        uint64_t limit;
+        int code;
+        const char* says;
+    } rows[] = {
+        {"--max-bytes", "", "--max-bytes 30000", 30000, 0, "file size limit reached"},
+        {"file-size limit", "prlimit --fsize=60000 ", "", 60000, 1,
+         "error: write failed: File too large"},
+    };
+    for (const auto& row : rows) {
+        vxtest::row = row.name;
+        const std::string file = vxtest::tempPath("limited.pcap");
+        int pid = 0, port = 0;
+        std::FILE* capture =
+            startCapture(row.prefix, file + " " + row.options + " 2>&1", pid, port);
+        if (!capture)
+            continue;
+        // Some 120 kB of lines: past either limit.
+        ToolRun::run(VX_SIM_BINARY " --rate 300 --count 60 --protocol 1.1 --layout short "
+                                   "--pixels 500 --port " +
+                     std::to_string(port));
+        const std::string out = ToolRun::readAll(capture);
+        const int status = pclose(capture);
+        CHECK_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, row.code);
+        if (!CHECK(ToolRun::says(out, row.says)))
+            std::fprintf(stderr, "  output: %s\n", out.c_str());
+        const uint64_t size = std::filesystem::file_size(file);
+        CHECK(size > 24 && size <= row.limit);
+        CHECK(ToolRun::says(out, "(" + std::to_string(size) + " bytes)"));
+        vxrec::DatagramExtractor x({uint16_t(port), -1});
+        vxrec::UdpDatagram d;
+        vxrec::DatagramExtractor::Status end;
+        int n = 0;
+        CHECK(x.open(file));
+        while ((end = x.next(d)) == vxrec::DatagramExtractor::Status::Datagram)
+            ++n;
+        CHECK(n > 0 && end == vxrec::DatagramExtractor::Status::End);
+    }
+}
+
 // The simulator's stream captured, then replayed into the receiver, per row.
 void roundTrip()
 {
@@ -73,19 +144,10 @@ void roundTrip()
     for (const auto& row : rows) {
         vxtest::row = std::string("round trip ") + row.name;
         const std::string file = vxtest::tempPath("roundtrip.pcap");
-        // The shell gives the capture's process id (timeout passes SIGINT on).
-        // --foreground: otherwise timeout follows the signal with a SIGCONT,
-        // which can cancel the stop that the address sanitizer's leak check
-        // waits for at exit, and the capture never ends.
-        std::FILE* capture = popen(
-            ("echo $$; exec timeout --foreground 30 " + C + " --port 0 --out " + file).c_str(),
-            "r");
         int pid = 0, port = 0;
-        std::fscanf(capture, "%d vxscanner-capture: listening on UDP port %d", &pid, &port);
-        if (!CHECK(port > 0)) {
-            pclose(capture);
+        std::FILE* capture = startCapture("", file, pid, port);
+        if (!capture)
             continue;
-        }
         CHECK_EQ(ToolRun::run(VX_SIM_BINARY " --rate 300 --count " + std::to_string(count) +
                               " --port " + std::to_string(port) + " " + row.simArgs),
                  0);
@@ -121,6 +183,7 @@ int main()
 {
     signal(SIGPIPE, SIG_IGN);
     commandLineErrors();
+    fileLimits();
     roundTrip();
     return vxtest::result("tst_captureloopback");
 }

@@ -28,7 +28,7 @@ void commandLineErrors()
     const std::string text = "not a capture, only some words of text in a file\n";
     B::save(vxtest::tempPath("text.pcap"), B::Bytes(text.begin(), text.end()));
     // A bound socket where the truncated replay lands.
-    vxcommon::DatagramSocket sink;
+    strmsocket::UdpSocket sink;
     const std::string sinkPort = ToolRun::bindFreePort(sink);
 
     ToolRun::check({
