@@ -2,9 +2,13 @@
 
 #include "line/myline.h"
 #include "views/drawcut.h"
+#include "views/measurepanel.h"
 #include "views/myscrollarea.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QBoxLayout>
+#include <QClipboard>
 #include <QIcon>
 #include <QLabel>
 #include <QLayout>
@@ -51,6 +55,17 @@ void CutView::createContent()
         layout()->addWidget(bar);
     }
     BasicView::createContent();
+    // The measure panel sits right of the picture, shown in Measure mode.
+    if (auto* column = qobject_cast<QBoxLayout*>(layout())) {
+        auto* row = new QHBoxLayout;
+        row->setSpacing(0);
+        column->removeWidget(scrollArea);
+        row->addWidget(scrollArea, 1);
+        panel = new MeasurePanel(this);
+        panel->hide();
+        row->addWidget(panel);
+        column->addLayout(row);
+    }
     cutParams.scale = kHomeScale;
     pan = QPoint(0, 0);
     if (pixmap.isNull())
@@ -87,6 +102,23 @@ QToolBar* CutView::toolBar()
     // Only while the focus is inside this view: other views have their own Fit.
     fitAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
     addAction(fitAction);
+    measureAction = make(tr("Measure"), ":/PixMaps/measure.svg", QKeySequence(Qt::Key_M));
+    measureAction->setObjectName(QStringLiteral("actionMeasure"));
+    measureAction->setCheckable(true);
+    measureAction->setToolTip(tr("Measure: drag to mark a region, click two points (M)"));
+    // An ordinary key: only while the focus is inside this view.
+    measureAction->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    addAction(measureAction);
+    const auto measureOnly = [this](const QString& text, const char* name) {
+        auto* a = new QAction(text, this);
+        a->setObjectName(QString::fromLatin1(name));
+        a->setEnabled(false);
+        toolBarWidget->addAction(a);
+        return a;
+    };
+    takeReferenceAction = measureOnly(tr("Take reference"), "actionTakeReference");
+    clearReferenceAction = measureOnly(tr("Clear reference"), "actionClearReference");
+    copyValuesAction = measureOnly(tr("Copy values"), "actionCopyValues");
 
     connect(zoomInAction, &QAction::triggered, this, &CutView::handleZoomIn);
     connect(zoomOutAction, &QAction::triggered, this, &CutView::handleZoomOut);
@@ -95,6 +127,10 @@ QToolBar* CutView::toolBar()
     connect(drawLinesAction, &QAction::triggered, this, &CutView::handleDrawMode);
     connect(gridAction, &QAction::triggered, this, &CutView::handleGrid);
     connect(fitAction, &QAction::triggered, this, &CutView::handleFit);
+    connect(measureAction, &QAction::toggled, this, &CutView::setMeasureMode);
+    connect(takeReferenceAction, &QAction::triggered, this, &CutView::takeReference);
+    connect(clearReferenceAction, &QAction::triggered, this, &CutView::clearReference);
+    connect(copyValuesAction, &QAction::triggered, this, &CutView::copyValues);
     return toolBarWidget;
 }
 
@@ -146,7 +182,21 @@ void CutView::drawPending()
         }
     }
     drawCut(*line, pendingParams, pixmap);
+    shownLine = line;
+    shownParams = pendingParams;
+    shownSize = pixmap.size();
+    if (measuring) {
+        measureShown();
+        measurer.draw(pixmap, shownParams);
+    }
     showPixmap();
+}
+
+void CutView::measureShown()
+{
+    measurer.measure(shownLine.get());
+    if (panel)
+        panel->showRows(measurer.rows());
 }
 
 QImage CutView::picture()
@@ -158,6 +208,8 @@ void CutView::clearLines(uint64_t)
 {
     currentLine.reset();
     pendingLine.reset();
+    shownLine.reset();
+    measureShown();
     if (label)
         label->clear();
     if (!pixmap.isNull())
@@ -334,6 +386,14 @@ void CutView::wheelEvent(QWheelEvent* event)
 void CutView::mousePressEvent(QMouseEvent* event)
 {
     const QPoint pos = event->localPos().toPoint();
+    if (measuring) {
+        // No pan and no zoom centre: the press starts a region or a pick.
+        pressAt = picturePoint(pos);
+        pressY = cutY(pressAt.x(), paramsOnShow(), sizeOnShow().width());
+        regionDrag = false;
+        QMdiSubWindow::mousePressEvent(event);
+        return;
+    }
     dragAnchor = pos;
     const QPoint p = scrollArea ? scrollArea->mapFrom(this, pos) : pos;
     clickPoint = p;
@@ -365,7 +425,15 @@ void CutView::mousePressEvent(QMouseEvent* event)
 
 void CutView::mouseMoveEvent(QMouseEvent* event)
 {
-    if (event->buttons() & Qt::LeftButton) {
+    if (measuring && (event->buttons() & Qt::LeftButton)) {
+        const QPoint q = picturePoint(event->localPos().toPoint());
+        if (!regionDrag && (q - pressAt).manhattanLength() >= QApplication::startDragDistance())
+            regionDrag = true;
+        // The region starts where the press was in metres, should the
+        // frame change while dragging.
+        if (regionDrag)
+            setMeasureRegion(pressY, cutY(q.x(), paramsOnShow(), sizeOnShow().width()));
+    } else if (event->buttons() & Qt::LeftButton) {
         const QPoint q = event->localPos().toPoint();
         if (q != dragAnchor)
             takeOverFraming();
@@ -378,6 +446,13 @@ void CutView::mouseMoveEvent(QMouseEvent* event)
 void CutView::mouseDoubleClickEvent(QMouseEvent* event)
 {
     const QPoint pos = event->localPos().toPoint();
+    if (measuring) {
+        // Two quick picks are two presses, not a re-centring.
+        pressAt = picturePoint(pos);
+        pressY = cutY(pressAt.x(), paramsOnShow(), sizeOnShow().width());
+        regionDrag = false;
+        return;
+    }
     const QPoint p = scrollArea ? scrollArea->mapFrom(this, pos) : pos;
     clickPoint = p;
     if (p.isNull())
@@ -389,7 +464,88 @@ void CutView::mouseDoubleClickEvent(QMouseEvent* event)
 
 void CutView::mouseReleaseEvent(QMouseEvent* event)
 {
+    if (measuring && event->button() == Qt::LeftButton && !regionDrag) {
+        measurer.pick(shownLine.get(), pressAt, paramsOnShow(), sizeOnShow());
+        refreshMeasure();
+    }
+    regionDrag = false;
     QMdiSubWindow::mouseReleaseEvent(event);
+}
+
+QPoint CutView::picturePoint(const QPoint& viewPos) const
+{
+    // The label holds the picture at its full size from its top left.
+    return label ? label->mapFrom(this, viewPos) : viewPos;
+}
+
+CutParams CutView::paramsOnShow() const
+{
+    if (shownLine)
+        return shownParams;
+    CutParams p = cutParams;
+    p.offsetX = pan.x();
+    p.offsetY = pan.y();
+    return p;
+}
+
+QSize CutView::sizeOnShow() const
+{
+    return shownLine ? shownSize : pixmap.size();
+}
+
+bool CutView::measureRegion(double& y0, double& y1) const
+{
+    return measurer.region(y0, y1);
+}
+
+void CutView::setMeasureRegion(double y0, double y1)
+{
+    measurer.setRegion(y0, y1);
+    refreshMeasure();
+    emit measureRegionChanged();
+}
+
+void CutView::refreshMeasure()
+{
+    if (currentLine)
+        updateImage();
+    else
+        measureShown();
+}
+
+void CutView::setMeasureMode(bool on)
+{
+    measuring = on;
+    regionDrag = false;
+    if (measureAction && measureAction->isChecked() != on)
+        measureAction->setChecked(on);
+    for (QAction* a : {takeReferenceAction, clearReferenceAction, copyValuesAction})
+        if (a)
+            a->setEnabled(on);
+    if (panel)
+        panel->setVisible(on);
+    // The picture gains or loses the marks; the panel its values.
+    refreshMeasure();
+}
+
+void CutView::takeReference()
+{
+    if (!shownLine)
+        return;
+    measurer.setReference(shownLine);
+    refreshMeasure();
+}
+
+void CutView::clearReference()
+{
+    measurer.setReference(nullptr);
+    refreshMeasure();
+}
+
+void CutView::copyValues()
+{
+    if (panel)
+        QApplication::clipboard()->setText(panel->text());
 }
 
 } // namespace vxlindral

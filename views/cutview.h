@@ -1,5 +1,6 @@
 #pragma once
 #include "views/basicview.h"
+#include "views/cutmeasure.h"
 #include "views/cutparams.h"
 #include "views/framesync.h"
 #include "views/viewframing.h"
@@ -11,6 +12,8 @@
 class QAction;
 
 namespace vxlindral {
+
+class MeasurePanel;
 
 // The cut view: the newest line plotted at its y and z coordinates in metres,
 // with zoom (wheel, tool bar, keys), pan by dragging, re-centring by
@@ -26,8 +29,15 @@ namespace vxlindral {
 // left the picture or spans less than a tenth of it. Zooming or panning
 // takes the framing over from what the view shows; Home and Fit hand it
 // back.
-// Ownership: keeps the newest line's handle and its own pixmap; actions and
-// the frame pacer are children of the view. Threads: GUI thread only.
+// Measure mode (the checkable "Measure" action, M in the view): dragging
+// marks a region of interest along y instead of panning, a click without
+// dragging picks a point (two give a pair, a third starts over), and a panel
+// right of the picture shows the measures of the line on show (CutMeasure,
+// MeasurePanel), brought up to date when the frame draws it; a reference
+// line adds the difference profile. The wheel still zooms.
+// Ownership: keeps the newest line's handle, the line on show's, the
+// reference's (in CutMeasure) and its own pixmap; actions, the panel and the
+// frame pacer are children of the view. Threads: GUI thread only.
 class CutView : public BasicView
 {
     Q_OBJECT
@@ -66,6 +76,18 @@ public:
     // Who frames the profile: the view (Home, Fit) or the user.
     ViewFraming framingMode() const { return framing; }
 
+    bool measureMode() const { return measuring; }
+    // The region of interest in metres (y0 where the drag began); false
+    // when there is none.
+    bool measureRegion(double& y0, double& y1) const;
+    void setMeasureRegion(double y0, double y1);
+    const CutMeasure& measurement() const { return measurer; }
+    MeasurePanel* measurePanel() const { return panel; }
+
+signals:
+    // The region of interest was set or changed (also while it is dragged).
+    void measureRegionChanged();
+
 public slots:
     void updateNewLine(vxlindral::LineType newLine) override;
     void handleCenter();
@@ -83,6 +105,13 @@ public slots:
     void updateImage();
     void updateImageLabel();
     void handleConfigChanged() override;
+    // Measure mode on or off: the panel shows, a drag marks the region.
+    void setMeasureMode(bool on);
+    // The line on show becomes the reference (nothing without one).
+    void takeReference();
+    void clearReference();
+    // The panel's rows to the clipboard, tab-separated.
+    void copyValues();
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
@@ -103,6 +132,16 @@ private:
     // Draws the pending line into the pixmap and shows it in the label.
     void drawPending();
     void showPixmap();
+    // The picture's pixel under a position of the view.
+    QPoint picturePoint(const QPoint& viewPos) const;
+    // The drawing parameters of the picture on show (of the newest line
+    // when none is drawn yet).
+    CutParams paramsOnShow() const;
+    QSize sizeOnShow() const;
+    // Redraws the line on show with what the user changed in Measure mode,
+    // or, without a line, brings the panel up to date.
+    void refreshMeasure();
+    void measureShown();
 
     CutParams cutParams;
     float minScale = 0.1f;
@@ -117,6 +156,15 @@ private:
     QPoint pan;
     QPoint dragAnchor;
     QPoint clickPoint;
+    LineType shownLine;    // the line the picture shows
+    CutParams shownParams; // and the parameters it was drawn with,
+    QSize shownSize;       // into a picture of this size
+    bool measuring = false;
+    bool regionDrag = false; // the press became a drag: it marks the region
+    QPoint pressAt;          // the press in Measure mode, in picture pixels
+    double pressY = 0.0;     // and its y in metres
+    CutMeasure measurer;
+    MeasurePanel* panel = nullptr;
 
     QAction* zoomInAction = nullptr;
     QAction* zoomOutAction = nullptr;
@@ -125,6 +173,10 @@ private:
     QAction* drawLinesAction = nullptr;
     QAction* gridAction = nullptr;
     QAction* fitAction = nullptr;
+    QAction* measureAction = nullptr;
+    QAction* takeReferenceAction = nullptr;
+    QAction* clearReferenceAction = nullptr;
+    QAction* copyValuesAction = nullptr;
 };
 
 } // namespace vxlindral

@@ -77,12 +77,6 @@ void drawGrid(QPainter& painter, const CutParams& params, int w, int h)
 // half the width spans `scale` metres, both axes negated unless oriented.
 void drawPoints(QPainter& painter, const MyLine& line, const CutParams& params, int w, int h)
 {
-    const int cx = w / 2;
-    const int cy = h / 2;
-    const float s = params.scale;
-    const double k = static_cast<float>(cx) / s;
-    const double fx = params.orientX ? k : -k;
-    const double fy = params.orientY ? k : -k;
     const QPen goodPen(QColor(0, 0, 200), params.pointSize);
     const QPen rejectPen(QColor(192, 0, 0), params.pointSize);
     const bool lines = params.drawLines;
@@ -100,8 +94,8 @@ void drawPoints(QPainter& painter, const MyLine& line, const CutParams& params, 
             continue;
         const double y = pt.y;
         const double z = pt.z;
-        const int px = static_cast<int>(std::lround(fx * y + cx)) + params.offsetX;
-        const int py = static_cast<int>(std::lround(cy - fy * z)) + params.offsetY;
+        const int px = cutColumn(y, params, w);
+        const int py = cutRow(z, params, w, h);
         const QPoint screen(px, py);
         const int pen = good ? 0 : 1;
         if (lines) {
@@ -133,7 +127,39 @@ void drawPoints(QPainter& painter, const MyLine& line, const CutParams& params, 
     flush(painter, lines);
 }
 
+// The drawing's factor: pixels per metre (k = cx / scale, in float).
+double pixelsPerMetre(const CutParams& params, int w)
+{
+    return static_cast<float>(w / 2) / params.scale;
+}
+
 } // namespace
+
+int cutColumn(double y, const CutParams& params, int w)
+{
+    const double k = pixelsPerMetre(params, w);
+    const double fx = params.orientX ? k : -k;
+    return static_cast<int>(std::lround(fx * y + w / 2)) + params.offsetX;
+}
+
+int cutRow(double z, const CutParams& params, int w, int h)
+{
+    const double k = pixelsPerMetre(params, w);
+    const double fy = params.orientY ? k : -k;
+    return static_cast<int>(std::lround(h / 2 - fy * z)) + params.offsetY;
+}
+
+double cutY(int column, const CutParams& params, int w)
+{
+    const double k = pixelsPerMetre(params, w);
+    return (column - params.offsetX - w / 2) / (params.orientX ? k : -k);
+}
+
+double cutZ(int row, const CutParams& params, int w, int h)
+{
+    const double k = pixelsPerMetre(params, w);
+    return (h / 2 + params.offsetY - row) / (params.orientY ? k : -k);
+}
 
 void cutGridStep(float scale, double& stepMetres, int& unit)
 {

@@ -32,6 +32,17 @@ void drawCut(const MyLine& line, const CutParams& params, QPixmap& pixmap);
 bool cutFrame(const MyLine& line, const CutParams& params, int w, int h, const QRect& shown,
               float minScale, float maxScale, bool fit, float& scale, int& panX, int& panY);
 
+// Where drawCut puts a point in a pixmap w x h: the column of y and the row
+// of z (metres), rounded half away from zero, pan included. Half the width
+// spans params.scale metres on both axes; both axes are negated unless
+// oriented. Every drawing on top of the points (the measure band, the
+// picked points) maps with these, so that it falls on the points.
+int cutColumn(double y, const CutParams& params, int w);
+int cutRow(double z, const CutParams& params, int w, int h);
+// The inverse: y and z in metres at a pixel's column and row.
+double cutY(int column, const CutParams& params, int w);
+double cutZ(int row, const CutParams& params, int w, int h);
+
 // The grid step for a zoom scale: metres and the millimetre unit the grid
 // spacing is computed from.
 void cutGridStep(float scale, double& stepMetres, int& unit);

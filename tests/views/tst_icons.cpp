@@ -13,8 +13,8 @@ private slots:
         QTest::addColumn<QString>("name");
         const QString names = QStringLiteral(
             "about.svg connect.svg datainfo.svg exit.svg exportCloud.svg exportLine.svg filter.svg "
-            "fit_cloud.svg follow.svg gray.svg grid.svg info.svg line.png numeric.png pause.svg "
-            "pointsize1.svg pointsize2.svg pointsize3.svg pointsize4.svg pointsize5.svg "
+            "fit_cloud.svg follow.svg gray.svg grid.svg info.svg line.png measure.svg numeric.png "
+            "pause.svg pointsize1.svg pointsize2.svg pointsize3.svg pointsize4.svg pointsize5.svg "
             "record.svg settings.svg threed.svg topview.svg zoom_fit.svg zoom_home.svg "
             "zoom_minus.svg zoom_plus.svg");
         for (const QString& n : names.split(' '))

@@ -16,6 +16,9 @@
 
 namespace viewtest {
 
+// The colour of the cut view's good points.
+const QRgb kCutPoint = qRgb(0, 0, 200);
+
 // One point at (y, z) in metres with its intensity, validity and reject mark,
 // measured by a scanner at the origin (its range is its distance from there;
 // a point at the origin measured nothing).
