@@ -2,7 +2,7 @@
 
 #include "capture/captureports.h"
 #include "capture/capturesource.h"
-#include "tools/measure/linemeasurer.h"
+#include "measure/linemeasurer.h"
 
 #include <chrono>
 #include <memory>

@@ -17,10 +17,12 @@ namespace vxmeasure {
 // ForEachPoint), so that the window and this tool give the same numbers for
 // the same line.
 //
-// Lines are numbered from 0 in the order they are delivered, whether or not
-// their header passes the checks: a line the viewer would give up ("unknown
-// data") gets a row with 0 points and empty measures, so that row n is
-// always line n.
+// Lines are numbered in the order they are delivered, from 0 or from the
+// number of the first line of a stretch, whether or not their header passes
+// the checks: a line the viewer would give up ("unknown data") gets a row
+// with 0 points and empty measures, so that row n is always line n. With a
+// limit, lines after the limit are not measured (a stretch that a source
+// delivers a line or two past).
 //
 // Ownership: writes to `out`, which the caller keeps open. Threads: the
 // callbacks on the receive thread (or the thread of DeliverMessage); lines()
@@ -30,6 +32,13 @@ class LineMeasurer : public VxLinedataStream
 public:
     LineMeasurer(std::FILE* out, double y0, double y1,
                  const ProfileMeasure::Settings& settings = ProfileMeasure::Settings());
+    // Numbers the rows from `first` on and measures at most `limit` lines.
+    // Before the measurer is connected.
+    void setStretch(uint64_t first, uint64_t limit)
+    {
+        firstLine = first;
+        lineLimit = limit;
+    }
     ~LineMeasurer() override;
 
     void OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const char* packet,
@@ -46,6 +55,8 @@ private:
     ProfileMeasure measure;
     const ProfileMeasure::Result none; // of a line that is given up
     char row[MeasureCsv::kRowBytes];
+    uint64_t firstLine = 0;
+    uint64_t lineLimit = UINT64_MAX;
     std::atomic<uint64_t> done{0};
 };
 

@@ -1,4 +1,4 @@
-#include "tools/measure/linemeasurer.h"
+#include "measure/linemeasurer.h"
 
 namespace vxmeasure {
 
@@ -18,6 +18,8 @@ void LineMeasurer::OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const
                              const strmsocket::LineRawInfo& info, const char*, int)
 {
     const uint64_t number = done.load(std::memory_order_relaxed);
+    if (number >= lineLimit)
+        return;
     const ProfileMeasure::Result* result = &none;
     // A negative header size passes the checks, but the viewer cannot
     // build the line: it gives the line up.
@@ -30,7 +32,7 @@ void LineMeasurer::OnRawLine(const strmsocket::VxStreamDeviceInfo& device, const
                      });
         result = &measure.measure(points, y0, y1);
     }
-    std::fwrite(row, 1, MeasureCsv::row(number, *result, row), out);
+    std::fwrite(row, 1, MeasureCsv::row(firstLine + number, *result, row), out);
     done.store(number + 1, std::memory_order_relaxed);
 }
 
