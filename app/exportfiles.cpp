@@ -1,6 +1,7 @@
 #include "app/exportfiles.h"
 
 #include "app/captureplayback.h"
+#include "app/measureexport.h"
 #include "app/streamhealthlabel.h"
 #include "app/stretchexport.h"
 #include "views/myopenglwidget.h"
@@ -192,25 +193,32 @@ void ExportFiles::exportCloud(ThreeDView* view)
     });
 }
 
-void ExportFiles::exportStretch(const CapturePlayback& playback)
+bool ExportFiles::markedLines(const CapturePlayback& playback, StretchExport::Stretch& lines)
 {
-    if (stretch)
-        return;
+    if (running())
+        return false;
     // The stretch as marked when the command was given.
     uint64_t first = 0;
     uint64_t last = 0;
     if (!playback.markedStretch(first, last)) {
         QMessageBox::warning(window, tr("Export failed"),
                              tr("No line of the capture is known yet."), QMessageBox::Ok);
-        return;
+        return false;
     }
     const vxrec::CaptureIndex& index = playback.index();
-    StretchExport::Stretch lines;
     lines.first = first;
     lines.count = last - first + 1;
     lines.offset = index.entry(first).offset;
     lines.prelude = vxrec::CaptureSource::kNoPrelude;
     index.headerBefore(first, lines.prelude);
+    return true;
+}
+
+void ExportFiles::exportStretch(const CapturePlayback& playback)
+{
+    StretchExport::Stretch lines;
+    if (!markedLines(playback, lines))
+        return;
     const QString capturePath = playback.path();
 
     QString fileName;
@@ -220,23 +228,58 @@ void ExportFiles::exportStretch(const CapturePlayback& playback)
     stretch = std::make_unique<StretchExport>(capturePath, playback.port(), lines, fileName, format,
                                               this);
     stretch->setKeepNoEcho(SettingsKeys::keepNoEcho.read(settings));
+    launch(stretch, tr("Export lines as cloud"), lines.count, capturePath);
+}
+
+void ExportFiles::exportMeasurements(const CapturePlayback& playback, double y0, double y1)
+{
+    StretchExport::Stretch lines;
+    if (!markedLines(playback, lines))
+        return;
+    const QString capturePath = playback.path();
+    const QString fileName = QFileDialog::getSaveFileName(
+        window, tr("Export measurements"),
+        startPath(SettingsKeys::pathLast, QStringLiteral("measurements.csv")),
+        tr("CSV files (*.csv);;All files (*)"));
+    if (fileName.isEmpty())
+        return;
+    measures =
+        std::make_unique<MeasureExport>(capturePath, playback.port(), lines, y0, y1, fileName, this);
+    launch(measures, tr("Export measurements"), lines.count, capturePath);
+}
+
+template <class Job>
+void ExportFiles::launch(std::unique_ptr<Job>& job, const QString& title, uint64_t lines,
+                         const QString& capturePath)
+{
     QString error;
     bool targetFailed = false;
-    if (!stretch->start(error, targetFailed)) {
-        stretch.reset();
+    if (!job->start(error, targetFailed)) {
+        const QString fileName = job->target();
+        job.reset();
         failed(targetFailed ? tr("Could not open file for writing")
                             : tr("Could not read the capture"),
                targetFailed ? fileName : capturePath, error);
         return;
     }
+    showProgress(job.get(), title, lines, job->target());
+    connect(progress, &QProgressDialog::canceled, job.get(), &Job::cancel);
+    connect(job.get(), &Job::progressed, progressBar, &QProgressBar::setValue);
+    // Queued: the failure box opens from the event loop, not from the export.
+    connect(job.get(), &Job::finished, this, &ExportFiles::jobEnded, Qt::QueuedConnection);
+}
+
+void ExportFiles::showProgress(QObject* job, const QString& title, uint64_t lines,
+                               const QString& fileName)
+{
     emit stretchRunning(true);
     // Shown only when the export takes longer than a second.
     progress = new QProgressDialog(
         tr("Writing %1 lines to %2 ...")
-            .arg(StreamHealthLabel::grouped(lines.count), QFileInfo(fileName).fileName()),
+            .arg(StreamHealthLabel::grouped(lines), QFileInfo(fileName).fileName()),
         tr("Cancel"), 0, 1000, window);
-    progress->setObjectName("stretchProgress");
-    progress->setWindowTitle(tr("Export lines as cloud"));
+    progress->setObjectName(job == stretch.get() ? "stretchProgress" : "measureProgress");
+    progress->setWindowTitle(title);
     progress->setWindowModality(Qt::WindowModal);
     progress->setMinimumDuration(1000);
     progress->setAutoReset(false);
@@ -245,26 +288,24 @@ void ExportFiles::exportStretch(const CapturePlayback& playback)
     // modal, inside the export's code, where a queued close or quit could
     // delete what called it: the progress goes to a bar of its own instead,
     // and the dialog only shows itself after its minimum duration.
-    auto* bar = new QProgressBar(progress);
-    bar->setRange(0, 1000);
-    progress->setBar(bar);
+    progressBar = new QProgressBar(progress);
+    progressBar->setRange(0, 1000);
+    progress->setBar(progressBar);
     progress->setValue(0);
-    connect(progress, &QProgressDialog::canceled, stretch.get(), &StretchExport::cancel);
-    connect(stretch.get(), &StretchExport::progressed, bar, &QProgressBar::setValue);
-    // Queued: the failure box opens from the event loop, not from the export.
-    connect(stretch.get(), &StretchExport::finished, this, &ExportFiles::stretchEnded,
-            Qt::QueuedConnection);
 }
 
-void ExportFiles::stretchEnded(bool ok, const QString& reason)
+void ExportFiles::jobEnded(bool ok, const QString& reason)
 {
-    const QString fileName = stretch ? stretch->target() : QString();
+    const QString fileName =
+        stretch ? stretch->target() : measures ? measures->target() : QString();
     // Delivered queued: the export's own code has returned.
     stretch.reset();
+    measures.reset();
     if (progress) {
         progress->disconnect(this);
         progress->deleteLater();
         progress = nullptr;
+        progressBar = nullptr;
     }
     emit stretchRunning(false);
     if (ok)

@@ -19,6 +19,7 @@
 #include "settings/settingskeys.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
+#include "views/cutview.h"
 #include "views/threedview.h"
 
 #include <QApplication>
@@ -77,6 +78,8 @@ MainWindow::MainWindow(QWidget* parent)
     connect(ui->actionOpenCapture, &QAction::triggered, this, &MainWindow::handleOpenCapture);
     connect(ui->actionCloseCapture, &QAction::triggered, this, &MainWindow::closeCapture);
     connect(ui->actionExportStretch, &QAction::triggered, this, &MainWindow::handleExportStretch);
+    connect(ui->actionExportMeasurements, &QAction::triggered, this,
+            &MainWindow::handleExportMeasurements);
     connect(ui->actionFreeze, &QAction::triggered, this, &MainWindow::handlePause);
     connect(ui->actionConnect, &QAction::triggered, this, &MainWindow::handleConnect);
     connect(ui->actionFilterDisplay, &QAction::triggered, this, &MainWindow::handleFilterDisplay);
@@ -94,6 +97,7 @@ MainWindow::MainWindow(QWidget* parent)
     // and export look the view up when they run.
     connect(exports, &vxlindral::ExportFiles::stretchRunning, this, [this](bool running) {
         ui->actionExportStretch->setEnabled(!running && captureSession());
+        ui->actionExportMeasurements->setEnabled(!running && captureSession());
     });
     addStatusRow();
     setAcceptDrops(true);
@@ -455,6 +459,31 @@ void MainWindow::handleExportStretch()
         exports->exportStretch(*playback);
 }
 
+void MainWindow::handleExportMeasurements()
+{
+    CapturePlayback* playback = capturePlayback();
+    if (!playback)
+        return;
+    // The region of the capture's cut view: the active one, else any.
+    double y0 = 0.0;
+    double y1 = 0.0;
+    const auto hasRegion = [&](BasicView* view) {
+        auto* cut = qobject_cast<vxlindral::CutView*>(view);
+        return cut && cut->measureRegion(y0, y1);
+    };
+    const QList<BasicView*> views = captureSession()->views();
+    bool found = views.contains(area->current()) && hasRegion(area->current());
+    for (BasicView* view : views)
+        found = found || hasRegion(view);
+    if (!found) {
+        QMessageBox::warning(this, tr("Export failed"),
+                             tr("Mark a region in a cut view of the capture first (Measure)."),
+                             QMessageBox::Ok);
+        return;
+    }
+    exports->exportMeasurements(*playback, y0, y1);
+}
+
 void MainWindow::handleSaveImage()
 {
     if (BasicView* view = area->recent([](BasicView*) { return true; }, true, firstCaptureKey))
@@ -549,7 +578,8 @@ bool MainWindow::openCapture(const QString& path, int port)
     transport->setPlaying(playback->isPlaying());
     transport->show();
     ui->actionCloseCapture->setEnabled(true);
-    ui->actionExportStretch->setEnabled(!exports->runningStretch());
+    ui->actionExportStretch->setEnabled(!exports->running());
+    ui->actionExportMeasurements->setEnabled(!exports->running());
     ui->labelStatus->clear();
     session->refreshPlace();
     return true;
@@ -572,6 +602,7 @@ void MainWindow::closeCapture()
         statusRow->showIndex(false, 0.0);
         ui->actionCloseCapture->setEnabled(false);
         ui->actionExportStretch->setEnabled(false);
+        ui->actionExportMeasurements->setEnabled(false);
         statusRow->reserveRoom();
         statusRow->health()->refresh();
         area->tile();

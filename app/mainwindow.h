@@ -24,6 +24,7 @@ class SourceSession;
 class StatusRow;
 class StreamDataController;
 class StreamDataModel;
+class MeasureExport;
 class StretchExport;
 class TransportBar;
 class ViewArea;
@@ -89,6 +90,10 @@ public:
     }
     // The export of a stretch of lines under way; null when none is.
     vxlindral::StretchExport* runningStretchExport() const { return exports->runningStretch(); }
+    vxlindral::MeasureExport* runningMeasureExport() const
+    {
+        return exports->runningMeasurements();
+    }
     vxlindral::TransportBar* transportBar() const { return transport; }
     // Key of the open capture (its views' port); 0 when none is open.
     int captureSource() const { return captureKey; }
@@ -151,6 +156,9 @@ public slots:
     void handleExportCloud();
     // Exports every point of the capture's marked stretch of lines.
     void handleExportStretch();
+    // File > "Export measurements ...": the capture's marked stretch, measured
+    // in the region of the capture's cut view (the active one first).
+    void handleExportMeasurements();
     // Save or copy what the active view shows as an image.
     void handleSaveImage();
     void handleCopyImage();

@@ -22,6 +22,9 @@
 #include "views/numericview.h"
 #include "views/statisticview.h"
 #include "views/threedview.h"
+#include "measure/measurecsv.h"
+#include "tools/measure/capturemeasure.h"
+#include "tools/measure/measureoptions.h"
 #include "windowtest.h"
 
 #include <QtTest>
@@ -403,18 +406,9 @@ private slots:
         playback->setPlaying(false);
         playback->setSpeed(0);
         QTRY_VERIFY(playback->index().finished());
-        auto* slider = window->transportBar()->findChild<PositionSlider*>("positionSlider");
-        for (auto [line, key] : {std::pair{start, Qt::Key_I}, std::pair{end, Qt::Key_O}}) {
-            if (line < 0)
-                continue;
-            playback->seekLine(uint64_t(line));
-            settle(line + 1);
-            window->activateWindow(); // no window manager does it under Xvfb
-            QTRY_VERIFY(window->isActiveWindow());
-            QTest::keyClick(window.get(), key);
-            QCOMPARE(key == Qt::Key_I ? slider->markStart() : slider->markEnd(),
-                     playback->lineMs(uint64_t(line)));
-        }
+        mark(start, end);
+        if (QTest::currentTestFailed())
+            return;
         playback->seekLine(899);
         settle(900);
         const Points all =
@@ -459,6 +453,102 @@ private slots:
         QCOMPARE(QDir(dir.path()).entryList({name + ".*"}, QDir::Files), QStringList());
     }
 
+    // File > "Export measurements ...": the marked stretch measured in the
+    // region of the capture's cut view gives, row for row, what
+    // vxscanner-measure gives for those lines of the capture (the same
+    // line numbers, the same numbers), also across the change of layout.
+    void exportMeasurements_data()
+    {
+        QTest::addColumn<int>("start"); // line marked with I; -1: none
+        QTest::addColumn<int>("end");   // line marked with O; -1: none
+        QTest::addColumn<double>("y0");
+        QTest::addColumn<double>("y1");
+        QTest::addColumn<int>("first");
+        QTest::addColumn<int>("last");
+        QTest::newRow("a stretch of the belt") << 100 << 160 << -0.4 << 0.4 << 100 << 160;
+        QTest::newRow("across the layout change, region reversed")
+            << 690 << 720 << 1.0 << -1.0 << 690 << 720;
+        QTest::newRow("unmarked: the whole capture") << -1 << -1 << -5.0 << 5.0 << 0 << 899;
+    }
+    void exportMeasurements()
+    {
+        QFETCH(int, start);
+        QFETCH(int, end);
+        QFETCH(double, y0);
+        QFETCH(double, y1);
+        QFETCH(int, first);
+        QFETCH(int, last);
+        // What the tool writes for the whole capture.
+        vxmeasure::MeasureOptions options;
+        options.file = QFile::encodeName(capture).toStdString();
+        options.roi0 = std::min(y0, y1);
+        options.roi1 = std::max(y0, y1);
+        options.quiet = true;
+        char* toolText = nullptr;
+        std::size_t toolSize = 0;
+        std::FILE* toolOut = open_memstream(&toolText, &toolSize);
+        QCOMPARE(vxmeasure::CaptureMeasure::run(options, toolOut, stderr), 0);
+        std::fclose(toolOut);
+        const QStringList toolRows = QString::fromUtf8(toolText, int(toolSize)).split('\n');
+        std::free(toolText);
+        QCOMPARE(toolRows.size(), 1 + 900 + 1); // header, rows, after the last newline
+
+        QVERIFY(window->openCapture(capture));
+        CapturePlayback* playback = window->capturePlayback();
+        playback->setPlaying(false);
+        QTRY_VERIFY(playback->index().finished());
+        const int key = window->captureSource();
+        if (!view<CutView>(key, MainWindow::Cut))
+            window->toggleCutView(key);
+        mark(start, end);
+        if (QTest::currentTestFailed())
+            return;
+        const QString target = dir.filePath("measures.csv");
+        QFile::remove(target);
+        auto* action = window->findChild<QAction*>("actionExportMeasurements");
+        QVERIFY(action->isEnabled());
+        // Without a region there is nothing to measure: a box says so.
+        QString text;
+        windowtest::answer<QMessageBox>(true, [&](QMessageBox* box) { text = box->text(); });
+        action->trigger();
+        QVERIFY2(text.contains("region"), qPrintable(text));
+        QVERIFY(!window->runningMeasureExport());
+
+        view<CutView>(key, MainWindow::Cut)->setMeasureMode(true);
+        view<CutView>(key, MainWindow::Cut)->setMeasureRegion(y0, y1);
+        windowtest::answer<QFileDialog>(
+            true, [&](QFileDialog* dialog) { windowtest::chooseFile(dialog, target); });
+        action->trigger();
+        QVERIFY(window->runningMeasureExport());
+        QVERIFY(!action->isEnabled());
+        QTRY_VERIFY_WITH_TIMEOUT(!window->runningMeasureExport(), 60000);
+        QVERIFY(action->isEnabled());
+        QFile file(target);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        const QStringList rows = QString::fromUtf8(file.readAll()).split('\n');
+        QCOMPARE(rows.size(), 1 + (last - first + 1) + 1);
+        QCOMPARE(rows.front(), toolRows.front());
+        for (int line = first; line <= last; ++line)
+            QCOMPARE(rows[1 + line - first], toolRows[1 + line]);
+        // Some line of the stretch has points in the region.
+        QVERIFY(std::any_of(rows.begin() + 1, rows.end() - 1,
+                            [](const QString& row) { return row.section(',', 1, 1) != "0"; }));
+        QCOMPARE(QSettings().value("Path/Last").toString(), target);
+
+        // The cut view's panel measures the line on show alike: line `middle`
+        // sought, its measures give the tool's row for it.
+        const int middle = (first + last) / 2;
+        playback->seekLine(uint64_t(middle));
+        settle(middle + 1);
+        FrameSync::flushAll();
+        auto* cut = view<CutView>(key, MainWindow::Cut);
+        QVERIFY(cut->measurement().measured());
+        char row[vxmeasure::MeasureCsv::kRowBytes];
+        const std::size_t n =
+            vxmeasure::MeasureCsv::row(uint64_t(middle), cut->measurement().lineResult(), row);
+        QCOMPARE(QString::fromUtf8(row, int(n) - 1), toolRows[1 + middle]);
+    }
+
     // Cancelled, or unable to write, the export leaves no file behind; a
     // failure says why in the "Export failed" box.
     void exportStretchLeavesNoHalfFile()
@@ -493,6 +583,24 @@ private slots:
     }
 
 private:
+    // Marks the stretch from line `start` to line `end` with I and O on the
+    // transport bar (-1: leaves that end unmarked).
+    void mark(int start, int end)
+    {
+        CapturePlayback* playback = window->capturePlayback();
+        auto* slider = window->transportBar()->findChild<PositionSlider*>("positionSlider");
+        for (auto [line, key] : {std::pair{start, Qt::Key_I}, std::pair{end, Qt::Key_O}}) {
+            if (line < 0)
+                continue;
+            playback->seekLine(uint64_t(line));
+            settle(line + 1);
+            window->activateWindow(); // no window manager does it under Xvfb
+            QTRY_VERIFY(window->isActiveWindow());
+            QTest::keyClick(window.get(), key);
+            QCOMPARE(key == Qt::Key_I ? slider->markStart() : slider->markEnd(),
+                     playback->lineMs(uint64_t(line)));
+        }
+    }
     template <typename V> V* view(int key, int kind) const
     {
         return windowtest::view<V>(*window, key, kind);
