@@ -1,6 +1,7 @@
 // The real main window in-process, fed over loopback UDP by vxscanner-sim at
 // a series of rates, with no views (the floor: reception and hand-over
-// only), with the default views and with all five open; then the stall
+// only), with the default views and with all five open (and on request all
+// five with the cut view measuring, --views measure); then the stall
 // cases: a steady rate while the GUI thread is blocked, or the whole process
 // stopped (SIGSTOP, then SIGCONT), for a while. For each row it prints where
 // the lines and the time went:
@@ -31,7 +32,7 @@
 //
 // usage (needs a display for the 3D view):
 //   xvfb-run -a -s "-screen 0 1280x1024x24" build/bin/bench_app [--duration S]
-//       [--rates 600,1500,...] [--pixels N] [--views none,default,all|both]
+//       [--rates 600,1500,...] [--pixels N] [--views none,default,all,measure|both]
 //       [--stalls VIEWS:RATE:gui|process:MS,...|none] [--recording RATE,...|none]
 //       [--scene street|conveyor]
 #include "app/applicationsetup.h"
@@ -41,6 +42,7 @@
 #include "line/linetype.h"
 #include "models/streamdatamodel.h"
 #include "stream/streamdatacontroller.h"
+#include "views/cutview.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -277,6 +279,13 @@ public:
         window.resize(1260, 1000);
         window.show();
         window.handleRealign();
+        // "measure": every view, the cut view measuring a region across the
+        // whole profile (the measures of the line on show, every frame).
+        if (set == "measure")
+            for (vxlindral::CutView* cut : window.findChildren<vxlindral::CutView*>()) {
+                cut->setMeasureMode(true);
+                cut->setMeasureRegion(-15.0, 15.0);
+            }
         WindowBench::runEventLoop(300);
         model = window.dataModel(benchPort);
         controller = window.controller(benchPort);
@@ -532,7 +541,7 @@ int main(int argc, char* argv[])
             return 2;
         }
     }
-    const QStringList sets = {"none", "default", "all"};
+    const QStringList sets = {"none", "default", "all", "measure"};
     const bool setsKnown =
         std::all_of(opt.viewSets.begin(), opt.viewSets.end(),
                     [&sets](const QString& v) { return sets.contains(v); }) &&

@@ -104,7 +104,7 @@ QString WindowBench::configureViews(const QString& set)
 {
     QSettings settings;
     settings.clear();
-    const bool all = set == "all";
+    const bool all = set == "all" || set == "measure";
     settings.setValue("View/Gray", all);
     settings.setValue("View/Statistic", all);
     settings.setValue("View/Numeric", all);
