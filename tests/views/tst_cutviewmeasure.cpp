@@ -7,6 +7,7 @@
 #include "views/measurepanel.h"
 #include "viewtestsupport.h"
 
+#include <QAction>
 #include <QClipboard>
 #include <QLabel>
 #include <QMouseEvent>
@@ -323,6 +324,23 @@ private slots:
         QCOMPARE(view.measurement().pickedCount(), 1);
         QVERIFY(!view.measurement().pair(pair));
         QVERIFY(std::isnan(panelValue(view, "points distance")));
+    }
+
+    // M in the view toggles Measure mode, with its panel and its actions.
+    void keyToggles()
+    {
+        CutView view;
+        prepare(view, {400, 300}, sparseLine());
+        view.activateWindow();
+        view.setFocus();
+        QTRY_VERIFY(view.hasFocus());
+        auto* copy = view.findChild<QAction*>(QStringLiteral("actionCopyValues"));
+        for (bool on : {true, false}) {
+            QTest::keyClick(&view, Qt::Key_M);
+            QCOMPARE(view.measureMode(), on);
+            QCOMPARE(view.measurePanel()->isVisible(), on);
+            QCOMPARE(copy->isEnabled(), on);
+        }
     }
 
     // The line on show taken as reference: the difference is flat zero. A
