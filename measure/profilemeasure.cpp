@@ -22,6 +22,81 @@ constexpr std::size_t kLevelRankMin = 3;
 constexpr std::size_t kLevelRankShare = 100;
 // Second differences the noise is estimated from, at most.
 constexpr std::size_t kNoiseSamples = 1024;
+// Values per block whose extremes bound the level seeds.
+constexpr std::size_t kBlock = 16;
+
+// The value of rank `rank` (0: the smallest) among `n` values `v`, as
+// sorting would place it; `scratch` holds n values, `v` stays as it is.
+double rankValue(const double* v, std::size_t n, std::size_t rank, double* scratch)
+{
+    std::copy(v, v + n, scratch);
+    std::nth_element(scratch, scratch + rank, scratch + n);
+    return scratch[rank];
+}
+
+// The value of rank `rank` among the `n` values in `a`, as sorting would
+// place it; `a` and `b` (room for n values each) are overwritten.
+// A quickselect whose pass writes each value to both open ends of the other
+// array and then moves one end on (the smaller values gather in front, the
+// larger at the back, those equal to the pivot are only counted): no branch
+// depends on how a value compares, which for noise is a coin toss, and a
+// mispredicted branch per value would cost more than the pass itself.
+double selectRank(double* a, double* b, std::size_t n, std::size_t rank)
+{
+    constexpr std::size_t kSmall = 32;
+    // Three-way passes shrink the range by at least the pivot's own values;
+    // should a pathological order keep them from halving it, the library's
+    // selection takes over.
+    for (int round = 0; n > kSmall && round < 64; ++round) {
+        const double p0 = a[0], p1 = a[n / 2], p2 = a[n - 1];
+        const double pivot = std::max(std::min(p0, p1), std::min(std::max(p0, p1), p2));
+        std::size_t front = 0, back = n;
+        for (std::size_t i = 0; i < n; ++i) {
+            const double x = a[i];
+            b[front] = x;
+            b[back - 1] = x;
+            front += x < pivot ? 1 : 0;
+            back -= x > pivot ? 1 : 0;
+        }
+        if (rank >= front && rank < back)
+            return pivot;
+        double* const from = a;
+        if (rank < front) {
+            a = b;
+            n = front;
+        } else {
+            a = b + back;
+            rank -= back;
+            n -= back;
+        }
+        b = from;
+    }
+    std::nth_element(a, a + rank, a + n);
+    return a[rank];
+}
+
+#ifdef __SSE2__
+double lanesSum(__m128d v)
+{
+    double lanes[2];
+    _mm_storeu_pd(lanes, v);
+    return lanes[0] + lanes[1];
+}
+
+double lanesMin(__m128d v)
+{
+    double lanes[2];
+    _mm_storeu_pd(lanes, v);
+    return std::min(lanes[0], lanes[1]);
+}
+
+double lanesMax(__m128d v)
+{
+    double lanes[2];
+    _mm_storeu_pd(lanes, v);
+    return std::max(lanes[0], lanes[1]);
+}
+#endif
 
 } // namespace
 
@@ -40,41 +115,70 @@ const ProfileMeasure::Result& ProfileMeasure::measure(const ProfilePoints& point
         ry.resize(n);
         ru.resize(n);
         work.resize(n);
+        scratch.resize(n);
+        blockLow.resize(n / kBlock + 1);
+        blockHigh.resize(n / kBlock + 1);
     }
-    // One pass: the region's points, their extremes and the sums of the
-    // fitted line, taken about the first point for accuracy.
-    std::size_t first = 0;
-    while (first < n && !(py[first] >= lo && py[first] <= hi))
-        ++first;
-    if (first == n)
-        return result;
+    // The region's points, in "up" terms (the branch changes only at the
+    // region's edges along the line).
     std::size_t m = 0;
-    double zMin = HUGE_VAL, zMax = -HUGE_VAL;
-    const double y0r = py[first], z0r = pz[first];
-    double sy = 0.0, sz = 0.0, syy = 0.0, syz = 0.0, szz = 0.0;
-    for (std::size_t i = first; i < n; ++i) {
+    for (std::size_t i = 0; i < n; ++i) {
         const double y = py[i];
-        if (!(y >= lo && y <= hi))
-            continue;
-        const double z = pz[i];
-        ry[m] = y;
-        ru[m] = up * z;
-        ++m;
-        zMin = std::min(zMin, z);
-        zMax = std::max(zMax, z);
-        const double dy = y - y0r, dz = z - z0r;
-        sy += dy;
-        sz += dz;
-        syy += dy * dy;
-        syz += dy * dz;
-        szz += dz * dz;
+        if (y >= lo && y <= hi) {
+            ry[m] = y;
+            ru[m] = up * pz[i];
+            ++m;
+        }
     }
     result.count = m;
     if (m == 0)
         return result;
+    // Their extremes and the sums of the fitted line, taken about the first
+    // point for accuracy, two points at a time where the processor allows.
+    const double y0r = ry[0], u0r = ru[0];
+    double sy = 0.0, su = 0.0, syy = 0.0, syu = 0.0, suu = 0.0;
+    double uMin = HUGE_VAL, uMax = -HUGE_VAL;
+    std::size_t i = 0;
+#ifdef __SSE2__
+    {
+        const __m128d vy0 = _mm_set1_pd(y0r), vu0 = _mm_set1_pd(u0r);
+        __m128d vsy = _mm_setzero_pd(), vsu = vsy, vsyy = vsy, vsyu = vsy, vsuu = vsy;
+        __m128d vmin = _mm_set1_pd(HUGE_VAL), vmax = _mm_set1_pd(-HUGE_VAL);
+        for (; i + 2 <= m; i += 2) {
+            const __m128d u = _mm_loadu_pd(&ru[i]);
+            const __m128d dy = _mm_sub_pd(_mm_loadu_pd(&ry[i]), vy0), du = _mm_sub_pd(u, vu0);
+            vsy = _mm_add_pd(vsy, dy);
+            vsu = _mm_add_pd(vsu, du);
+            vsyy = _mm_add_pd(vsyy, _mm_mul_pd(dy, dy));
+            vsyu = _mm_add_pd(vsyu, _mm_mul_pd(dy, du));
+            vsuu = _mm_add_pd(vsuu, _mm_mul_pd(du, du));
+            vmin = _mm_min_pd(vmin, u);
+            vmax = _mm_max_pd(vmax, u);
+        }
+        sy = lanesSum(vsy);
+        su = lanesSum(vsu);
+        syy = lanesSum(vsyy);
+        syu = lanesSum(vsyu);
+        suu = lanesSum(vsuu);
+        uMin = lanesMin(vmin);
+        uMax = lanesMax(vmax);
+    }
+#endif
+    for (; i < m; ++i) {
+        const double dy = ry[i] - y0r, du = ru[i] - u0r;
+        sy += dy;
+        su += du;
+        syy += dy * dy;
+        syu += dy * du;
+        suu += du * du;
+        uMin = std::min(uMin, ru[i]);
+        uMax = std::max(uMax, ru[i]);
+    }
+    // Back from "up" to z: up is +1 or -1, so the products are exact.
+    const double z0r = up * u0r, sz = up * su, syz = up * syu, szz = suu;
     const double count = double(m);
-    result.zMin = zMin;
-    result.zMax = zMax;
+    result.zMin = up > 0 ? uMin : -uMax;
+    result.zMax = up > 0 ? uMax : -uMin;
     result.zMean = z0r + sz / count;
 
     // The straight line z = a + b y through the points (least squares). A
@@ -116,42 +220,77 @@ double ProfileMeasure::estimateNoise()
     std::size_t taken = 0;
     for (std::size_t i = 0; i < d; i += stride)
         work[taken++] = std::fabs(ru[i] - 2.0 * ru[i + 1] + ru[i + 2]);
-    auto mid = work.begin() + std::ptrdiff_t(taken / 2);
-    std::nth_element(work.begin(), mid, work.begin() + std::ptrdiff_t(taken));
-    return *mid / kSecondDifferenceMedian;
+    return selectRank(work.data(), scratch.data(), taken, taken / 2) / kSecondDifferenceMedian;
+}
+
+void ProfileMeasure::extremeRanks(std::size_t k, double& low, double& high)
+{
+    const std::size_t m = result.count;
+    const std::size_t blocks = (m + kBlock - 1) / kBlock;
+    if (blocks < k) {
+        low = rankValue(ru.data(), m, k - 1, scratch.data());
+        high = rankValue(ru.data(), m, m - k, scratch.data());
+        return;
+    }
+    // Each block's lowest and highest value.
+    for (std::size_t b = 0; b < blocks; ++b) {
+        const double* v = ru.data() + b * kBlock;
+        const std::size_t n = std::min(kBlock, m - b * kBlock);
+        std::size_t i = 0;
+        double lo = v[0], hi = v[0];
+#ifdef __SSE2__
+        if (n == kBlock) {
+            __m128d vlo = _mm_loadu_pd(v), vhi = vlo;
+            for (i = 2; i < kBlock; i += 2) {
+                const __m128d x = _mm_loadu_pd(v + i);
+                vlo = _mm_min_pd(vlo, x);
+                vhi = _mm_max_pd(vhi, x);
+            }
+            lo = lanesMin(vlo);
+            hi = lanesMax(vhi);
+        }
+#endif
+        for (; i < n; ++i) {
+            lo = std::min(lo, v[i]);
+            hi = std::max(hi, v[i]);
+        }
+        blockLow[b] = lo;
+        blockHigh[b] = hi;
+    }
+    // The k-th lowest block minimum bounds the k-th lowest value from above:
+    // k blocks hold a value at or below it. Every value at or below that
+    // bound lies in a block whose minimum does, and only those are gathered
+    // and selected from (without branches: the comparisons are random).
+    // Likewise for the highest.
+    // `lowest` picks the low side; the high side is the same with the order
+    // turned over (the k-th highest of n is the (n - k)-th lowest).
+    const auto select = [&](const std::vector<double>& extremes, bool lowest) {
+        std::copy(extremes.begin(), extremes.begin() + std::ptrdiff_t(blocks), scratch.begin());
+        const double bound =
+            selectRank(scratch.data(), work.data(), blocks, lowest ? k - 1 : blocks - k);
+        const double sign = lowest ? 1.0 : -1.0;
+        std::size_t n = 0;
+        for (std::size_t b = 0; b < blocks; ++b) {
+            if (sign * extremes[b] > sign * bound)
+                continue;
+            const double* v = ru.data() + b * kBlock;
+            const std::size_t end = std::min(kBlock, m - b * kBlock);
+            for (std::size_t i = 0; i < end; ++i) {
+                scratch[n] = v[i];
+                n += sign * v[i] > sign * bound ? 0 : 1;
+            }
+        }
+        return selectRank(scratch.data(), work.data(), n, lowest ? k - 1 : n - k);
+    };
+    low = select(blockLow, true);
+    high = select(blockHigh, false);
 }
 
 void ProfileMeasure::levels(std::size_t k, double window, double& low, double& high)
 {
     const std::size_t m = result.count;
-    // The k lowest and the k highest values, each kept sorted, found in one
-    // pass: the first k sorted, then most values pass by after one
-    // comparison with each array's last.
-    double lows[kLevelRankMax], highs[kLevelRankMax];
-    for (std::size_t i = 0; i < k; ++i)
-        lows[i] = highs[i] = ru[i];
-    std::sort(lows, lows + k);
-    std::sort(highs, highs + k, [](double a, double b) { return a > b; });
-    double lowK = lows[k - 1], highK = highs[k - 1];
-    for (std::size_t i = k; i < m; ++i) {
-        const double v = ru[i];
-        if (v < lowK) {
-            std::size_t j = k - 1;
-            for (; j > 0 && lows[j - 1] > v; --j)
-                lows[j] = lows[j - 1];
-            lows[j] = v;
-            lowK = lows[k - 1];
-        }
-        if (v > highK) {
-            std::size_t j = k - 1;
-            for (; j > 0 && highs[j - 1] < v; --j)
-                highs[j] = highs[j - 1];
-            highs[j] = v;
-            highK = highs[k - 1];
-        }
-    }
-    low = lowK;
-    high = highK;
+    // The k-th lowest and the k-th highest value seed the two levels.
+    extremeRanks(k, low, high);
     // Twice: each seed lies in the tail of its surface's noise, the first
     // mean near its middle, the second on it.
     // Sums of the offsets from the seeds, compared in squares against the
@@ -164,26 +303,30 @@ void ProfileMeasure::levels(std::size_t k, double window, double& low, double& h
 #ifdef __SSE2__
         const __m128d vl = _mm_set1_pd(low), vh = _mm_set1_pd(high), vw = _mm_set1_pd(w2);
         const __m128d one = _mm_set1_pd(1.0);
-        __m128d sl = _mm_setzero_pd(), sh = sl, cl = sl, ch = sl;
-        for (; i + 2 <= m; i += 2) {
-            const __m128d v = _mm_loadu_pd(&ru[i]);
+        // Two sets of sums, so that the additions of one step need not
+        // wait for those of the step before.
+        __m128d sl[2], sh[2], cl[2], ch[2];
+        for (int j = 0; j < 2; ++j)
+            sl[j] = sh[j] = cl[j] = ch[j] = _mm_setzero_pd();
+        const auto add = [&](int j, __m128d v) {
             const __m128d dl = _mm_sub_pd(v, vl), dh = _mm_sub_pd(v, vh);
             const __m128d inLow = _mm_cmple_pd(_mm_mul_pd(dl, dl), vw);
             const __m128d inHigh = _mm_cmple_pd(_mm_mul_pd(dh, dh), vw);
-            sl = _mm_add_pd(sl, _mm_and_pd(inLow, dl));
-            cl = _mm_add_pd(cl, _mm_and_pd(inLow, one));
-            sh = _mm_add_pd(sh, _mm_and_pd(inHigh, dh));
-            ch = _mm_add_pd(ch, _mm_and_pd(inHigh, one));
+            sl[j] = _mm_add_pd(sl[j], _mm_and_pd(inLow, dl));
+            cl[j] = _mm_add_pd(cl[j], _mm_and_pd(inLow, one));
+            sh[j] = _mm_add_pd(sh[j], _mm_and_pd(inHigh, dh));
+            ch[j] = _mm_add_pd(ch[j], _mm_and_pd(inHigh, one));
+        };
+        for (; i + 4 <= m; i += 4) {
+            add(0, _mm_loadu_pd(&ru[i]));
+            add(1, _mm_loadu_pd(&ru[i + 2]));
         }
-        double lanes[2];
-        _mm_storeu_pd(lanes, sl);
-        lowSum = lanes[0] + lanes[1];
-        _mm_storeu_pd(lanes, cl);
-        lowCount = lanes[0] + lanes[1];
-        _mm_storeu_pd(lanes, sh);
-        highSum = lanes[0] + lanes[1];
-        _mm_storeu_pd(lanes, ch);
-        highCount = lanes[0] + lanes[1];
+        for (; i + 2 <= m; i += 2)
+            add(0, _mm_loadu_pd(&ru[i]));
+        lowSum = lanesSum(_mm_add_pd(sl[0], sl[1]));
+        lowCount = lanesSum(_mm_add_pd(cl[0], cl[1]));
+        highSum = lanesSum(_mm_add_pd(sh[0], sh[1]));
+        highCount = lanesSum(_mm_add_pd(ch[0], ch[1]));
 #endif
         for (; i < m; ++i) {
             const double dl = ru[i] - low, dh = ru[i] - high;
@@ -202,30 +345,27 @@ void ProfileMeasure::levels(std::size_t k, double window, double& low, double& h
 void ProfileMeasure::findFeature(double base, double threshold)
 {
     const std::size_t m = result.count;
-    std::size_t bestCount = 0, runCount = 0;
-    double bestLo = 0.0, bestHi = 0.0, runLo = 0.0, runHi = 0.0;
-    const auto endRun = [&] {
-        if (runCount >= kMinFeaturePoints && (bestCount == 0 || runHi - runLo > bestHi - bestLo)) {
-            bestCount = runCount;
-            bestLo = runLo;
-            bestHi = runHi;
-        }
-        runCount = 0;
-    };
-    for (std::size_t i = 0; i < m; ++i) {
-        if (ru[i] - base > threshold) {
-            const double y = ry[i];
-            if (runCount++ == 0) {
-                runLo = runHi = y;
-            } else {
-                runLo = std::min(runLo, y);
-                runHi = std::max(runHi, y);
-            }
-        } else {
-            endRun();
+    const double* u = ru.data();
+    const double* y = ry.data();
+    std::size_t bestCount = 0;
+    double bestLo = 0.0, bestHi = 0.0;
+    // Run by run: the loops that find a run's ends only compare, its extent
+    // is taken once it is whole.
+    for (std::size_t i = 0; i < m;) {
+        while (i < m && !(u[i] - base > threshold))
+            ++i;
+        const std::size_t start = i;
+        while (i < m && u[i] - base > threshold)
+            ++i;
+        if (i - start < kMinFeaturePoints)
+            continue;
+        const auto [runLo, runHi] = std::minmax_element(y + start, y + i);
+        if (bestCount == 0 || *runHi - *runLo > bestHi - bestLo) {
+            bestCount = i - start;
+            bestLo = *runLo;
+            bestHi = *runHi;
         }
     }
-    endRun();
     result.featurePoints = bestCount;
     result.width = bestCount ? bestHi - bestLo : 0.0;
     result.centre = bestCount ? (bestLo + bestHi) / 2 : kNaN;
@@ -246,7 +386,28 @@ double ProfileMeasure::areaAboveBase(double base) const
     const double side = settings.polarity == Polarity::Raised ? -0.5 : 0.5;
     const double gap2 = gap * gap;
     double sum = 0.0;
-    for (std::size_t i = 1; i < m; ++i) {
+    std::size_t i = 1;
+#ifdef __SSE2__
+    {
+        // The same terms two at a time: the gap's correction masked in.
+        const __m128d vbase = _mm_set1_pd(base), vgap2 = _mm_set1_pd(gap2);
+        const __m128d vside = _mm_set1_pd(side), half = _mm_set1_pd(0.5);
+        const __m128d magnitude = _mm_castsi128_pd(_mm_set1_epi64x(0x7fffffffffffffffLL));
+        __m128d vsum = _mm_setzero_pd();
+        for (; i + 2 <= m; i += 2) {
+            const __m128d dy = _mm_sub_pd(_mm_loadu_pd(&ry[i]), _mm_loadu_pd(&ry[i - 1]));
+            const __m128d a = _mm_sub_pd(_mm_loadu_pd(&ru[i - 1]), vbase);
+            const __m128d b = _mm_sub_pd(_mm_loadu_pd(&ru[i]), vbase);
+            const __m128d middle = _mm_mul_pd(_mm_add_pd(a, b), half);
+            const __m128d gapped = _mm_cmpgt_pd(_mm_mul_pd(dy, dy), vgap2);
+            const __m128d shift =
+                _mm_and_pd(gapped, _mm_mul_pd(vside, _mm_and_pd(magnitude, _mm_sub_pd(a, b))));
+            vsum = _mm_add_pd(vsum, _mm_mul_pd(_mm_add_pd(middle, shift), dy));
+        }
+        sum = lanesSum(vsum);
+    }
+#endif
+    for (; i < m; ++i) {
         const double dy = ry[i] - ry[i - 1];
         const double a = ru[i - 1] - base, b = ru[i] - base;
         const double middle = (a + b) / 2;

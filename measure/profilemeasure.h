@@ -94,6 +94,8 @@ private:
     // lowest or highest value, then the mean of the values within `window`
     // of it, twice re-centred.
     void levels(std::size_t k, double window, double& low, double& high);
+    // The k-th lowest and the k-th highest of the region's "up" values.
+    void extremeRanks(std::size_t k, double& low, double& high);
     void findFeature(double base, double threshold);
     double areaAboveBase(double base) const;
 
@@ -101,6 +103,8 @@ private:
     Result result;
     std::vector<double> ry, ru; // the region's y and "up" (-z when raised)
     std::vector<double> work;
+    std::vector<double> scratch;             // for selecting a rank's value
+    std::vector<double> blockLow, blockHigh; // extremes of blocks of values
 };
 
 } // namespace vxmeasure

@@ -43,7 +43,7 @@ std::function<double(double)> box(double from, double to, double h)
 struct Scene
 {
     std::function<double(double)> height = [](double) { return 0.0; };
-    double noise = 0.0;                                  // deviation of z, metres
+    double noise = 0.0;                                           // deviation of z, metres
     std::function<bool(int)> missing = [](int) { return false; }; // no echo
 };
 
@@ -150,8 +150,7 @@ void regionMeasures()
          Polarity::Raised, e([](Expect& x) {
              x.height = 0.2, x.width = 0.25, x.area = 0.05, x.areaTolerance = 0.2 * kSpacing;
          })},
-        {"region on the box's top only", boxOnBelt, -0.05, 0.1, Polarity::Raised,
-         e([](Expect& x) {
+        {"region on the box's top only", boxOnBelt, -0.05, 0.1, Polarity::Raised, e([](Expect& x) {
              x.height = 0, x.width = 0, x.base = -0.2, x.area = 0, x.feature = false;
          })},
         {"region cutting the box: only its part", boxOnBelt, 0.0, 0.3, Polarity::Raised,
@@ -168,16 +167,16 @@ void regionMeasures()
              // The base's small error counts over the whole region's width.
              x.levelTolerance = 0.00005, x.area = 0.01 * 0.03, x.areaTolerance = 0.00001;
          })},
-        {"groove, measured raised: its floor is the base, the wider side stands up", groove,
-         -0.5, 0.5, Polarity::Raised, e([](Expect& x) {
+        {"groove, measured raised: its floor is the base, the wider side stands up", groove, -0.5,
+         0.5, Polarity::Raised, e([](Expect& x) {
              x.height = 0.01, x.width = 0.7, x.centre = -0.15, x.levelTolerance = 0.00005;
          })},
         {"two boxes: the wider one", twoBoxes, -0.5, 0.5, Polarity::Raised,
          e([](Expect& x) { x.height = 0.1, x.width = 0.3, x.centre = 0.15; })},
         {"stray points are no feature", spikes, -0.5, 0.5, Polarity::Raised,
          e([](Expect& x) { x.feature = false, x.width = 0, x.levelTolerance = 0.0001; })},
-        {"box on a tilted belt: the line follows the belt", boxOnSlope, -0.5, 0.5,
-         Polarity::Raised, e([](Expect& x) {
+        {"box on a tilted belt: the line follows the belt", boxOnSlope, -0.5, 0.5, Polarity::Raised,
+         e([](Expect& x) {
              // The box pulls the fit a little.
              x.angle = std::atan(-0.1) * 180 / M_PI, x.angleTolerance = 1.0;
          })},
@@ -240,6 +239,47 @@ void plainStatistics()
     CHECK_NEAR(m.measure(wall, 0.0, 0.2).angle, 90.0, 1e-9);
 }
 
+// The noise is the median of the |second differences| over 1.6521, exactly
+// as sorting them places it, whatever order and ties the values come in
+// (1,000 points: every one of the 998 differences counts).
+void noiseIsTheExactMedian()
+{
+    constexpr std::size_t n = 1000;
+    std::mt19937 rng(11);
+    std::normal_distribution<double> g(0.0, 1e-4);
+    std::vector<double> gauss(n);
+    for (double& v : gauss)
+        v = g(rng);
+    const auto cube = [](double x) { return 1e-9 * x * x * x; };
+    const struct
+    {
+        const char* name;
+        std::function<double(std::size_t)> z;
+    } patterns[] = {
+        {"noise", [&](std::size_t i) { return gauss[i]; }},
+        {"noise in 0.1 mm steps: many ties",
+         [&](std::size_t i) { return std::round(gauss[i] / 1e-4) * 1e-4; }},
+        {"flat: every difference 0", [](std::size_t) { return 0.25; }},
+        {"parabola: every difference alike", [](std::size_t i) { return 1e-6 * double(i * i); }},
+        {"cubic: differences ascending", [&](std::size_t i) { return cube(double(i)); }},
+        {"cubic: differences descending", [&](std::size_t i) { return cube(double(n - i)); }},
+        {"two values in turn", [](std::size_t i) { return i % 2 ? 1e-4 : -1e-4; }},
+        {"sawtooth", [](std::size_t i) { return double(i % 7) * 1e-4; }},
+    };
+    ProfileMeasure m;
+    for (const auto& pattern : patterns) {
+        vxtest::row = pattern.name;
+        ProfilePoints p;
+        std::vector<double> d;
+        for (std::size_t i = 0; i < n; ++i)
+            p.add(1.0, double(i) * 1e-3, pattern.z(i));
+        for (std::size_t i = 0; i + 2 < n; ++i)
+            d.push_back(std::fabs(pattern.z(i) - 2.0 * pattern.z(i + 1) + pattern.z(i + 2)));
+        std::sort(d.begin(), d.end());
+        CHECK_EQ(m.measure(p, -1.0, 2.0).noise, d[d.size() / 2] / 1.6521);
+    }
+}
+
 void leftOut()
 {
     vxtest::row = "no range, not a number: left out";
@@ -278,8 +318,7 @@ void pointPairs()
     const PairRow rows[] = {
         {"3-4-5", 0, 0, 0.3, 0.4, 0.3, 0.4, 0.5, 53.130102354},
         {"falling to the right", 0.1, 0.2, 0.2, 0.1, 0.1, -0.1, std::sqrt(0.02), -45},
-        {"taken right to left: the same line", 0.2, 0.1, 0.1, 0.2, -0.1, 0.1, std::sqrt(0.02),
-         -45},
+        {"taken right to left: the same line", 0.2, 0.1, 0.1, 0.2, -0.1, 0.1, std::sqrt(0.02), -45},
         {"one above the other", 0.1, 0.0, 0.1, 0.25, 0.0, 0.25, 0.25, 90},
         {"the same point", 0.1, 0.2, 0.1, 0.2, 0, 0, 0, 0},
         {"level", -0.3, 1.0, 0.2, 1.0, 0.5, 0, 0.5, 0},
@@ -353,6 +392,7 @@ int main()
 {
     regionMeasures();
     plainStatistics();
+    noiseIsTheExactMedian();
     leftOut();
     pointPairs();
     csvRows();
