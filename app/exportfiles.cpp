@@ -4,6 +4,10 @@
 #include "app/measureexport.h"
 #include "app/streamhealthlabel.h"
 #include "app/stretchexport.h"
+#include "line/myline.h"
+#include "measure/measurecsv.h"
+#include "measure/profilemeasure.h"
+#include "measure/profilepoints.h"
 #include "views/myopenglwidget.h"
 #include "views/threedview.h"
 
@@ -237,15 +241,44 @@ void ExportFiles::exportMeasurements(const CapturePlayback& playback, double y0,
     if (!markedLines(playback, lines))
         return;
     const QString capturePath = playback.path();
-    const QString fileName = QFileDialog::getSaveFileName(
+    const QString fileName = askMeasurementsFile();
+    if (fileName.isEmpty())
+        return;
+    measures = std::make_unique<MeasureExport>(capturePath, playback.port(), lines, y0, y1,
+                                               fileName, this);
+    launch(measures, tr("Export measurements"), lines.count, capturePath);
+}
+
+QString ExportFiles::askMeasurementsFile()
+{
+    return QFileDialog::getSaveFileName(
         window, tr("Export measurements"),
         startPath(SettingsKeys::pathLast, QStringLiteral("measurements.csv")),
         tr("CSV files (*.csv);;All files (*)"));
+}
+
+void ExportFiles::exportMeasurements(const std::vector<LineType>& lines, double y0, double y1)
+{
+    const QString fileName = askMeasurementsFile();
     if (fileName.isEmpty())
         return;
-    measures =
-        std::make_unique<MeasureExport>(capturePath, playback.port(), lines, y0, y1, fileName, this);
-    launch(measures, tr("Export measurements"), lines.count, capturePath);
+    // A handful of lines: measured here, with the library and the rows the
+    // cut view's panel and the capture export use.
+    write(fileName, tr("Could not open file for writing"), [&](QIODevice& file, QString& reason) {
+        vxmeasure::ProfilePoints points;
+        vxmeasure::ProfileMeasure measure;
+        char row[vxmeasure::MeasureCsv::kRowBytes];
+        bool ok = file.write(vxmeasure::MeasureCsv::header()) >= 0;
+        for (const LineType& line : lines) {
+            points.assign(line->points.data(), line->points.size());
+            const auto n = static_cast<qint64>(
+                vxmeasure::MeasureCsv::row(line->frame, measure.measure(points, y0, y1), row));
+            ok = ok && file.write(row, n) == n;
+        }
+        if (!ok)
+            reason = file.errorString();
+        return ok;
+    });
 }
 
 template <class Job>
@@ -296,8 +329,9 @@ void ExportFiles::showProgress(QObject* job, const QString& title, uint64_t line
 
 void ExportFiles::jobEnded(bool ok, const QString& reason)
 {
-    const QString fileName =
-        stretch ? stretch->target() : measures ? measures->target() : QString();
+    const QString fileName = stretch    ? stretch->target()
+                             : measures ? measures->target()
+                                        : QString();
     // Delivered queued: the export's own code has returned.
     stretch.reset();
     measures.reset();

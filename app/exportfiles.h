@@ -1,7 +1,8 @@
 #pragma once
-#include "settings/settingskeys.h"
 #include "app/stretchexport.h"
 #include "export/cloudwriter.h"
+#include "line/linetype.h"
+#include "settings/settingskeys.h"
 
 #include <QObject>
 #include <QString>
@@ -26,7 +27,8 @@ class ThreeDView;
 // the last export went), writing it whole or not at all, and saying why when
 // it fails ("Export failed"). The line's text, a view's picture, a 3D view's
 // cloud, and the marked stretch of a capture as a cloud or as the measures
-// of a region (in the background, with progress and Cancel).
+// of a region (in the background, with progress and Cancel); the measures
+// of the lines a live port still holds.
 //
 // Ownership: owned by the window, parented to it; owns the stretch or
 // measurement export under way and its progress dialog; `settings` is the
@@ -54,6 +56,10 @@ public:
     // Starts writing the measures of the region y0 .. y1 (metres) of every
     // line of the playback's marked stretch to a CSV file asked for.
     void exportMeasurements(const CapturePlayback& playback, double y0, double y1);
+    // Asks for a CSV file and writes the measures of the region y0 .. y1
+    // (metres) of `lines` (a live port's held lines, oldest first) to it,
+    // one row per line numbered as its receiver counted it.
+    void exportMeasurements(const std::vector<LineType>& lines, double y0, double y1);
     // The export of a stretch of lines under way; null when none is.
     StretchExport* runningStretch() const { return stretch.get(); }
     MeasureExport* runningMeasurements() const { return measures.get(); }
@@ -82,6 +88,8 @@ private:
     // Asks for a cloud file: its name (with the chosen filter's extension
     // when it has none) and its format. False when cancelled or refused.
     bool askCloudFile(const QString& title, QString& fileName, CloudWriter::Format& format);
+    // Asks for the CSV file of a measurement export; empty when cancelled.
+    QString askMeasurementsFile();
     // The lines of the playback's marked stretch; false when an export runs
     // already, or (with a box) when the capture has no known line yet.
     bool markedLines(const CapturePlayback& playback, StretchExport::Stretch& lines);
@@ -92,8 +100,7 @@ private:
     void launch(std::unique_ptr<Job>& job, const QString& title, uint64_t lines,
                 const QString& capturePath);
     // The progress dialog of `job` writing `lines` lines to `fileName`.
-    void showProgress(QObject* job, const QString& title, uint64_t lines,
-                      const QString& fileName);
+    void showProgress(QObject* job, const QString& title, uint64_t lines, const QString& fileName);
     // The end of a stretch or measurement export: a box on failure,
     // "Path/Last" on success.
     void jobEnded(bool ok, const QString& reason);

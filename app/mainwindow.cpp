@@ -16,6 +16,7 @@
 #include "dialogs/captureportdialog.h"
 #include "dialogs/dlgpropertiesimpl.h"
 #include "dialogs/dlgsettings.h"
+#include "models/streamdatamodel.h"
 #include "settings/settingskeys.h"
 #include "stream/streamdatacontroller.h"
 #include "views/basicview.h"
@@ -97,7 +98,7 @@ MainWindow::MainWindow(QWidget* parent)
     // and export look the view up when they run.
     connect(exports, &vxlindral::ExportFiles::stretchRunning, this, [this](bool running) {
         ui->actionExportStretch->setEnabled(!running && captureSession());
-        ui->actionExportMeasurements->setEnabled(!running && captureSession());
+        ui->actionExportMeasurements->setEnabled(!running);
     });
     addStatusRow();
     setAcceptDrops(true);
@@ -461,27 +462,47 @@ void MainWindow::handleExportStretch()
 
 void MainWindow::handleExportMeasurements()
 {
-    CapturePlayback* playback = capturePlayback();
-    if (!playback)
+    // The source of the active view; else the capture, else the current port.
+    BasicView* active = area->current();
+    SourceSession* source = active ? session(active->getPort()) : nullptr;
+    if (!source)
+        source = captureSession() ? captureSession() : session(currentPort());
+    if (!source || !source->model())
         return;
-    // The region of the capture's cut view: the active one, else any.
+    const bool capture = source == captureSession();
+    // The region of the source's cut view: the active one, else any.
     double y0 = 0.0;
     double y1 = 0.0;
     const auto hasRegion = [&](BasicView* view) {
         auto* cut = qobject_cast<vxlindral::CutView*>(view);
         return cut && cut->measureRegion(y0, y1);
     };
-    const QList<BasicView*> views = captureSession()->views();
-    bool found = views.contains(area->current()) && hasRegion(area->current());
+    const QList<BasicView*> views = source->views();
+    bool found = views.contains(active) && hasRegion(active);
     for (BasicView* view : views)
         found = found || hasRegion(view);
     if (!found) {
-        QMessageBox::warning(this, tr("Export failed"),
-                             tr("Mark a region in a cut view of the capture first (Measure)."),
-                             QMessageBox::Ok);
+        QMessageBox::warning(
+            this, tr("Export failed"),
+            capture
+                ? tr("Mark a region in a cut view of the capture first (Measure).")
+                : tr("Mark a region in a cut view of port %1 first (Measure).").arg(source->key()),
+            QMessageBox::Ok);
         return;
     }
-    exports->exportMeasurements(*playback, y0, y1);
+    if (capture) {
+        exports->exportMeasurements(*capturePlayback(), y0, y1);
+        return;
+    }
+    // Taken now: the lines held when the command was given, not those held
+    // once the file is chosen.
+    const std::vector<vxlindral::LineType> lines = source->model()->heldLines();
+    if (lines.empty()) {
+        QMessageBox::warning(this, tr("Export failed"),
+                             tr("Port %1 holds no line yet.").arg(source->key()), QMessageBox::Ok);
+        return;
+    }
+    exports->exportMeasurements(lines, y0, y1);
 }
 
 void MainWindow::handleSaveImage()
@@ -602,7 +623,7 @@ void MainWindow::closeCapture()
         statusRow->showIndex(false, 0.0);
         ui->actionCloseCapture->setEnabled(false);
         ui->actionExportStretch->setEnabled(false);
-        ui->actionExportMeasurements->setEnabled(false);
+        ui->actionExportMeasurements->setEnabled(!exports->running());
         statusRow->reserveRoom();
         statusRow->health()->refresh();
         area->tile();

@@ -32,10 +32,11 @@ public:
     std::shared_ptr<vx::RawLineParser> parser; // layout current when the line arrived
     int pixel = 0;                             // pixel count announced by the line
     uint32_t series = 0;                       // the scanner's series number of the line
-    std::vector<double> avr;                   // per-column mean
-    std::vector<double> sdev;                  // per-column standard deviation
-    std::vector<double> min;                   // per-column minimum
-    std::vector<double> max;                   // per-column maximum
+    uint32_t frame = 0;       // the receiver's number of the line: raw lines before it, from 0
+    std::vector<double> avr;  // per-column mean
+    std::vector<double> sdev; // per-column standard deviation
+    std::vector<double> min;  // per-column minimum
+    std::vector<double> max;  // per-column maximum
 };
 
 } // namespace vxlindral

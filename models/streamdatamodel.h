@@ -64,6 +64,8 @@ public:
     bool isDifferenceMode() const { return differenceMode; }
     DISPLAY_MODE displayMode() const { return mode; }
     std::size_t historySize() const { return history.size(); }
+    // The lines it holds (its history), oldest first.
+    const std::vector<LineType>& heldLines() const { return history; }
 
 signals:
     void newLine(vxlindral::LineType line);

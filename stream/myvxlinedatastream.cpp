@@ -124,6 +124,7 @@ void MyVxLinedataStream::OnRawLine(const strmsocket::VxStreamDeviceInfo& device,
     }
 
     LineType line = buildLine(device, data, count, serie);
+    line->frame = thisFrame;
     lastTick.store(static_cast<uint32_t>(vxtools::gettickcount()), std::memory_order_relaxed);
 
     // Without a model the line goes straight back to the pool.

@@ -1,11 +1,13 @@
 // What the window hands to other programs: the 3D view's cloud (Edit menu and
 // the view's tool bar) and pictures of every view (saved and copied), written
-// through a temporary file so that a failure leaves no file behind; and the
-// new shortcuts, which must clash with none of the window's other actions.
+// through a temporary file so that a failure leaves no file behind; the
+// measures of the lines a live port holds; and the new shortcuts, which must
+// clash with none of the window's other actions.
 #include "app/mainwindow.h"
 #include "export/cloudwriter.h"
 #include "models/streamdatamodel.h"
 #include "views/basicview.h"
+#include "views/cutview.h"
 #include "views/flatview.h"
 #include "views/myopenglwidget.h"
 #include "views/threedview.h"
@@ -216,6 +218,78 @@ private slots:
         QGuiApplication::clipboard()->clear();
         action("actionCopyImage")->trigger();
         QCOMPARE(QGuiApplication::clipboard()->image().convertToFormat(QImage::Format_RGB32), now);
+    }
+
+    // Edit > "Export measurements ..." on a live port writes one row per line
+    // the port still holds (its 10 newest), numbered as the receiver counted
+    // them, with the measures of the cut view's region: here boxes 100 mm
+    // wide whose height grows by a millimetre per line. Without a region or
+    // a line, a box says so and no file is written.
+    void exportHeldMeasurements_data()
+    {
+        QTest::addColumn<int>("lines");   // lines fed
+        QTest::addColumn<bool>("region"); // a region is marked
+        QTest::addColumn<QString>("warning");
+        QTest::newRow("more lines than held") << 13 << true << "";
+        QTest::newRow("fewer lines than held") << 4 << true << "";
+        QTest::newRow("no region")
+            << 4 << false << "Mark a region in a cut view of port 6101 first (Measure).";
+        QTest::newRow("no line") << 0 << true << "Port 6101 holds no line yet.";
+    }
+    void exportHeldMeasurements()
+    {
+        QFETCH(int, lines);
+        QFETCH(bool, region);
+        QFETCH(QString, warning);
+        constexpr uint32_t firstFrame = 500;
+        action("actionCut")->trigger();
+        auto* cut = window->findChild<CutView*>("6101_3d");
+        QVERIFY(cut);
+        // 1,000 points 1 mm apart on a belt at 0.5 m; a box over
+        // -50 .. 50 mm, (10 + k) mm high on line k.
+        for (int k = 0; k < lines; ++k) {
+            vxlindral::LineType line = windowtest::makeLine(1000, uint32_t(k));
+            for (std::size_t i = 0; i < line->points.size(); ++i) {
+                vxs::VxPt& p = line->points[i];
+                p.z = std::abs(p.y) <= 0.0505 ? 0.5 - (10 + k) / 1000.0 : 0.5;
+            }
+            line->frame = firstFrame + uint32_t(k);
+            window->dataModel(6101)->setData(QModelIndex(), QVariant::fromValue(line));
+        }
+        QCoreApplication::processEvents();
+        cut->setMeasureMode(region);
+        if (region)
+            cut->setMeasureRegion(0.2, -0.2);
+        const QString target = files.filePath("held.csv");
+        if (warning.isEmpty())
+            answer<QFileDialog>(true, [&](QFileDialog* dialog) { chooseFile(dialog, target); });
+        else
+            expectWarning();
+        QVERIFY(action("actionExportMeasurements")->isEnabled());
+        action("actionExportMeasurements")->trigger();
+        if (!warning.isEmpty()) {
+            QCOMPARE(warnings.join('|').section('\n', 0, 0), "Export failed: " + warning);
+            QVERIFY(!QFile::exists(target));
+            return;
+        }
+        QFile file(target);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QStringList rows = QString::fromUtf8(file.readAll()).split('\n');
+        QCOMPARE(rows.takeLast(), QString());
+        const QStringList columns = rows.takeFirst().split(',');
+        const int held = std::min(lines, 10);
+        QCOMPARE(rows.size(), held);
+        for (int r = 0; r < held; ++r) {
+            const QStringList values = rows[r].split(',');
+            const auto value = [&](const char* name) {
+                return values.value(columns.indexOf(name)).toDouble();
+            };
+            const int k = lines - held + r;
+            QCOMPARE(values.value(columns.indexOf("line")), QString::number(firstFrame + k));
+            QCOMPARE(value("points"), 401.0);
+            QCOMPARE(value("height_mm"), 10.0 + k);
+            QCOMPARE(value("width_mm"), 100.0);
+        }
     }
 
     // With every view open, none of the window's other actions (menus, tool

@@ -3,12 +3,12 @@
 // layouts, recycled lines and file headers; then the controller over
 // loopback UDP, and a GUI thread that stalls while lines arrive.
 #include "models/streamdatamodel.h"
+#include "scanner/lineformat.h"
 #include "scanner/messageplayer.h"
 #include "scanner/udpsocket.h"
 #include "scanner/wireencoder.h"
 #include "stream/devicetransform.h"
 #include "stream/globallineparser.h"
-#include "scanner/lineformat.h"
 #include "stream/myvxlinedatastream.h"
 #include "stream/streamdatacontroller.h"
 
@@ -184,6 +184,8 @@ private slots:
         const LineType line = b.model->currentLine();
         QCOMPARE(line->header, (std::vector<uint8_t>{0x01, 0xA0, 0, 0, 3, 0, 0, 0}));
         QVERIFY(line->pixel == 3 && line->data.size() == 15 && line->series == 77);
+        // Numbered as counted: the six refused lines came first.
+        QCOMPARE(line->frame, 6u);
         QVERIFY(line->avr.at(0) == 200.0 && line->max.at(0) == 300.0);
 
         play(b.receiver, {rawLine(3)});
