@@ -112,7 +112,8 @@ QToolBar* CutView::toolBar()
     const auto measureOnly = [this](const QString& text, const char* name) {
         auto* a = new QAction(text, this);
         a->setObjectName(QString::fromLatin1(name));
-        a->setEnabled(false);
+        // Shown with the Measure mode only.
+        a->setVisible(false);
         toolBarWidget->addAction(a);
         return a;
     };
@@ -173,8 +174,8 @@ void CutView::drawPending()
     // The view's own framing is decided here, once per display frame, from
     // the line drawn and the frame shown so far.
     if (framing != ViewFraming::User) {
-        if (cutFrame(*line, pendingParams, pixmap.width(), pixmap.height(), visibleRect(),
-                     minScale, maxScale, fitPending, pendingParams.scale, pendingParams.offsetX,
+        if (cutFrame(*line, pendingParams, pixmap.width(), pixmap.height(), visibleRect(), minScale,
+                     maxScale, fitPending, pendingParams.scale, pendingParams.offsetX,
                      pendingParams.offsetY)) {
             cutParams.scale = pendingParams.scale;
             pan = QPoint(pendingParams.offsetX, pendingParams.offsetY);
@@ -260,8 +261,8 @@ void CutView::takeOverFraming()
         shown.offsetY = pan.y();
         shown.displayFiltered = isFilteredDisplayed();
         int x = pan.x(), y = pan.y();
-        if (cutFrame(*currentLine, shown, pixmap.width(), pixmap.height(), visibleRect(),
-                     minScale, maxScale, fitPending, cutParams.scale, x, y))
+        if (cutFrame(*currentLine, shown, pixmap.width(), pixmap.height(), visibleRect(), minScale,
+                     maxScale, fitPending, cutParams.scale, x, y))
             pan = QPoint(x, y);
     }
     framing = ViewFraming::User;
@@ -388,9 +389,7 @@ void CutView::mousePressEvent(QMouseEvent* event)
     const QPoint pos = event->localPos().toPoint();
     if (measuring) {
         // No pan and no zoom centre: the press starts a region or a pick.
-        pressAt = picturePoint(pos);
-        pressY = cutY(pressAt.x(), paramsOnShow(), sizeOnShow().width());
-        regionDrag = false;
+        startMeasurePress(pos);
         QMdiSubWindow::mousePressEvent(event);
         return;
     }
@@ -423,6 +422,13 @@ void CutView::mousePressEvent(QMouseEvent* event)
                              .arg(a, 0, 'g'));
 }
 
+void CutView::startMeasurePress(const QPoint& pos)
+{
+    pressAt = picturePoint(pos);
+    pressY = cutY(pressAt.x(), paramsOnShow(), sizeOnShow().width());
+    regionDrag = false;
+}
+
 void CutView::mouseMoveEvent(QMouseEvent* event)
 {
     if (measuring && (event->buttons() & Qt::LeftButton)) {
@@ -448,9 +454,7 @@ void CutView::mouseDoubleClickEvent(QMouseEvent* event)
     const QPoint pos = event->localPos().toPoint();
     if (measuring) {
         // Two quick picks are two presses, not a re-centring.
-        pressAt = picturePoint(pos);
-        pressY = cutY(pressAt.x(), paramsOnShow(), sizeOnShow().width());
-        regionDrag = false;
+        startMeasurePress(pos);
         return;
     }
     const QPoint p = scrollArea ? scrollArea->mapFrom(this, pos) : pos;
@@ -495,7 +499,8 @@ QSize CutView::sizeOnShow() const
 
 bool CutView::measureRegion(double& y0, double& y1) const
 {
-    return measurer.region(y0, y1);
+    // Out of Measure mode the region is kept but neither drawn nor measured.
+    return measuring && measurer.region(y0, y1);
 }
 
 void CutView::setMeasureRegion(double y0, double y1)
@@ -521,7 +526,7 @@ void CutView::setMeasureMode(bool on)
         measureAction->setChecked(on);
     for (QAction* a : {takeReferenceAction, clearReferenceAction, copyValuesAction})
         if (a)
-            a->setEnabled(on);
+            a->setVisible(on);
     if (panel)
         panel->setVisible(on);
     // The picture gains or loses the marks; the panel its values.

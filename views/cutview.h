@@ -78,7 +78,7 @@ public:
 
     bool measureMode() const { return measuring; }
     // The region of interest in metres (y0 where the drag began); false
-    // when there is none.
+    // when there is none or the view is not in Measure mode.
     bool measureRegion(double& y0, double& y1) const;
     void setMeasureRegion(double y0, double y1);
     const CutMeasure& measurement() const { return measurer; }
@@ -134,6 +134,9 @@ private:
     void showPixmap();
     // The picture's pixel under a position of the view.
     QPoint picturePoint(const QPoint& viewPos) const;
+    // A press in Measure mode at `pos` (view coordinates): the start of a
+    // region drag or of a pick.
+    void startMeasurePress(const QPoint& pos);
     // The drawing parameters of the picture on show (of the newest line
     // when none is drawn yet).
     CutParams paramsOnShow() const;

@@ -339,7 +339,7 @@ private slots:
             QTest::keyClick(&view, Qt::Key_M);
             QCOMPARE(view.measureMode(), on);
             QCOMPARE(view.measurePanel()->isVisible(), on);
-            QCOMPARE(copy->isEnabled(), on);
+            QCOMPARE(copy->isVisible(), on);
         }
     }
 
