@@ -467,7 +467,7 @@ void MainWindow::handleExportMeasurements()
     SourceSession* source = active ? session(active->getPort()) : nullptr;
     if (!source)
         source = captureSession() ? captureSession() : session(currentPort());
-    if (!source || !source->model())
+    if (!source)
         return;
     const bool capture = source == captureSession();
     // The region of the source's cut view: the active one, else any.
@@ -495,8 +495,9 @@ void MainWindow::handleExportMeasurements()
         return;
     }
     // Taken now: the lines held when the command was given, not those held
-    // once the file is chosen.
-    const std::vector<vxlindral::LineType> lines = source->model()->heldLines();
+    // once the file is chosen. A stopped port holds none.
+    const std::vector<vxlindral::LineType> lines =
+        source->model() ? source->model()->heldLines() : std::vector<vxlindral::LineType>();
     if (lines.empty()) {
         QMessageBox::warning(this, tr("Export failed"),
                              tr("Port %1 holds no line yet.").arg(source->key()), QMessageBox::Ok);
